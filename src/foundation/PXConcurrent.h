@@ -1,0 +1,65 @@
+#pragma once
+
+#include "pximagecutter_export.h"
+
+#include <QtConcurrent/QtConcurrentMap>
+
+#include <type_traits>
+
+/**
+ * The one place where the library schedules data-parallel work.
+ *
+ * A pass cuts its work into a QList of slices (plain structures carrying
+ * shared copies of their inputs, their own bounds and a disjoint part of the
+ * output) and maps a plain kernel over them with blockingMap() or
+ * blockingMapped(). Both return when every slice is done.
+ *
+ * The application's main thread always maps on QThreadPool::globalInstance().
+ * Any other thread does so too unless the pool already runs at least
+ * maxRunningThreads tasks; then the slices run in order in the calling thread,
+ * so that nested passes (started from a pool task or a segmentation thread)
+ * never queue behind their own parents. Both ways give the same results.
+ */
+class PXIMAGECUTTER_EXPORT PXConcurrent
+{
+public:
+    /** 3 x QThread::idealThreadCount(), set when the library is loaded. */
+    static int maxRunningThreads;
+
+    /** Whether a map called from this thread now would run sequentially. */
+    static bool runsSequentially();
+
+    /** Calls @p function on every element of @p sequence (in place). */
+    template <typename Sequence, typename Function>
+    static void blockingMap(Sequence& sequence, Function function)
+    {
+        if (runsSequentially()) {
+            // In place, like the pool path, so both give the same results.
+            for (auto& element : sequence)
+                function(element);
+            return;
+        }
+        QtConcurrent::blockingMap(sequence, function);
+    }
+
+    /** The list of @p function(element), in the order of @p sequence. */
+    template <typename Result, typename Sequence, typename Function>
+    static Result blockingMapped(Sequence sequence, Function function)
+    {
+        using Item = std::decay_t<
+            std::invoke_result_t<Function, const typename Sequence::value_type&>>;
+        if (runsSequentially()) {
+            Result result;
+            result.reserve(sequence.size());
+            for (const auto& element : std::as_const(sequence))
+                result.append(function(element));
+            return result;
+        }
+        return QtConcurrent::blockingMappedReduced<Result>(
+            sequence, function, [](Result& result, const Item& item) { result.append(item); },
+            QtConcurrent::OrderedReduce);
+    }
+
+private:
+    PXConcurrent() = delete;
+};
