@@ -5,6 +5,12 @@
 
 #include <QMutexLocker>
 
+#include <cstdlib>
+
+#ifdef Q_OS_LINUX
+#include <sys/mman.h>
+#endif
+
 namespace {
 
 QImage asSupportedImage(const QImage& image)
@@ -16,6 +22,28 @@ QImage asSupportedImage(const QImage& image)
 
 // Rows below this count are converted in the calling thread.
 constexpr int ParallelRowThreshold = 201;
+
+// A new image of big-photo size costs more in page faults than in
+// arithmetic; backing it with huge pages where the system offers them cuts
+// the faults by a factor of 512. Smaller images take Qt's own allocation.
+QImage allocateImage(const QSize& size, QImage::Format format)
+{
+#ifdef Q_OS_LINUX
+    constexpr size_t HugePage = 2u << 20;
+    const qsizetype bytesPerLine = qsizetype(size.width()) * 4;
+    const size_t bytes = size_t(bytesPerLine) * size_t(size.height());
+    if (bytes >= 4 * HugePage) {
+        const size_t rounded = (bytes + HugePage - 1) / HugePage * HugePage;
+        void* memory = nullptr;
+        if (posix_memalign(&memory, HugePage, rounded) == 0) {
+            madvise(memory, rounded, MADV_HUGEPAGE);
+            return QImage(static_cast<uchar*>(memory), size.width(), size.height(), bytesPerLine,
+                format, [](void* data) { std::free(data); }, memory);
+        }
+    }
+#endif
+    return QImage(size, format);
+}
 
 } // namespace
 
@@ -75,7 +103,7 @@ void PXImage::buildingColorspaces()
         m_imageYCbCr = QImage();
         return;
     }
-    QImage ycbcr(m_imageRGB.size(), m_imageRGB.format());
+    QImage ycbcr = allocateImage(m_imageRGB.size(), m_imageRGB.format());
     const QImage rgb = m_imageRGB;
     const PXIntRange rows = PXIntRange::rowsOfImage(rgb);
     if (rows.countElements() < ParallelRowThreshold) {

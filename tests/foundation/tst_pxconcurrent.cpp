@@ -1,0 +1,128 @@
+#include "PXConcurrent.h"
+
+#include <QSet>
+#include <QTest>
+#include <QThread>
+
+namespace {
+
+struct Slice
+{
+    int index;
+    int* output;
+};
+
+void square(Slice& slice)
+{
+    *slice.output = slice.index * slice.index;
+}
+
+struct MapRun
+{
+    QList<int> mapped;
+    QList<int> written;
+    QSet<QThread*> threads;
+    bool sequential = false;
+};
+
+// Maps 50 slices in place and 50 into a list, recording the threads used.
+MapRun runMaps()
+{
+    MapRun run;
+    run.sequential = PXConcurrent::runsSequentially();
+    run.written = QList<int>(50, -1);
+    QList<Slice> slices;
+    for (int i = 0; i < 50; ++i)
+        slices.append(Slice { i, &run.written[i] });
+    PXConcurrent::blockingMap(slices, square);
+
+    QMutex mutex;
+    QList<int> inputs;
+    for (int i = 0; i < 50; ++i)
+        inputs.append(i);
+    run.mapped = PXConcurrent::blockingMapped<QList<int>>(inputs, [&](const int& value) {
+        QMutexLocker locker(&mutex);
+        run.threads.insert(QThread::currentThread());
+        return value * 3;
+    });
+    return run;
+}
+
+} // namespace
+
+class TestPXConcurrent : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanup();
+    void mappedKeepsOrder();
+    void mainThreadAlwaysUsesPool();
+    void busyPoolRunsWorkerThreadsSequentially();
+    void inPlaceMapWorksBothWays();
+};
+
+void TestPXConcurrent::cleanup()
+{
+    PXConcurrent::maxRunningThreads = 3 * QThread::idealThreadCount();
+}
+
+void TestPXConcurrent::mappedKeepsOrder()
+{
+    QCOMPARE(PXConcurrent::maxRunningThreads, 3 * QThread::idealThreadCount());
+    const MapRun run = runMaps();
+    QCOMPARE(run.mapped.size(), 50);
+    for (int i = 0; i < 50; ++i) {
+        QCOMPARE(run.mapped[i], 3 * i);
+        QCOMPARE(run.written[i], i * i);
+    }
+}
+
+void TestPXConcurrent::mainThreadAlwaysUsesPool()
+{
+    PXConcurrent::maxRunningThreads = 0;
+    QVERIFY(!PXConcurrent::runsSequentially());
+}
+
+void TestPXConcurrent::busyPoolRunsWorkerThreadsSequentially()
+{
+    PXConcurrent::maxRunningThreads = 0;
+    MapRun run;
+    QThread* worker = QThread::create([&run] { run = runMaps(); });
+    worker->start();
+    QVERIFY(worker->wait(10000));
+    QVERIFY(run.sequential);
+    QCOMPARE(run.threads, QSet<QThread*>({ worker }));
+    for (int i = 0; i < 50; ++i) {
+        QCOMPARE(run.mapped[i], 3 * i);
+        QCOMPARE(run.written[i], i * i);
+    }
+    delete worker;
+
+    PXConcurrent::maxRunningThreads = 1000;
+    QThread* relaxed = QThread::create([&run] { run = runMaps(); });
+    relaxed->start();
+    QVERIFY(relaxed->wait(10000));
+    QVERIFY(!run.sequential);
+    delete relaxed;
+}
+
+void TestPXConcurrent::inPlaceMapWorksBothWays()
+{
+    // Elements that carry their own output keep it on either path.
+    for (int limit : { 1000, 0 }) {
+        PXConcurrent::maxRunningThreads = limit;
+        QList<QList<int>> histograms(4);
+        QThread* worker = QThread::create([&histograms] {
+            PXConcurrent::blockingMap(histograms, [](QList<int>& bins) { bins.append(7); });
+        });
+        worker->start();
+        QVERIFY(worker->wait(10000));
+        delete worker;
+        for (const QList<int>& bins : histograms)
+            QCOMPARE(bins, QList<int>({ 7 }));
+    }
+}
+
+QTEST_GUILESS_MAIN(TestPXConcurrent)
+#include "tst_pxconcurrent.moc"
