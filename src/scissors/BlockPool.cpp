@@ -137,9 +137,8 @@ void* BlockPool::get(unsigned long size)
     BlockHeader* header = takeAvailable(rounded);
     if (!header)
         header = allocateZeroed(rounded);
-    // Whoever gets a block this way may write all of it.
-    header->dirtyBegin = 0;
-    header->dirtyEnd = rounded;
+    // The header keeps the stale extent: it is merged with what this user
+    // writes when the block comes back.
     return blockOf(header);
 }
 
@@ -153,7 +152,7 @@ void* BlockPool::getZeroed(unsigned long size)
         std::memset(static_cast<char*>(blockOf(header)) + header->dirtyBegin, 0,
             header->dirtyEnd - header->dirtyBegin);
     header->dirtyBegin = 0;
-    header->dirtyEnd = rounded;
+    header->dirtyEnd = 0;
     return blockOf(header);
 }
 
@@ -169,10 +168,16 @@ void BlockPool::returnBlock(void* block, unsigned long dirtyBegin, unsigned long
         return;
     BlockHeader* header = headerOf(block);
     dirtyEnd = std::min(dirtyEnd, header->size);
-    if (dirtyBegin >= dirtyEnd)
-        dirtyBegin = dirtyEnd = 0;
-    header->dirtyBegin = dirtyBegin;
-    header->dirtyEnd = dirtyEnd;
+    // Bytes left over from before get() handed the block out stay dirty too.
+    if (dirtyBegin < dirtyEnd) {
+        if (header->dirtyBegin < header->dirtyEnd) {
+            header->dirtyBegin = std::min(header->dirtyBegin, dirtyBegin);
+            header->dirtyEnd = std::max(header->dirtyEnd, dirtyEnd);
+        } else {
+            header->dirtyBegin = dirtyBegin;
+            header->dirtyEnd = dirtyEnd;
+        }
+    }
     AvailableBlocks& pool = myAvailableBlockPool();
     std::lock_guard<std::mutex> locker(pool.mutex);
     pool.lists[header->size].append(header);
@@ -187,8 +192,9 @@ void* BlockPool::resize(void* block, unsigned long size)
     if (rounded == header->size)
         return block;
     BlockHeader* resized = allocateZeroed(rounded);
-    std::memcpy(blockOf(resized), block, std::min(rounded, header->size));
-    resized->dirtyEnd = rounded;
+    const unsigned long kept = std::min(rounded, header->size);
+    std::memcpy(blockOf(resized), block, kept);
+    resized->dirtyEnd = kept;
     release(header);
     return blockOf(resized);
 }

@@ -31,9 +31,10 @@ public:
     /** Takes @p block back; every byte of it may have been written. */
     static void returnBlock(void* block);
     /**
-     * Takes @p block back; the caller guarantees that bytes outside
-     * [@p dirtyBegin, @p dirtyEnd) are zero (pass an empty range for an
-     * all-zero block).
+     * Takes @p block back; the caller wrote no byte outside
+     * [@p dirtyBegin, @p dirtyEnd) (an empty range: none). For a block from
+     * getZeroed() that makes every other byte zero; for one from get() the
+     * bytes it held before stay accounted for.
      */
     static void returnBlock(void* block, unsigned long dirtyBegin, unsigned long dirtyEnd);
 

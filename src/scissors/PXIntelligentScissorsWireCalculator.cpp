@@ -66,7 +66,7 @@ void PXIntelligentScissorsWireCalculator::startThread(unsigned int x, unsigned i
     forgetResults();
     m_seedX = m_scale ? x / m_scale : 0;
     m_seedY = m_scale ? y / m_scale : 0;
-    m_radius = m_scale ? (radius + m_scale - 1) / m_scale : 0;
+    m_radius = m_scale ? static_cast<unsigned int>((static_cast<unsigned long>(radius) + m_scale - 1) / m_scale) : 0;
     if (m_seedX >= m_width || m_seedY >= m_height)
         return;
     PXIntelligentScissorsWorker::startThread();

@@ -265,7 +265,18 @@ private slots:
         auto* zeroed = static_cast<unsigned char*>(BlockPool::getZeroed(8192));
         QCOMPARE(BlockPool::availableBlocks(8192), waiting - 1);
         QVERIFY(std::all_of(zeroed + 100, zeroed + 200, [](unsigned char c) { return c == 0; }));
+        std::fill(zeroed, zeroed + 8192, 0x5A);
         BlockPool::returnBlock(zeroed);
+
+        // Regression: a stale block reused by a user that writes little must
+        // still come back zero where the earlier user wrote.
+        auto* stale = static_cast<unsigned char*>(BlockPool::get(8192));
+        QCOMPARE(stale, zeroed);
+        stale[0] = 1;
+        BlockPool::returnBlock(stale, 0, 1);
+        auto* clean = static_cast<unsigned char*>(BlockPool::getZeroed(8192));
+        QVERIFY(std::all_of(clean, clean + 8192, [](unsigned char c) { return c == 0; }));
+        BlockPool::returnBlock(clean, 0, 0);
         BlockPool::clear();
         QCOMPARE(BlockPool::availableBlocks(8192), 0ul);
     }
