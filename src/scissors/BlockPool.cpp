@@ -101,9 +101,17 @@ struct AvailableBlocks
         lists.clear();
     }
 
-    // Pooled memory goes back at exit, so leak checkers see nothing.
-    ~AvailableBlocks() { releaseAll(); }
+    // Pooled memory goes back at exit, so leak checkers see nothing. Blocks
+    // returned after that (by objects destroyed later) are freed at once.
+    ~AvailableBlocks()
+    {
+        releaseAll();
+        gone = true;
+    }
+
+    static bool gone;
 };
+bool AvailableBlocks::gone = false;
 
 AvailableBlocks& myAvailableBlockPool()
 {
@@ -113,6 +121,8 @@ AvailableBlocks& myAvailableBlockPool()
 
 BlockHeader* takeAvailable(unsigned long size)
 {
+    if (AvailableBlocks::gone)
+        return nullptr;
     AvailableBlocks& pool = myAvailableBlockPool();
     std::lock_guard<std::mutex> locker(pool.mutex);
     auto it = pool.lists.find(size);
@@ -184,6 +194,10 @@ void BlockPool::returnBlock(void* block, unsigned long dirtyBegin, unsigned long
             header->dirtyEnd = dirtyEnd;
         }
     }
+    if (AvailableBlocks::gone) {
+        release(header);
+        return;
+    }
     AvailableBlocks& pool = myAvailableBlockPool();
     std::lock_guard<std::mutex> locker(pool.mutex);
     pool.lists[header->size].append(header);
@@ -212,6 +226,8 @@ unsigned long BlockPool::blockSize(const void* block)
 
 unsigned long BlockPool::availableBlocks(unsigned long size)
 {
+    if (AvailableBlocks::gone)
+        return 0;
     AvailableBlocks& pool = myAvailableBlockPool();
     std::lock_guard<std::mutex> locker(pool.mutex);
     auto it = pool.lists.find(roundedSize(size));
@@ -220,6 +236,8 @@ unsigned long BlockPool::availableBlocks(unsigned long size)
 
 void BlockPool::clear()
 {
+    if (AvailableBlocks::gone)
+        return;
     AvailableBlocks& pool = myAvailableBlockPool();
     std::lock_guard<std::mutex> locker(pool.mutex);
     pool.releaseAll();
