@@ -106,12 +106,12 @@ struct AvailableBlocks
     ~AvailableBlocks()
     {
         releaseAll();
-        gone = true;
+        myGone = true;
     }
 
-    static bool gone;
+    static bool myGone;
 };
-bool AvailableBlocks::gone = false;
+bool AvailableBlocks::myGone = false;
 
 AvailableBlocks& myAvailableBlockPool()
 {
@@ -121,7 +121,7 @@ AvailableBlocks& myAvailableBlockPool()
 
 BlockHeader* takeAvailable(unsigned long size)
 {
-    if (AvailableBlocks::gone)
+    if (AvailableBlocks::myGone)
         return nullptr;
     AvailableBlocks& pool = myAvailableBlockPool();
     std::lock_guard<std::mutex> locker(pool.mutex);
@@ -194,7 +194,7 @@ void BlockPool::returnBlock(void* block, unsigned long dirtyBegin, unsigned long
             header->dirtyEnd = dirtyEnd;
         }
     }
-    if (AvailableBlocks::gone) {
+    if (AvailableBlocks::myGone) {
         release(header);
         return;
     }
@@ -226,7 +226,7 @@ unsigned long BlockPool::blockSize(const void* block)
 
 unsigned long BlockPool::availableBlocks(unsigned long size)
 {
-    if (AvailableBlocks::gone)
+    if (AvailableBlocks::myGone)
         return 0;
     AvailableBlocks& pool = myAvailableBlockPool();
     std::lock_guard<std::mutex> locker(pool.mutex);
@@ -236,7 +236,7 @@ unsigned long BlockPool::availableBlocks(unsigned long size)
 
 void BlockPool::clear()
 {
-    if (AvailableBlocks::gone)
+    if (AvailableBlocks::myGone)
         return;
     AvailableBlocks& pool = myAvailableBlockPool();
     std::lock_guard<std::mutex> locker(pool.mutex);

@@ -18,7 +18,7 @@ constexpr unsigned int myBlockShift = 12;
 constexpr unsigned int myBlockMask = myBlockSize - 1;
 
 // The calculator whose reading bracket the current thread is in.
-thread_local const PXIntelligentScissorsWeightCalculator* t_bracketed = nullptr;
+thread_local const PXIntelligentScissorsWeightCalculator* myBracketedCalculator = nullptr;
 
 double axisDistance(double point, unsigned int block)
 {
@@ -232,7 +232,7 @@ bool PXIntelligentScissorsWeightCalculator::get(unsigned int x, unsigned int y, 
     const bool filled = (y & myBlockMask) < blockHeight(by);
     const unsigned long offset = static_cast<unsigned long>(y & myBlockMask) * w + (x & myBlockMask);
 
-    if (t_bracketed == this && m_blockState[index].load(std::memory_order_acquire) == Calculated) {
+    if (myBracketedCalculator == this && m_blockState[index].load(std::memory_order_acquire) == Calculated) {
         // The bracket keeps the block's buffer from being recycled meanwhile.
         const unsigned char* block = m_weights[index].load(std::memory_order_relaxed);
         *cost = block && filled ? block[offset] : 255;
@@ -329,15 +329,15 @@ void PXIntelligentScissorsWeightCalculator::beginReading()
 {
     QMutexLocker locker(&m_stateMutex);
     ++m_readers;
-    t_bracketed = this;
+    myBracketedCalculator = this;
 }
 
 void PXIntelligentScissorsWeightCalculator::endReading()
 {
     QMutexLocker locker(&m_stateMutex);
-    if (t_bracketed != this)
+    if (myBracketedCalculator != this)
         return;
-    t_bracketed = nullptr;
+    myBracketedCalculator = nullptr;
     if (--m_readers == 0)
         recycleRetired();
 }
