@@ -17,6 +17,17 @@ constexpr quint32 OpaqueBlack = 0xFF000000u;
 // Saturated pixels are counted per slice but left out of the statistics.
 constexpr int StatisticsBins = 255;
 
+// Rounds a magnitude (never negative) half away from zero, clamped to 255.
+// The fraction of a double is exact, so this equals std::round without the
+// library call.
+int roundedStrength(double magnitude)
+{
+    if (magnitude >= 255.0)
+        return 255;
+    const int whole = int(magnitude);
+    return magnitude - whole >= 0.5 ? whole + 1 : whole;
+}
+
 } // namespace
 
 PXEdgeDetectorSobelColor::PXEdgeDetectorSobelColor()
@@ -189,8 +200,7 @@ void PXEdgeDetectorSobelColor::createSobelSlice(PXEdgeDetectorSobelSlice* slice)
                 gx += diagonals + 2 * std::abs(ml[8 + c] - ml[c]);
                 gy += diagonals + 2 * std::abs(bl[4 + c] - tl[4 + c]);
             }
-            const double magnitude = std::sqrt(double(gx * gx + gy * gy)) * 0.0625;
-            const int strength = int(qBound(0.0, std::round(magnitude), 255.0));
+            const int strength = roundedStrength(std::sqrt(double(gx * gx + gy * gy)) * 0.0625);
             out[x + 1] = OpaqueBlack | quint32(strength) << 16 | quint32(strength) << 8
                 | quint32(strength);
             ++slice->histogram[strength];
