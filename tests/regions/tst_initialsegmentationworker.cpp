@@ -221,11 +221,15 @@ void TestInitialSegmentationWorker::stopDuringSuperpixels()
 {
     const QImage photo = WorkerTestPhoto::photo(800, 800);
     PXInitialSegmentationWorker worker(photo, QFileInfo());
-    connect(&worker, &PXInitialSegmentationWorker::updateProgress, &worker,
+    // Direct: the stop lands in the pool thread during SLIC, not whenever the
+    // main thread gets round to it.
+    connect(
+        &worker, &PXInitialSegmentationWorker::updateProgress, &worker,
         [&worker](int current) {
             if (current == 1)
                 worker.stop();
-        });
+        },
+        Qt::DirectConnection);
     QSignalSpy progress(&worker, &PXInitialSegmentationWorker::updateProgress);
     QSignalSpy finished(&worker, &PXInitialSegmentationWorker::finished);
     QFuture<void> future = worker.startInitialSegmentation(WorkerTestPhoto::lasso(800, 800, 0.6));
