@@ -4,6 +4,7 @@
 // same process. The ratios are the numbers to watch; absolute times depend
 // on the machine and its load.
 
+#include "PXConcurrent.h"
 #include "PXCpuFeatures.h"
 #include "PXImage.h"
 #include "PXSlic.h"
@@ -12,12 +13,12 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QRandomGenerator>
-#include <QThreadPool>
 
 #include <benchmark/benchmark.h>
 
 #include <chrono>
 #include <cmath>
+#include <thread>
 
 namespace {
 
@@ -143,16 +144,18 @@ double scalarBaseline()
     return myTime;
 }
 
-// The scalar kernel on one core, with one pool thread.
+// The scalar kernel in one thread: off the main thread, with no room left
+// for parallel maps, every pass runs in the calling thread.
 double singleThreadBaseline()
 {
     static const double myTime = [] {
         const Environment environment("none", "1");
-        QThreadPool* pool = QThreadPool::globalInstance();
-        const int threads = pool->maxThreadCount();
-        pool->setMaxThreadCount(1);
-        const double time = medianRunTime(3);
-        pool->setMaxThreadCount(threads);
+        const int maxRunningThreads = PXConcurrent::maxRunningThreads;
+        PXConcurrent::maxRunningThreads = 0;
+        double time = 0;
+        std::thread thread([&time] { time = medianRunTime(3); });
+        thread.join();
+        PXConcurrent::maxRunningThreads = maxRunningThreads;
         return time;
     }();
     return myTime;
