@@ -74,7 +74,6 @@ private slots:
     void gradientMinimum_data();
     void gradientMinimum();
     void roundsLeaveLastRowAndColumn();
-    void updateItemOwnsItsRecords();
     void clippingMarksTheOutside();
     void sameResultForAnyCoreCount_data();
     void sameResultForAnyCoreCount();
@@ -187,34 +186,6 @@ void TestPXSlic::roundsLeaveLastRowAndColumn()
         for (int x = 0; x < 100; ++x)
             QCOMPARE(labelAt(labels, x, y) > 0, x < 99 && y < 99);
     verifyRecordsCountLabels(slic);
-}
-
-// Columns [0, 5) and rows [0, 3) are scanned; the item owns records 1 and 2.
-void TestPXSlic::updateItemOwnsItsRecords()
-{
-    QImage image(6, 4, QImage::Format_ARGB32);
-    QImage labels = labelImage(image.size(), 2);
-    const qint32 map[3][6] = {{1, 1, 2, 2, 3, 1}, {1, 1, 2, 2, 3, 1}, {1, 2, 2, 3, 3, 1}};
-    for (int y = 0; y < 4; ++y)
-        for (int x = 0; x < 6; ++x) {
-            image.setPixel(x, y, ycbcr(10 * x + y, 100, 50));
-            if (y < 3)
-                labels.setPixel(x, y, quint32(map[y][x]));
-        }
-    Records records;
-    records.append(PXSuperPixel(200, 200, 200, 50, 50));
-    records.append(PXSuperPixel(0, 0, 0, 0, 0));
-    records.append(PXSuperPixel(1, 2, 3, 4, 5));
-    PXSlic::updateSuperPixelSlice(PXSuperPixelSlice{image, labels, 0, 3, 0, 5, records.list(), 1, 2});
-
-    const QList<PXSuperPixel*>& r = records.list();
-    QCOMPARE(r[1]->pixelCount(), 5);
-    QCOMPARE(r[1]->color(), PXYCbCr(5, 100, 50)); // 24 / 5
-    QCOMPARE(QPoint(r[1]->xCenter(), r[1]->yCenter()), QPoint(0, 0));
-    QCOMPARE(r[2]->pixelCount(), 6);
-    QCOMPARE(r[2]->color(), PXYCbCr(23, 100, 50)); // 136 / 6
-    QCOMPARE(QPoint(r[2]->xCenter(), r[2]->yCenter()), QPoint(2, 1));
-    QCOMPARE(r[3]->color(), PXYCbCr(1, 2, 3));
 }
 
 void TestPXSlic::clippingMarksTheOutside()

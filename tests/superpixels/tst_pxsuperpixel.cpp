@@ -22,8 +22,6 @@ private slots:
     void normalize();
     void distance_data();
     void distance();
-    void closerThanIsStrict_data();
-    void closerThanIsStrict();
 };
 
 void TestPXSuperPixel::normalize_data()
@@ -90,25 +88,6 @@ void TestPXSuperPixel::distance()
     const PXSuperPixel record(100, 128, 128, 10, 20);
     const float d = record.distance(position.x(), position.y(), pixel(luminance), gridStep);
     QVERIFY2(d == expected, qPrintable(QString::number(d, 'g', 9)));
-}
-
-void TestPXSuperPixel::closerThanIsStrict_data()
-{
-    QTest::addColumn<QPoint>("position");
-    QTest::addColumn<bool>("closer");
-
-    // Half-width 5 round (10, 20): a square, not a circle.
-    QTest::newRow("corner inside") << QPoint(14, 24) << true;
-    QTest::newRow("x offset equals d") << QPoint(15, 20) << false;
-    QTest::newRow("y offset equals d") << QPoint(10, 15) << false;
-}
-
-void TestPXSuperPixel::closerThanIsStrict()
-{
-    QFETCH(QPoint, position);
-    QFETCH(bool, closer);
-
-    QCOMPARE(PXSuperPixel(0, 0, 0, 10, 20).isCloserThan(5.0f, position.x(), position.y()), closer);
 }
 
 QTEST_GUILESS_MAIN(TestPXSuperPixel)
