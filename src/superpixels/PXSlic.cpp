@@ -525,7 +525,8 @@ void PXSlic::allocateSmallClusters()
         const int height = image.height();
         const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(image.constBits());
         auto* labels = reinterpret_cast<qint32*>(m_labels.bits());
-        std::vector<quint8> visited(std::size_t(width) * std::size_t(height), 0);
+        // Pixels marked by the floods; made when the first small piece turns up.
+        std::vector<quint8> marked;
 
         // The image's rectangle with its right and bottom edges exclusive, like
         // every other pass: the last row and column start no piece.
@@ -535,10 +536,18 @@ void PXSlic::allocateSmallClusters()
         for (int y = area.top(); y < area.bottom(); ++y) {
             for (int x = area.left(); x < area.right(); ++x) {
                 const qint64 start = qint64(y) * width + x;
-                visited[start] = 1;
                 const qint32 label = labels[start];
                 if (label > -2)
                     continue;
+                if (marked.empty())
+                    marked.assign(std::size_t(width) * std::size_t(height), 0);
+                // The scan visits every pixel it passes, so a pixel counts as
+                // visited once the scan has reached it or a flood has marked it.
+                const auto visited = [&](const QPoint& q, qint64 index) {
+                    const bool scanned = q.y() < area.bottom() && q.x() < area.right()
+                        && (q.y() < y || (q.y() == y && q.x() <= x));
+                    return scanned || marked[std::size_t(index)] != 0;
+                };
 
                 points.clear();
                 points.push_back(QPoint(x, y));
@@ -551,12 +560,12 @@ void PXSlic::allocateSmallClusters()
                         if (q.x() < 0 || q.x() >= width || q.y() < 0 || q.y() >= height)
                             continue;
                         const qint64 index = qint64(q.y()) * width + q.x();
-                        if (visited[index])
+                        if (visited(q, index))
                             continue;
                         // A foreign pixel is marked too, so no later piece
                         // enters it; it keeps its label unless the scan
                         // starts a piece there.
-                        visited[index] = 1;
+                        marked[std::size_t(index)] = 1;
                         const qint32 neighbour = labels[index];
                         if (neighbour == label) {
                             piece.addPixel(pixels[index], q.x(), q.y());
