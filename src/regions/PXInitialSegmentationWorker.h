@@ -56,7 +56,10 @@ public:
      * run's future and change nothing.
      */
     QFuture<void> startInitialSegmentation(const QPainterPath& lasso);
-    /** Asks the run to end at its next phase boundary. Any thread. */
+    /**
+     * Asks the run to end at its next phase boundary; a run the pool has not
+     * begun yet ends before it does anything. Any thread.
+     */
     void stop();
     /** Whether a run is under way and has not been stopped. Any thread. */
     bool isRunning() const;

@@ -3,6 +3,7 @@
 #include "PXBackgroundExtractor.h"
 #include "PXHistogram3D.h"
 #include "PXHistogram3DIndex.h"
+#include "PXInitialSegmentationWorker.h"
 #include "PXRegionGrowing.h"
 #include "PXRegionGrowingEdge.h"
 #include "PXRegionGrowingEdgeCandidate.h"
@@ -16,6 +17,7 @@ static void registerRegionsMetaTypes()
     qRegisterMetaType<PXRegionGrowingEdgeCandidate>();
     qRegisterMetaType<PXRegionGrowingEdge>();
     qRegisterMetaType<PXRegionGrowing*>();
+    qRegisterMetaType<PXInitialSegmentationWorker*>();
     qRegisterMetaType<PXHistogram3D>();
     qRegisterMetaType<PXHistogram3DIndex>();
     qRegisterMetaType<PXBackgroundExtractor>();
