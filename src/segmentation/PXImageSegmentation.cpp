@@ -120,15 +120,13 @@ PXImageSegmentation::~PXImageSegmentation()
 
     delete m_pendingMemento;
 
+    // A worker's destructor waits for its pool task and edge detector.
     for (const RetiredWorker& retired : std::as_const(m_retiredWorkers)) {
-        QFuture<void> task = retired.watcher->future();
         delete retired.watcher;
-        task.waitForFinished();
         delete retired.worker;
     }
     if (PXInitialSegmentationWorker* worker = m_worker.exchange(nullptr)) {
         worker->stop();
-        m_workerTask.waitForFinished();
         delete worker;
     }
 }
