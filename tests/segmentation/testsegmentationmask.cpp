@@ -5,6 +5,7 @@
 #include "PXUndoCommandSegmentation.h"
 #include "SegmentationTestSupport.h"
 
+#include <QScopeGuard>
 #include <QSemaphore>
 #include <QUndoStack>
 #include <QtConcurrent/QtConcurrentRun>
@@ -142,6 +143,7 @@ void TestSegmentationMask::invertMaskWhileBusyFlipsOnlyTheFlag()
                 release.acquire();
             },
             Qt::DirectConnection);
+    const auto unblock = qScopeGuard([&release]() { release.release(); });
     controller.startThreadWithPaintSelectionHover({5}, true);
     QVERIFY(entered.tryAcquire(1, 5000));
 
