@@ -5,7 +5,7 @@
 //
 // Machines running this are shared, so next to the times the counters give
 // ratios to baselines measured in the same run: the worker alone for the
-// lasso, one plain copy of the mask for the refinement tools.
+// lasso and the cut, one plain copy of the mask for the refinement tools.
 #include "PXImageSegmentation.h"
 #include "PXInitialSegmentationWorker.h"
 
@@ -185,6 +185,26 @@ void BM_LassoToMask(benchmark::State& state)
     reportRatio(state, total, "worker_ms", worker);
 }
 BENCHMARK(BM_LassoToMask)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(2.0);
+
+// The controller's own share of the lasso: one initial cut on the worker's
+// results, in the calling thread.
+void BM_InitialCut(benchmark::State& state)
+{
+    CutPhoto cut;
+    const double worker = workerMilliseconds(benchPhoto(), benchLasso());
+    double total = 0;
+    QElapsedTimer timer;
+    for (auto _ : state) {
+        timer.start();
+        cut.controller.cutObjectInitial();
+        const double elapsed = milliseconds(timer);
+        state.SetIterationTime(elapsed / 1000);
+        total += elapsed;
+    }
+    QCoreApplication::processEvents();
+    reportRatio(state, total, "worker_ms", worker);
+}
+BENCHMARK(BM_InitialCut)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 void BM_PaintStroke(benchmark::State& state)
 {

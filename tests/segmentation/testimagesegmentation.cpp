@@ -14,17 +14,21 @@ using namespace SegmentationTestSupport;
 namespace {
 
 const QRect myLeftObject(24, 36, 48, 48);
-const QRect myRightObject(104, 36, 48, 48);
+const QRect myRightObject(128, 36, 48, 48);
+// A purple speck beside the left object, alone in the grey.
+const QRect mySpeck(86, 54, 12, 12);
 
 /**
- * A grey 176 x 120 photo with two objects, each a square of four coloured
- * quadrants, so the object is made of several regions that border each other.
+ * A grey 200 x 120 photo with two objects, each a square of four coloured
+ * quadrants, so the object is made of several regions that border each other,
+ * and a speck of a colour found nowhere else.
  */
 QImage twoObjectPhoto()
 {
-    QImage photo(176, 120, QImage::Format_RGB32);
+    QImage photo(200, 120, QImage::Format_RGB32);
     photo.fill(QColor(128, 128, 128));
     QPainter painter(&photo);
+    painter.fillRect(mySpeck, QColor(150, 40, 170));
     for (const QRect& object : {myLeftObject, myRightObject}) {
         const int half = object.width() / 2;
         painter.fillRect(object.x(), object.y(), half, half, QColor(220, 30, 30));
@@ -75,6 +79,7 @@ private Q_SLOTS:
     void lassoGivesTheObject();
     void secondLassoWhileTheFirstRunsGivesOneMask();
     void cancelDuringTheCutEmitsNoMask();
+    void forgottenWorkerIsIgnored();
     void badLassosAreHarmless_data();
     void badLassosAreHarmless();
     void setupTakesAnyPhoto_data();
@@ -99,7 +104,9 @@ void TestImageSegmentation::lassoGivesTheObject()
     QSignalSpy progress(&relay, &SegmentationSignals::segmentationProgress);
     PXSingleton<PXLogger>::instance()->clearHistory();
 
-    controller.startThreadWithInitialPath(lassoAround(myLeftObject));
+    QPainterPath lasso;
+    lasso.addRect(QRectF(12, 24, 98, 72));
+    controller.startThreadWithInitialPath(lasso);
     QVERIFY(!controller.isValid());
     QTRY_COMPARE(masks.count(), 2);
     settle(controller);
@@ -108,15 +115,23 @@ void TestImageSegmentation::lassoGivesTheObject()
     QVERIFY(masks.first().first().value<QImage>().isNull());
     const QImage mask = masks.last().first().value<QImage>();
     QCOMPARE(mask.format(), QImage::Format_ARGB32_Premultiplied);
-    QCOMPARE(mask.size(), QSize(176, 120));
+    QCOMPARE(mask.size(), QSize(200, 120));
     QVERIFY(controller.isValid());
     QVERIFY(maskShowsForeground(controller, mask));
     // Each quadrant's centre is cut out; the grey round it is not.
     for (const QPoint& inside : {QPoint(36, 48), QPoint(60, 48), QPoint(36, 72), QPoint(60, 72)})
         QCOMPARE(mask.pixel(inside), 0u);
-    for (const QPoint& outside : {QPoint(16, 60), QPoint(48, 28), QPoint(128, 60), QPoint(0, 0)})
+    for (const QPoint& outside : {QPoint(16, 60), QPoint(48, 28), QPoint(150, 60), QPoint(0, 0)})
         QCOMPARE(mask.pixel(outside), myMaskColour);
-    QVERIFY(controller.containsPath(lassoAround(myLeftObject)));
+    QVERIFY(controller.containsPath(lasso));
+
+    // The speck's colour is nowhere outside the lasso, so only the
+    // neighbourhood vote (all its neighbours are background) can drop it.
+    const int speck = controller.safeGetSuperPixelAt(mySpeck.center());
+    QVERIFY(speck > 0);
+    QVERIFY(speck != controller.safeGetSuperPixelAt(mySpeck.center() - QPoint(9, 0)));
+    QVERIFY(backgroundOf(controller).contains(speck));
+    QCOMPARE(mask.pixel(mySpeck.center()), myMaskColour);
 
     // Zero of 5, one step per worker step, the worker's share once more,
     // then the cut's five steps.
@@ -202,6 +217,29 @@ void TestImageSegmentation::cancelDuringTheCutEmitsNoMask()
     QCOMPARE(controller.totalSteps(), total);
 }
 
+void TestImageSegmentation::forgottenWorkerIsIgnored()
+{
+    PXImageSegmentation controller;
+    controller.setup(twoObjectPhoto(), QFileInfo());
+    controller.startThreadWithInitialPath(lassoAround(myLeftObject));
+    SegmentationSignals relay(controller);
+    QSignalSpy masks(&relay, &SegmentationSignals::sendNewMask);
+    QSignalSpy progress(&relay, &SegmentationSignals::segmentationProgress);
+
+    // With the controller thread idle the worker is forgotten, not stopped:
+    // it runs to its end, and its progress and finished() are ignored.
+    controller.cancel();
+    settle(controller);
+    QTest::qWait(20);
+    settle(controller);
+
+    QCOMPARE(masks.count(), 1);
+    QCOMPARE(nonNullCount(masks), 0);
+    QCOMPARE(progress.count(), 1);
+    QVERIFY(!controller.isValid());
+    QVERIFY(!controller.isRunning());
+}
+
 void TestImageSegmentation::badLassosAreHarmless_data()
 {
     QTest::addColumn<QPainterPath>("lasso");
@@ -238,7 +276,7 @@ void TestImageSegmentation::badLassosAreHarmless()
     QTRY_COMPARE(nonNullCount(masks), 1);
     settle(controller);
     const QImage mask = masks.last().first().value<QImage>();
-    QCOMPARE(mask.size(), QSize(176, 120));
+    QCOMPARE(mask.size(), QSize(200, 120));
     QVERIFY(maskShowsForeground(controller, mask));
 
     // Refinement on whatever came out stays harmless too.
