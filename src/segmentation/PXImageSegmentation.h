@@ -19,6 +19,7 @@
 #include <QThread>
 
 #include <atomic>
+#include <optional>
 #include <utility>
 
 class PXInitialSegmentationWorker;
@@ -46,7 +47,9 @@ class QFutureWatcher;
  * Threads: every slot and operation is called from the thread the object lives
  * in (the host's, normally the GUI thread). Requests are stored, a
  * SegmentationMode is set and the object's own thread is started when idle;
- * run() dispatches on the mode. The clicker alone runs on
+ * run() dispatches on the mode. A running paint or hover pass takes the
+ * requests that arrive meanwhile; any other running job leaves them pending
+ * until the next request starts the thread. The clicker alone runs on
  * QThreadPool::globalInstance(). Signals are emitted from the controller
  * thread; connect them queued. The synchronous queries (maskForeground(),
  * createSmoothForegroundMask(), drawContour(), ...) are meant for an idle
@@ -255,6 +258,7 @@ private:
     void startThread();
     void retireWorker(bool stop);
     void releaseRetiredWorker(QFutureWatcher<void>* watcher);
+    void startWorkerWhenAlone();
     PXUndoCommandSegmentation* takeUndoCommandLocked();
     void recolourMaskLocked();
 
@@ -299,6 +303,8 @@ private:
     // it instead of being left behind.
     std::atomic<bool> m_loopIsLeaving {false};
     QFuture<void> m_workerTask;
+    // The lasso of a current worker that waits for the replaced ones to end.
+    std::optional<QPainterPath> m_workerLassoToStart;
     QList<RetiredWorker> m_retiredWorkers;
     QList<QFuture<void>> m_clicks;
 };
