@@ -30,6 +30,98 @@ int coreCount()
     return std::max(1, PXPlatformIndependent::instance()->numberOfCores());
 }
 
+// The sums of one record's pixels, in the wrapping arithmetic of
+// PXSuperPixel::addPixel, kept in plain integers for the hot loops.
+struct PixelSums
+{
+    quint32 luminance = 0;
+    quint32 cb = 0;
+    quint32 cr = 0;
+    quint32 x = 0;
+    quint32 y = 0;
+    int count = 0;
+
+    // Pixels [begin, end) of one row that share a label, summed in registers:
+    // label runs are long, and adding pixel by pixel into memory would make
+    // every addition wait for the previous one.
+    void addRun(const PXYCbCrPixel* pixels, int begin, int end, int row)
+    {
+        quint32 runLuminance = 0;
+        quint32 runCb = 0;
+        quint32 runCr = 0;
+        for (int column = begin; column < end; ++column) {
+            runLuminance += pixels[column].luminance;
+            runCb += pixels[column].cb;
+            runCr += pixels[column].cr;
+        }
+        const qint64 length = end - begin;
+        luminance += runLuminance;
+        cb += runCb;
+        cr += runCr;
+        x += quint32((qint64(begin) + end - 1) * length / 2);
+        y += quint32(qint64(row) * length);
+        count += int(length);
+    }
+
+    void addTo(PXSuperPixel& record) const
+    {
+        if (count > 0)
+            record.addPixels(PXYCbCr(luminance, cb, cr), int(x), int(y), count);
+    }
+};
+
+// One run [left, right) of row y.
+struct Span
+{
+    int y;
+    int left;
+    int right;
+};
+
+// Writes @p mark into @p fresh over the 4-connected piece of pixels that
+// carry the label of @p start in @p old and are still 0 in @p fresh, bounded
+// by the image only. The piece is the same whichever way it is walked; this
+// walks it run by run, which keeps memory access mostly sequential. Leaves
+// the piece's runs in @p spans and returns its size; @p seeds is scratch.
+qint64 floodPiece(const qint32* old, qint32* fresh, int width, int height, const QPoint& start,
+    qint32 mark, std::vector<Span>& spans, std::vector<QPoint>& seeds)
+{
+    const qint32 label = old[qint64(start.y()) * width + start.x()];
+    const auto open = [&](qint64 index) { return fresh[index] == 0 && old[index] == label; };
+    spans.clear();
+    seeds.assign(1, start);
+    qint64 size = 0;
+    while (!seeds.empty()) {
+        const QPoint seed = seeds.back();
+        seeds.pop_back();
+        const qint64 row = qint64(seed.y()) * width;
+        if (!open(row + seed.x()))
+            continue;
+        int left = seed.x();
+        int right = seed.x() + 1;
+        while (left > 0 && open(row + left - 1))
+            --left;
+        while (right < width && open(row + right))
+            ++right;
+        std::fill(fresh + row + left, fresh + row + right, mark);
+        spans.push_back(Span{seed.y(), left, right});
+        size += right - left;
+        for (const int y : {seed.y() - 1, seed.y() + 1}) {
+            if (y < 0 || y >= height)
+                continue;
+            const qint64 next = qint64(y) * width;
+            for (int x = left; x < right; ++x) {
+                if (!open(next + x))
+                    continue;
+                seeds.push_back(QPoint(x, y));
+                while (x + 1 < right && open(next + x + 1))
+                    ++x;
+            }
+        }
+    }
+    return size;
+}
+
 using AssignmentKernel = void (*)(const PXSlicSlice&);
 
 // Chosen anew in every round, so that PX_CPU_FEATURES takes effect at once.
@@ -296,10 +388,9 @@ void PXSlic::updateSuperPixelSlice(const PXSuperPixelSlice& slice)
     const int lastIndex = std::min(slice.lastIndex, int(slice.superPixels.size()) - 1);
     if (firstIndex > lastIndex)
         return;
-    PXSuperPixel* const* records = slice.superPixels.constData();
-    for (int index = firstIndex; index <= lastIndex; ++index)
-        records[index]->reset();
 
+    const auto span = quint32(lastIndex - firstIndex);
+    std::vector<PixelSums> sums(std::size_t(span) + 1);
     const QImage& image = slice.image;
     const QImage& labels = slice.labels;
     if (image.depth() == 32 && labels.depth() == 32 && image.size() == labels.size()) {
@@ -309,17 +400,27 @@ void PXSlic::updateSuperPixelSlice(const PXSuperPixelSlice& slice)
         const int right = std::min(slice.right, image.width());
         for (int y = top; y < bottom; ++y) {
             const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(image.constScanLine(y));
-            const auto* labelRow = reinterpret_cast<const qint32*>(labels.constScanLine(y));
-            for (int x = left; x < right; ++x) {
-                const qint32 label = labelRow[x];
-                if (label >= firstIndex && label <= lastIndex)
-                    records[label]->addPixel(pixels[x], x, y);
+            const auto* labelRow = reinterpret_cast<const quint32*>(labels.constScanLine(y));
+            for (int x = left; x < right;) {
+                const quint32 label = labelRow[x];
+                int end = x + 1;
+                while (end < right && labelRow[end] == label)
+                    ++end;
+                // One unsigned comparison tests firstIndex <= label <= lastIndex.
+                const quint32 offset = label - quint32(firstIndex);
+                if (offset <= span)
+                    sums[offset].addRun(pixels, x, end, y);
+                x = end;
             }
         }
     }
 
-    for (int index = firstIndex; index <= lastIndex; ++index)
-        records[index]->normalize();
+    for (int index = firstIndex; index <= lastIndex; ++index) {
+        PXSuperPixel* record = slice.superPixels.at(index);
+        record->reset();
+        sums[std::size_t(index - firstIndex)].addTo(*record);
+        record->normalize();
+    }
 }
 
 void PXSlic::clipLabelsToLasso()
@@ -339,8 +440,6 @@ void PXSlic::clipLabelsToLasso()
 
 void PXSlic::forceConnectivity()
 {
-    static const QList<QPoint> myWalker = {QPoint(-1, 0), QPoint(1, 0), QPoint(0, -1), QPoint(0, 1)};
-
     const QImage image = imageYCbCr();
     const QRect rect = lassoBoundingRect();
     if (!hasLabelsFor(image) || rect.height() <= 1) {
@@ -368,33 +467,18 @@ void PXSlic::forceConnectivity()
 
     qint32 nextLabel = 1;
     qint32 smallLabel = -2;
-    std::vector<QPoint> piece;
+    std::vector<Span> spans;
+    std::vector<QPoint> seeds;
     for (int y = rect.top(); y < rect.bottom(); ++y) {
         for (int x = rect.left(); x < rect.right(); ++x) {
             const qint64 start = qint64(y) * width + x;
             if (labels[start] != 0 || old[start] == 0)
                 continue;
-            const qint32 label = old[start];
-            labels[start] = nextLabel;
-            piece.clear();
-            piece.push_back(QPoint(x, y));
-            // The flood is bounded by the image, not by the rectangle.
-            for (std::size_t i = 0; i < piece.size(); ++i) {
-                const QPoint point = piece[i];
-                for (const QPoint& offset : myWalker) {
-                    const QPoint q = point + offset;
-                    if (q.x() < 0 || q.x() >= width || q.y() < 0 || q.y() >= height)
-                        continue;
-                    const qint64 index = qint64(q.y()) * width + q.x();
-                    if (labels[index] == 0 && old[index] == label) {
-                        labels[index] = nextLabel;
-                        piece.push_back(q);
-                    }
-                }
-            }
-            if (qint64(piece.size()) <= minSize) {
-                for (const QPoint& point : piece)
-                    labels[qint64(point.y()) * width + point.x()] = smallLabel;
+            const qint64 size = floodPiece(old, labels, width, height, QPoint(x, y), nextLabel, spans, seeds);
+            if (size <= minSize) {
+                for (const Span& span : spans)
+                    std::fill(labels + qint64(span.y) * width + span.left, labels + qint64(span.y) * width + span.right,
+                        smallLabel);
                 --smallLabel;
             } else {
                 ++nextLabel;
@@ -407,17 +491,25 @@ void PXSlic::forceConnectivity()
 
     // The records start counting at 1 with zero sums, so these means are
     // pulled toward zero; allocateSmallClusters() compares against them.
-    PXSuperPixel* const* records = m_superPixels.constData();
+    std::vector<PixelSums> sums(static_cast<std::size_t>(nextLabel));
     for (int y = rect.top(); y < rect.bottom(); ++y) {
         const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(image.constScanLine(y));
         const qint32* labelRow = labels + qint64(y) * width;
-        for (int x = rect.left(); x < rect.right(); ++x) {
-            if (labelRow[x] > 0)
-                records[labelRow[x]]->addPixel(pixels[x], x, y);
+        for (int x = rect.left(); x < rect.right();) {
+            const qint32 label = labelRow[x];
+            int end = x + 1;
+            while (end < rect.right() && labelRow[end] == label)
+                ++end;
+            if (label > 0)
+                sums[std::size_t(label)].addRun(pixels, x, end, y);
+            x = end;
         }
     }
-    for (PXSuperPixel* record : std::as_const(m_superPixels))
+    for (int label = 0; label < nextLabel; ++label) {
+        PXSuperPixel* record = m_superPixels.at(label);
+        sums[std::size_t(label)].addTo(*record);
         record->normalize();
+    }
 
     allocateSmallClusters();
 }
@@ -433,7 +525,8 @@ void PXSlic::allocateSmallClusters()
         const int height = image.height();
         const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(image.constBits());
         auto* labels = reinterpret_cast<qint32*>(m_labels.bits());
-        std::vector<quint8> visited(std::size_t(width) * std::size_t(height), 0);
+        // Pixels marked by the floods; made when the first small piece turns up.
+        std::vector<quint8> marked;
 
         // The image's rectangle with its right and bottom edges exclusive, like
         // every other pass: the last row and column start no piece.
@@ -443,10 +536,18 @@ void PXSlic::allocateSmallClusters()
         for (int y = area.top(); y < area.bottom(); ++y) {
             for (int x = area.left(); x < area.right(); ++x) {
                 const qint64 start = qint64(y) * width + x;
-                visited[start] = 1;
                 const qint32 label = labels[start];
                 if (label > -2)
                     continue;
+                if (marked.empty())
+                    marked.assign(std::size_t(width) * std::size_t(height), 0);
+                // The scan visits every pixel it passes, so a pixel counts as
+                // visited once the scan has reached it or a flood has marked it.
+                const auto visited = [&](const QPoint& q, qint64 index) {
+                    const bool scanned = q.y() < area.bottom() && q.x() < area.right()
+                        && (q.y() < y || (q.y() == y && q.x() <= x));
+                    return scanned || marked[std::size_t(index)] != 0;
+                };
 
                 points.clear();
                 points.push_back(QPoint(x, y));
@@ -459,12 +560,12 @@ void PXSlic::allocateSmallClusters()
                         if (q.x() < 0 || q.x() >= width || q.y() < 0 || q.y() >= height)
                             continue;
                         const qint64 index = qint64(q.y()) * width + q.x();
-                        if (visited[index])
+                        if (visited(q, index))
                             continue;
                         // A foreign pixel is marked too, so no later piece
                         // enters it; it keeps its label unless the scan
                         // starts a piece there.
-                        visited[index] = 1;
+                        marked[std::size_t(index)] = 1;
                         const qint32 neighbour = labels[index];
                         if (neighbour == label) {
                             piece.addPixel(pixels[index], q.x(), q.y());

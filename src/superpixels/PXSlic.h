@@ -33,7 +33,9 @@ class PXSuperPixel;
  *
  * The label image (Format_ARGB32, the photo's size) holds one signed 32-bit
  * label per pixel: 0 for unassigned, 1..n-1 for an index into the record
- * list (index 0 is a dummy), and outsideLabel() outside the lasso.
+ * list (index 0 is a dummy), and outsideLabel() outside the lasso. The
+ * connectivity stage treats the outside like any other label, so after run()
+ * the clipped outside parts carry superpixel labels of their own.
  *
  * The engine owns its records and the labels; it does not own the image,
  * which must outlive it. Not thread-safe: call everything from one thread.

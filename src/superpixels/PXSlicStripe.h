@@ -28,8 +28,8 @@ public:
             return;
         m_xStart = std::max(slice.xStart, 0);
         m_yStart = std::max(slice.yStart, 0);
-        m_xEnd = std::min({slice.xEnd, image.width(), slice.xStart + std::max(slice.lassoWidth, 0)});
-        m_yEnd = std::min({slice.yEnd, image.height(), slice.yStart + std::max(slice.lassoHeight, 0)});
+        m_xEnd = int(std::min<qint64>({slice.xEnd, image.width(), qint64(slice.xStart) + slice.lassoWidth}));
+        m_yEnd = int(std::min<qint64>({slice.yEnd, image.height(), qint64(slice.yStart) + slice.lassoHeight}));
         if (m_xStart >= m_xEnd || m_yStart >= m_yEnd)
             return;
         m_imageWidth = image.width();

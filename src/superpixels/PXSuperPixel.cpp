@@ -1,6 +1,5 @@
 #include "PXSuperPixel.h"
 
-#include <cmath>
 #include <cstdlib>
 
 namespace {
@@ -49,6 +48,14 @@ void PXSuperPixel::addPixel(const PXYCbCrPixel& pixel, int x, int y)
     ++m_pixelCount;
 }
 
+void PXSuperPixel::addPixels(const PXYCbCr& colorSum, int xSum, int ySum, int count)
+{
+    m_color += colorSum;
+    m_xCenter = wrappingAdd(m_xCenter, xSum);
+    m_yCenter = wrappingAdd(m_yCenter, ySum);
+    m_pixelCount += count;
+}
+
 void PXSuperPixel::normalize()
 {
     if (m_pixelCount < 2)
@@ -68,26 +75,9 @@ PXYCbCr PXSuperPixel::absColorDistance(const PXSuperPixel& other) const
     return m_color.absDistance(other.m_color);
 }
 
-int PXSuperPixel::colorDistanceQuadrat(const PXYCbCrPixel& pixel) const
-{
-    return m_color.distanceQuadrat(pixel);
-}
-
 int PXSuperPixel::colorDistanceQuadrat(const PXSuperPixel& other) const
 {
     return m_color.distanceQuadrat(other.m_color);
-}
-
-float PXSuperPixel::distance(int x, int y, const PXYCbCrPixel& pixel, float gridStep) const
-{
-    const int colorQuadrat = colorDistanceQuadrat(pixel);
-    // 64-bit so that far-off centres (a reset record sits at the origin) cannot overflow.
-    const qint64 dx = qint64(m_xCenter) - x;
-    const qint64 dy = qint64(m_yCenter) - y;
-    // The root in double, rounded to float: the vector kernels' float root of
-    // the same exact integer gives the identical value.
-    const float spatial = float(std::sqrt(double(dx * dx + dy * dy)));
-    return spatial / gridStep + float(colorQuadrat) / 900.0f;
 }
 
 bool PXSuperPixel::isXCloserThan(float d, int x) const

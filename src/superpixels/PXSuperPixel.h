@@ -9,6 +9,8 @@
 #include <QPoint>
 #include <QRgb>
 
+#include <cmath>
+
 /**
  * One superpixel: its mean colour, its centre and how many pixels it holds.
  *
@@ -50,6 +52,11 @@ public:
     /** Adds @p pixel at (@p x, @p y) to the sums and counts it. */
     void addPixel(const PXYCbCrPixel& pixel, int x, int y);
     /**
+     * Adds @p count pixels at once, given by the sums of their colours and
+     * coordinates; the same as adding them one by one.
+     */
+    void addPixels(const PXYCbCr& colorSum, int xSum, int ySum, int count);
+    /**
      * Turns the sums into means: the colour rounded, the centre truncated
      * toward zero. Does nothing unless pixelCount is at least 2.
      */
@@ -60,7 +67,14 @@ public:
     PXYCbCr averageYCbCr() const { return m_color; }
     PXYCbCr absColorDistance(const PXSuperPixel& other) const;
     /** Squared colour distance, in wrapping 32-bit arithmetic. */
-    int colorDistanceQuadrat(const PXYCbCrPixel& pixel) const;
+    int colorDistanceQuadrat(const PXYCbCrPixel& pixel) const
+    {
+        // PXYCbCr::distanceQuadrat() inline: the assignment kernels call this per pixel.
+        const unsigned int luminance = m_color.luminance() - pixel.luminance;
+        const unsigned int cb = m_color.cb() - pixel.cb;
+        const unsigned int cr = m_color.cr() - pixel.cr;
+        return static_cast<int>(luminance * luminance + cb * cb + cr * cr);
+    }
     int colorDistanceQuadrat(const PXSuperPixel& other) const;
 
     /**
@@ -69,7 +83,17 @@ public:
      * colour distance divided by 900, so that a colour difference of 30
      * levels weighs as much as one grid step.
      */
-    float distance(int x, int y, const PXYCbCrPixel& pixel, float gridStep) const;
+    float distance(int x, int y, const PXYCbCrPixel& pixel, float gridStep) const
+    {
+        const int colorQuadrat = colorDistanceQuadrat(pixel);
+        // 64-bit so that far-off centres (a reset record sits at the origin) cannot overflow.
+        const qint64 dx = qint64(m_xCenter) - x;
+        const qint64 dy = qint64(m_yCenter) - y;
+        // The root in double, rounded to float: the vector kernels' float root
+        // of the same exact integer gives the identical value.
+        const float spatial = float(std::sqrt(double(dx * dx + dy * dy)));
+        return spatial / gridStep + float(colorQuadrat) / 900.0f;
+    }
 
     /** Whether the centre column lies strictly closer than @p d to @p x. */
     bool isXCloserThan(float d, int x) const;

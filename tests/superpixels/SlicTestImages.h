@@ -3,11 +3,8 @@
 // Crafted photos and label helpers shared by the superpixel tests.
 
 #include "PXImage.h"
-#include "PXSlic.h"
 #include "PXSuperPixel.h"
 
-#include <QFileInfo>
-#include <QImage>
 #include <QPainter>
 #include <QRandomGenerator>
 
@@ -16,72 +13,50 @@
 
 namespace SlicTest {
 
-// A YCbCr image stores Y in the red byte, Cb in green and Cr in blue.
+// YCbCr images keep Y in the red byte, Cb in green and Cr in blue.
 inline QRgb ycbcr(int luminance, int cb = 128, int cr = 128)
 {
     return qRgba(luminance, cb, cr, 255);
 }
 
-inline QImage uniformYCbCr(int width, int height, int luminance, int cb = 128, int cr = 128)
+inline QImage uniformYCbCr(int width, int height, int luminance)
 {
     QImage image(width, height, QImage::Format_ARGB32);
-    image.fill(ycbcr(luminance, cb, cr));
+    image.fill(ycbcr(luminance));
     return image;
 }
 
-// A photo whose YCbCr twin is exactly @p ycbcrImage.
-inline PXImage photoFromYCbCr(const QImage& ycbcrImage)
+// A photo whose YCbCr twin is exactly @p image.
+inline PXImage photoFromYCbCr(const QImage& image)
 {
-    QImage rgb(ycbcrImage.size(), QImage::Format_ARGB32);
+    QImage rgb(image.size(), QImage::Format_ARGB32);
     rgb.fill(Qt::black);
-    return PXImage(rgb, ycbcrImage, QFileInfo());
+    return PXImage(rgb, image, QFileInfo());
 }
 
-// Coloured blobs and stripes with a little noise, the same for a given seed.
+// Coloured blobs with a little noise, the same for a given seed.
 inline PXImage texturedPhoto(int width, int height, quint32 seed)
 {
     QRandomGenerator random(seed);
     QImage rgb(width, height, QImage::Format_RGB32);
     rgb.fill(QColor(90, 140, 60));
-    {
-        QPainter painter(&rgb);
-        painter.setPen(Qt::NoPen);
-        for (int i = 0; i < 40; ++i) {
-            painter.setBrush(QColor(random.bounded(256), random.bounded(256), random.bounded(256)));
-            const QRectF blob(random.bounded(width), random.bounded(height), 5 + random.bounded(width / 3),
-                5 + random.bounded(height / 3));
-            if (i % 2)
-                painter.drawEllipse(blob);
-            else
-                painter.drawRect(blob);
-        }
+    QPainter painter(&rgb);
+    painter.setPen(Qt::NoPen);
+    for (int i = 0; i < 40; ++i) {
+        painter.setBrush(QColor(random.bounded(256), random.bounded(256), random.bounded(256)));
+        painter.drawEllipse(QRectF(random.bounded(width), random.bounded(height), 5 + random.bounded(width / 3),
+            5 + random.bounded(height / 3)));
     }
-    for (int y = 0; y < height; ++y) {
-        auto* line = reinterpret_cast<QRgb*>(rgb.scanLine(y));
-        for (int x = 0; x < width; ++x) {
-            const int noise = random.bounded(9) - 4;
-            line[x] = qRgb(qBound(0, qRed(line[x]) + noise, 255), qBound(0, qGreen(line[x]) - noise, 255),
-                qBound(0, qBlue(line[x]) + noise, 255));
-        }
-    }
+    painter.end();
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; x += 1 + random.bounded(3))
+            rgb.setPixel(x, y, rgb.pixel(x, y) ^ random.bounded(8u));
     return PXImage(rgb, QFileInfo());
 }
 
 inline qint32 labelAt(const QImage& labels, int x, int y)
 {
     return reinterpret_cast<const qint32*>(labels.constScanLine(y))[x];
-}
-
-inline void setLabel(QImage& labels, int x, int y, qint32 label)
-{
-    reinterpret_cast<qint32*>(labels.scanLine(y))[x] = label;
-}
-
-inline void fillLabels(QImage& labels, const QRect& rect, qint32 label)
-{
-    for (int y = rect.top(); y <= rect.bottom(); ++y)
-        for (int x = rect.left(); x <= rect.right(); ++x)
-            setLabel(labels, x, y, label);
 }
 
 inline QImage labelImage(const QSize& size, qint32 fill)
@@ -93,13 +68,11 @@ inline QImage labelImage(const QSize& size, qint32 fill)
 
 inline QList<qint32> labelRow(const QImage& labels, int y)
 {
-    QList<qint32> row;
-    for (int x = 0; x < labels.width(); ++x)
-        row.append(labelAt(labels, x, y));
-    return row;
+    const auto* row = reinterpret_cast<const qint32*>(labels.constScanLine(y));
+    return QList<qint32>(row, row + labels.width());
 }
 
-// Records for a hand-made slice, owned by the holder.
+// Records for a hand-made work item, the dummy first, owned by the holder.
 class Records
 {
 public:
@@ -116,28 +89,20 @@ private:
     QList<PXSuperPixel*> m_list;
 };
 
-// Scoped environment override, restored on destruction.
+// Sets an environment variable for a scope.
 class ScopedEnv
 {
 public:
     ScopedEnv(const char* name, const QByteArray& value)
         : m_name(name)
-        , m_had(qEnvironmentVariableIsSet(name))
         , m_old(qgetenv(name))
     {
         qputenv(name, value);
     }
-    ~ScopedEnv()
-    {
-        if (m_had)
-            qputenv(m_name, m_old);
-        else
-            qunsetenv(m_name);
-    }
+    ~ScopedEnv() { m_old.isEmpty() ? qunsetenv(m_name) : qputenv(m_name, m_old); }
 
 private:
     const char* m_name;
-    bool m_had;
     QByteArray m_old;
 };
 
