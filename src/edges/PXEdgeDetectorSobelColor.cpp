@@ -17,6 +17,29 @@ constexpr quint32 OpaqueBlack = 0xFF000000u;
 // Saturated pixels are counted per slice but left out of the statistics.
 constexpr int StatisticsBins = 255;
 
+// One channel of a 3 x 3 window, taken at bit @p shift of the 32-bit pixels.
+// The diagonals count in both directions; each channel adds absolute
+// differences, so opposite gradients in different channels do not cancel.
+inline void addChannel(int shift, quint32 topLeft, quint32 topMiddle, quint32 topRight, quint32 middleLeft,
+    quint32 middleRight, quint32 bottomLeft, quint32 bottomMiddle, quint32 bottomRight, int& gx, int& gy)
+{
+    const auto channel = [shift](quint32 pixel) { return int((pixel >> shift) & 0xFFu); };
+    const int diagonals = std::abs(channel(topRight) - channel(bottomLeft))
+        + std::abs(channel(bottomRight) - channel(topLeft));
+    gx += diagonals + 2 * std::abs(channel(middleRight) - channel(middleLeft));
+    gy += diagonals + 2 * std::abs(channel(bottomMiddle) - channel(topMiddle));
+}
+
+// sqrt(gx^2 + gy^2) / 16 rounded half away from zero, clamped to 255.
+// floor((sqrt(q) + 8) / 16) equals that rounding exactly: the square root of
+// an integer is either exact or further than 1e-4 from any half, far more
+// than the error of the sum, and it needs no branch on the fraction.
+inline int strength(int gx, int gy)
+{
+    const int rounded = int((std::sqrt(double(gx * gx + gy * gy)) + 8.0) * 0.0625);
+    return rounded < 255 ? rounded : 255;
+}
+
 } // namespace
 
 PXEdgeDetectorSobelColor::PXEdgeDetectorSobelColor()
@@ -172,30 +195,42 @@ void PXEdgeDetectorSobelColor::createSobelSlice(PXEdgeDetectorSobelSlice* slice)
     // Rows outside 1 .. height - 3 have no full neighbourhood.
     const int firstRow = qMax(1, slice->firstRow);
     const int endRow = qMin(slice->endRow, source.height() - 2);
+    // Counted locally: the slice's counters could alias the pixels for the
+    // compiler and force reloads.
+    int histogram[256] = {};
     for (int y = firstRow; y < endRow; ++y) {
-        const uchar* top = source.constScanLine(y - 1);
-        const uchar* middle = source.constScanLine(y);
-        const uchar* bottom = source.constScanLine(y + 1);
+        const auto* top = reinterpret_cast<const quint32*>(source.constScanLine(y - 1));
+        const auto* middle = reinterpret_cast<const quint32*>(source.constScanLine(y));
+        const auto* bottom = reinterpret_cast<const quint32*>(source.constScanLine(y + 1));
         quint32* out = sobelRows + qsizetype(y) * width;
+        // A sliding 3 x 3 window: each step reads only its right column.
+        quint32 topLeft = top[0], topMiddle = top[1];
+        quint32 middleLeft = middle[0], middleMiddle = middle[1];
+        quint32 bottomLeft = bottom[0], bottomMiddle = bottom[1];
         for (int x = 0; x <= width - 4; ++x) {
-            const uchar* tl = top + 4 * x;
-            const uchar* ml = middle + 4 * x;
-            const uchar* bl = bottom + 4 * x;
+            const quint32 topRight = top[x + 2];
+            const quint32 middleRight = middle[x + 2];
+            const quint32 bottomRight = bottom[x + 2];
             int gx = 0;
             int gy = 0;
-            for (int c = 0; c < 3; ++c) {
-                // The diagonals count in both directions.
-                const int diagonals = std::abs(tl[8 + c] - bl[c]) + std::abs(bl[8 + c] - tl[c]);
-                gx += diagonals + 2 * std::abs(ml[8 + c] - ml[c]);
-                gy += diagonals + 2 * std::abs(bl[4 + c] - tl[4 + c]);
-            }
-            const double magnitude = std::sqrt(double(gx * gx + gy * gy)) * 0.0625;
-            const int strength = int(qBound(0.0, std::round(magnitude), 255.0));
-            out[x + 1] = OpaqueBlack | quint32(strength) << 16 | quint32(strength) << 8
-                | quint32(strength);
-            ++slice->histogram[strength];
+            addChannel(0, topLeft, topMiddle, topRight, middleLeft, middleRight, bottomLeft, bottomMiddle,
+                bottomRight, gx, gy);
+            addChannel(8, topLeft, topMiddle, topRight, middleLeft, middleRight, bottomLeft, bottomMiddle,
+                bottomRight, gx, gy);
+            addChannel(16, topLeft, topMiddle, topRight, middleLeft, middleRight, bottomLeft, bottomMiddle,
+                bottomRight, gx, gy);
+            const int value = strength(gx, gy);
+            out[x + 1] = OpaqueBlack | quint32(value) << 16 | quint32(value) << 8 | quint32(value);
+            ++histogram[value];
+            topLeft = topMiddle;
+            topMiddle = topRight;
+            middleLeft = middleMiddle;
+            middleMiddle = middleRight;
+            bottomLeft = bottomMiddle;
+            bottomMiddle = bottomRight;
         }
     }
+    std::copy(std::begin(histogram), std::end(histogram), std::begin(slice->histogram));
 }
 
 QList<int> PXEdgeDetectorSobelColor::accumulateValues(

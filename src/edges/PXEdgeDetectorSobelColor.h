@@ -18,10 +18,11 @@ class QFileInfo;
  * channels, and two statistics of its strength histogram, on its own thread.
  *
  * Call setup(), then start(); read sobel(), mean() and average() after
- * wait() has returned. The image is opaque grey, the strength (0..255) in
- * each colour byte. Rows 1 .. height - 3 and columns 1 .. width - 3 are
- * computed; the first and last row and parts of the left column are written
- * black; every other pixel stays opaque black (strength 0).
+ * wait() has returned (they may be read from any thread; during a run they
+ * read as a null image and 0). The image is opaque grey,
+ * the strength (0..255) in each colour byte. Rows 1 .. height - 3 and
+ * columns 1 .. width - 3 are computed; every other pixel is opaque black
+ * (strength 0).
  *
  * mean() is the last strength at which fewer than half of the inner pixels
  * have been counted (one bin below the median), average() the truncated mean

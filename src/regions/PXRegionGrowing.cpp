@@ -14,10 +14,6 @@
 
 namespace {
 
-// Neighbours in the order left, below, right, above.
-constexpr int NeighbourDx[4] = {-1, 0, 1, 0};
-constexpr int NeighbourDy[4] = {0, 1, 0, -1};
-
 bool byLabelPair(const PXRegionGrowingEdge& a, const PXRegionGrowingEdge& b)
 {
     const PXRegionGrowingFromTo first = a.fromTo();
@@ -164,22 +160,24 @@ QList<PXRegionGrowingEdge> PXRegionGrowing::createGraphSlice(const PXSuperPixelE
     PXRegionGrowingFromTo cachedKey;
     PXRegionGrowingEdgeCandidate* cached = nullptr;
 
+    const int lastRow = height - 1;
     for (int y = top; y < bottom; ++y) {
-        const qint32* labels = labelRow(labelImage, y);
+        // Neighbour rows in the order below, above; null outside the image.
+        const qint32* rows[3] = {labelRow(labelImage, y), y < lastRow ? labelRow(labelImage, y + 1) : nullptr,
+            y > 0 ? labelRow(labelImage, y - 1) : nullptr};
         const uchar* edges = edgeImage.constScanLine(y);
         for (int x = left; x < right; ++x) {
-            const int label = labels[x];
+            const int label = rows[0][x];
             if (label < slice.firstLabel || label > slice.lastLabel)
                 continue;
             // The strength of the visited pixel, not of its neighbour.
             const int strength = edges[4 * x + 2];
-            for (int k = 0; k < 4; ++k) {
-                const int nx = x + NeighbourDx[k];
-                const int ny = y + NeighbourDy[k];
-                if (nx < 0 || nx >= width || ny < 0 || ny >= height)
-                    continue;
-                const int neighbour = labelRow(labelImage, ny)[nx];
-                // Labels without a record count as no superpixel.
+            // Left, below, right, above.
+            const int neighbours[4] = {x > 0 ? rows[0][x - 1] : 0, rows[1] ? rows[1][x] : 0,
+                x + 1 < width ? rows[0][x + 1] : 0, rows[2] ? rows[2][x] : 0};
+            for (const int neighbour : neighbours) {
+                // Outside the image, outside the lasso and labels without a
+                // record count as no superpixel.
                 if (neighbour < 1 || neighbour == label || neighbour >= labelCount)
                     continue;
                 const PXRegionGrowingFromTo key(label, neighbour);
@@ -313,6 +311,8 @@ void PXRegionGrowing::reorderLabels()
     const int known = m_forest ? m_forestSize : int(m_superPixels.size());
     std::vector<int> newLabels(size_t(qMax(0, known)), 0);
     int next = 1;
+    int lastLabel = 0;
+    int lastMapped = 0;
     const int labelWidth = m_labels.width();
     const int labelHeight = m_labels.height();
     for (int y = 0; y < relabeled.height(); ++y) {
@@ -324,11 +324,16 @@ void PXRegionGrowing::reorderLabels()
                 out[x] = 0;
                 continue;
             }
-            const int root = findParent(label);
-            int& mapped = newLabels[size_t(root)];
-            if (mapped == 0)
-                mapped = next++;
-            out[x] = mapped;
+            // Runs of one label share their root; the forest is not changed
+            // by asking again.
+            if (label != lastLabel) {
+                int& mapped = newLabels[size_t(findParent(label))];
+                if (mapped == 0)
+                    mapped = next++;
+                lastLabel = label;
+                lastMapped = mapped;
+            }
+            out[x] = lastMapped;
         }
     }
     m_numberOfClusters = next;
@@ -349,18 +354,31 @@ void PXRegionGrowing::buildClusters()
     }
 
     const QImage ycbcr = m_image ? m_image->imageYCbCr() : QImage();
-    const bool hasColours = ycbcr.depth() == 32;
-    PXSuperPixel* records = m_superPixels.data();
-    QList<QPoint>* points = m_superPixelPoints.data();
+    if (ycbcr.depth() != 32)
+        return;
     const PXIntRange rows = PXIntRange::rowsOfImage(m_labels);
     const PXIntRange columns = PXIntRange::columnsOfImage(m_labels);
-    for (int y = rows.first(); y != rows.lastIndexEvenIfUnvalid(); ++y) {
-        if (!hasColours || y >= ycbcr.height())
-            break;
+    const int rowEnd = qMin(rows.lastIndexEvenIfUnvalid(), ycbcr.height());
+    const int columnEnd = qMin(columns.lastIndexEvenIfUnvalid(), ycbcr.width());
+
+    // Sized first, so the point lists never grow by copying.
+    std::vector<int> pixelCounts(size_t(count), 0);
+    for (int y = rows.first(); y < rowEnd; ++y) {
+        const qint32* labels = labelRow(m_labels, y);
+        for (int x = columns.first(); x < columnEnd; ++x) {
+            if (labels[x] >= 1 && labels[x] < count)
+                ++pixelCounts[size_t(labels[x])];
+        }
+    }
+    QList<QPoint>* points = m_superPixelPoints.data();
+    for (int i = 1; i < count; ++i)
+        points[i].reserve(pixelCounts[size_t(i)]);
+
+    PXSuperPixel* records = m_superPixels.data();
+    for (int y = rows.first(); y < rowEnd; ++y) {
         const qint32* labels = labelRow(m_labels, y);
         const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(ycbcr.constScanLine(y));
-        const int end = qMin(columns.lastIndexEvenIfUnvalid(), ycbcr.width());
-        for (int x = columns.first(); x < end; ++x) {
+        for (int x = columns.first(); x < columnEnd; ++x) {
             const int label = labels[x];
             if (label < 1 || label >= count)
                 continue;
@@ -385,16 +403,19 @@ void PXRegionGrowing::findNeighborhood()
     QSet<int>* current = nullptr;
     int currentLabel = INT_MIN;
     int lastNeighbour = INT_MIN;
-    for (int y = rows.first(); y != rows.lastIndexEvenIfUnvalid(); ++y) {
-        const qint32* labels = labelRow(m_labels, y);
-        for (int x = columns.first(); x != columns.lastIndexEvenIfUnvalid(); ++x) {
-            const int label = labels[x];
-            for (int k = 0; k < 4; ++k) {
-                const int nx = x + NeighbourDx[k];
-                const int ny = y + NeighbourDy[k];
-                if (nx < 0 || nx >= width || ny < 0 || ny >= height)
-                    continue;
-                const int neighbour = labelRow(m_labels, ny)[nx];
+    const int rowEnd = rows.lastIndexEvenIfUnvalid();
+    const int columnEnd = columns.lastIndexEvenIfUnvalid();
+    for (int y = rows.first(); y != rowEnd; ++y) {
+        const qint32* row = labelRow(m_labels, y);
+        const qint32* below = y + 1 < height ? labelRow(m_labels, y + 1) : nullptr;
+        const qint32* above = y > 0 ? labelRow(m_labels, y - 1) : nullptr;
+        for (int x = columns.first(); x != columnEnd; ++x) {
+            const int label = row[x];
+            // Left, below, right, above; outside the image counts as the
+            // pixel's own label, which is never inserted.
+            const int neighbours[4] = {x > 0 ? row[x - 1] : label, below ? below[x] : label,
+                x + 1 < width ? row[x + 1] : label, above ? above[x] : label};
+            for (const int neighbour : neighbours) {
                 if (neighbour == label)
                     continue;
                 if (!current || label != currentLabel) {
