@@ -40,14 +40,16 @@ void log(const char* text)
 // rounding to int stay defined.
 constexpr double myCoordinateLimit = 1 << 24;
 
-bool hasUsableCoordinates(const QPainterPath& path)
+// A path with a NaN or a far-out coordinate is taken as empty: rounding it
+// would overflow, and Qt's path operations do not expect NaN.
+QPainterPath usablePath(const QPainterPath& path)
 {
     for (int i = 0; i < path.elementCount(); ++i) {
         const QPainterPath::Element element = path.elementAt(i);
         if (!(std::abs(element.x) <= myCoordinateLimit && std::abs(element.y) <= myCoordinateLimit))
-            return false;
+            return QPainterPath();
     }
-    return true;
+    return path;
 }
 
 // QRectF::toRect() for rectangles whose coordinates fit in an int; others are
@@ -335,7 +337,7 @@ void PXImageSegmentation::startWorkerWhenAlone()
 
 void PXImageSegmentation::startThreadWithInitialPath(QPainterPath thePath)
 {
-    const QPainterPath path = hasUsableCoordinates(thePath) ? thePath : QPainterPath();
+    const QPainterPath path = usablePath(thePath);
     {
         QMutexLocker locker(&m_dataMutex);
         m_pointsOfSuperpixels.clear();
@@ -647,7 +649,7 @@ void PXImageSegmentation::startThreadWithPaintSelection(QPainterPath theScribble
                                                         bool isTemporary)
 {
     QMutexLocker locker(&m_strokeMutex);
-    m_pendingStrokes = m_pendingStrokes.united(theScribble);
+    m_pendingStrokes = m_pendingStrokes.united(usablePath(theScribble));
     m_strokeIsForeground = isForeground;
     m_strokeIsTemporary = isTemporary;
     m_mode = PaintSelection;
@@ -660,7 +662,7 @@ void PXImageSegmentation::startThreadWithScribble(QPainterPath theScribble, bool
     QMutexLocker locker(&m_strokeMutex);
     m_strokeIsForeground = isForeground;
     m_strokeIsTemporary = isTemporary;
-    m_pendingStrokes = m_pendingStrokes.united(theScribble);
+    m_pendingStrokes = m_pendingStrokes.united(usablePath(theScribble));
     m_mode = Scribble;
     startThread();
 }

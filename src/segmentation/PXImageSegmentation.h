@@ -238,7 +238,11 @@ public Q_SLOTS:
     void startThreadWithPaintSelection(QPainterPath theScribble, bool isForeground, bool isTemporary);
     void startThreadWithScribble(QPainterPath theScribble, bool isForeground, bool isTemporary);
     void startThreadWithPaintSelectionHover(QSet<int> theClusters, bool isForeground);
-    /** A new lasso: starts a worker; the first mask follows when it is done. */
+    /**
+     * A new lasso: starts a worker; the first mask follows when it is done.
+     * Here and for strokes, a path with a coordinate that is NaN or beyond
+     * 2^24 in size is taken as empty.
+     */
     void startThreadWithInitialPath(QPainterPath thePath);
     /** Runs cutObjectWithClicker() on the global thread pool. */
     void startThreadWithClicker(QPointF thePosition);

@@ -256,6 +256,9 @@ void TestImageSegmentation::badInputIsHarmless()
     host.controller.startThreadWithPaintSelection(square(30, 30, 20), true, true);
     host.controller.startThreadWithClicker(QPointF(50, 50));
     host.settle();
+    QPainterPath withNaN = square(0, 0, 5);
+    withNaN.setElementPositionAt(2, 3, qQNaN());
+    host.controller.startThreadWithScribble(withNaN, false, false);
     host.controller.startThreadWithScribble(square(0, 0, 5), false, false);
     host.settle();
     host.controller.startThreadWithPaintSelectionHover({1, 2, 99}, true);
@@ -331,4 +334,4 @@ void TestImageSegmentation::destructionWhileWorking()
 }
 
 QTEST_MAIN(TestImageSegmentation)
-#include "testimagesegmentation.moc"
+#include "tst_imagesegmentation.moc"

@@ -245,4 +245,4 @@ void TestSegmentationRefinement::brushFindsLabelsWithinTruncatedDistance()
 }
 
 QTEST_MAIN(TestSegmentationRefinement)
-#include "testsegmentationrefinement.moc"
+#include "tst_segmentationrefinement.moc"

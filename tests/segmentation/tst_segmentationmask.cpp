@@ -284,4 +284,4 @@ void TestSegmentationMask::undoCommandSkipsItsFirstRedo()
 }
 
 QTEST_MAIN(TestSegmentationMask)
-#include "testsegmentationmask.moc"
+#include "tst_segmentationmask.moc"
