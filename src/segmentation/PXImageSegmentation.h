@@ -298,8 +298,9 @@ private:
 
     // Guards the segmentation data (images, lists, sets, paths, mask colour)
     // between the host's thread, the controller thread and the clicker. It is
-    // never held while a signal is emitted and never taken before the stroke
-    // mutex. Recursive because the public stages call one another.
+    // never held while a signal is emitted or a pool pass is awaited, and the
+    // stroke mutex is never taken while it is held. Recursive because the
+    // public stages call one another.
     mutable QRecursiveMutex m_dataMutex;
     // Set when run() takes no more requests: by the paint and hover loops
     // under the stroke mutex together with their last look at the pending
