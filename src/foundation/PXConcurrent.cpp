@@ -13,3 +13,16 @@ bool PXConcurrent::runsSequentially()
         return false;
     return QThreadPool::globalInstance()->activeThreadCount() >= maxRunningThreads;
 }
+
+PXConcurrent::PoolWait::PoolWait()
+    : m_released(QThreadPool::globalInstance()->contains(QThread::currentThread()))
+{
+    if (m_released)
+        QThreadPool::globalInstance()->releaseThread();
+}
+
+PXConcurrent::PoolWait::~PoolWait()
+{
+    if (m_released)
+        QThreadPool::globalInstance()->reserveThread();
+}

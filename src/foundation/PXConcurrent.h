@@ -19,6 +19,10 @@
  * maxRunningThreads tasks; then the slices run in order in the calling thread,
  * so that nested passes (started from a pool task or a segmentation thread)
  * never queue behind their own parents. Both ways give the same results.
+ *
+ * A pool thread that waits for its nested pass gives its place in the pool
+ * back for the time being: otherwise passes started from every pool thread at
+ * once would wait for slices that no thread is left to run.
  */
 class PXIMAGECUTTER_EXPORT PXConcurrent
 {
@@ -39,6 +43,7 @@ public:
                 function(element);
             return;
         }
+        const PoolWait wait;
         QtConcurrent::blockingMap(sequence, function);
     }
 
@@ -55,6 +60,7 @@ public:
                 result.append(function(element));
             return result;
         }
+        const PoolWait wait;
         return QtConcurrent::blockingMappedReduced<Result>(
             sequence, function, [](Result& result, const Item& item) { result.append(item); },
             QtConcurrent::OrderedReduce);
@@ -62,4 +68,15 @@ public:
 
 private:
     PXConcurrent() = delete;
+
+    // While alive, a global pool thread's place counts as free (see above).
+    class PXIMAGECUTTER_EXPORT PoolWait
+    {
+    public:
+        PoolWait();
+        ~PoolWait();
+
+    private:
+        bool m_released;
+    };
 };

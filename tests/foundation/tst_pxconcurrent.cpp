@@ -1,6 +1,9 @@
 #include "PXConcurrent.h"
 
+#include <QSemaphore>
 #include <QSet>
+#include <QThreadPool>
+#include <QtConcurrent/QtConcurrentRun>
 #include <QTest>
 #include <QThread>
 
@@ -56,6 +59,9 @@ class TestPXConcurrent : public QObject
 
 private Q_SLOTS:
     void cleanup();
+    // First, while the pool is fresh: later cases leave threads behind that
+    // can hide the hang.
+    void passesFromEveryPoolThreadFinish();
     void mappedKeepsOrder();
     void mainThreadAlwaysUsesPool();
     void busyPoolRunsWorkerThreadsSequentially();
@@ -122,6 +128,40 @@ void TestPXConcurrent::inPlaceMapWorksBothWays()
         for (const QList<int>& bins : histograms)
             QCOMPARE(bins, QList<int>({ 7 }));
     }
+}
+
+// Regression: every pool thread starting a nested pass at once used to wait
+// forever for slices no thread was left to run.
+void TestPXConcurrent::passesFromEveryPoolThreadFinish()
+{
+    QThreadPool* pool = QThreadPool::globalInstance();
+    const int threads = pool->maxThreadCount();
+    QSemaphore allRunning;
+    QList<QFuture<int>> tasks;
+    for (int t = 0; t < threads; ++t) {
+        tasks.append(QtConcurrent::run([&allRunning, threads] {
+            allRunning.release();
+            allRunning.acquire(threads); // every pool thread is busy now
+            allRunning.release(threads);
+            QList<int> inputs(64);
+            // Slow slices, so that no pass ends before the others have begun.
+            const QList<int> doubled = PXConcurrent::blockingMapped<QList<int>>(inputs,
+                [](const int& value) {
+                    QThread::msleep(1);
+                    return value + 2;
+                });
+            QList<int> outputs(64, 1);
+            PXConcurrent::blockingMap(outputs, [](int& value) {
+                QThread::msleep(1);
+                value *= 3;
+            });
+            return int(doubled.size() + outputs.count(3));
+        }));
+    }
+    for (QFuture<int>& task : tasks)
+        QCOMPARE(task.result(), 128);
+    QTRY_COMPARE(pool->activeThreadCount(), 0);
+    QCOMPARE(pool->maxThreadCount(), threads);
 }
 
 QTEST_GUILESS_MAIN(TestPXConcurrent)
