@@ -289,7 +289,6 @@ void PXImageSegmentation::retireWorker(bool stop)
         return;
     if (stop)
         worker->stop();
-    m_workerLassoToStart.reset();
     // The watcher reports in this object's thread after everything the task
     // posted there, so no queued signal of the worker outlives it.
     auto* watcher = new QFutureWatcher<void>();
@@ -315,21 +314,6 @@ void PXImageSegmentation::releaseRetiredWorker(QFutureWatcher<void>* watcher)
     // Its destructor joins the edge detector's thread if that still runs.
     delete worker;
     watcher->deleteLater();
-    startWorkerWhenAlone();
-}
-
-void PXImageSegmentation::startWorkerWhenAlone()
-{
-    // A replaced worker runs on to the end of its current phase. Its nested
-    // parallel passes and those of a second worker can take every pool
-    // thread and wait for each other, so workers run one at a time.
-    if (!m_retiredWorkers.isEmpty() || !m_workerLassoToStart)
-        return;
-    PXInitialSegmentationWorker* worker = m_worker.load();
-    const QPainterPath lasso = *m_workerLassoToStart;
-    m_workerLassoToStart.reset();
-    if (worker)
-        m_workerTask = worker->startInitialSegmentation(lasso);
 }
 
 // ---------------------------------------------------------------------------
@@ -391,8 +375,7 @@ void PXImageSegmentation::startInitialSegmentation(const QPainterPath& path)
             &PXImageSegmentation::setProgressFromWorker);
     connect(worker, &PXInitialSegmentationWorker::finished, this,
             &PXImageSegmentation::initialSegmentationIsFinished);
-    m_workerLassoToStart = path;
-    startWorkerWhenAlone();
+    m_workerTask = worker->startInitialSegmentation(path);
 }
 
 void PXImageSegmentation::initialSegmentationIsFinished()

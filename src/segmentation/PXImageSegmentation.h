@@ -19,7 +19,6 @@
 #include <QThread>
 
 #include <atomic>
-#include <optional>
 #include <utility>
 
 class PXInitialSegmentationWorker;
@@ -262,7 +261,6 @@ private:
     void startThread();
     void retireWorker(bool stop);
     void releaseRetiredWorker(QFutureWatcher<void>* watcher);
-    void startWorkerWhenAlone();
     PXUndoCommandSegmentation* takeUndoCommandLocked();
     void recolourMaskLocked();
 
@@ -309,7 +307,6 @@ private:
     std::atomic<bool> m_loopIsLeaving {false};
     QFuture<void> m_workerTask;
     // The lasso of a current worker that waits for the replaced ones to end.
-    std::optional<QPainterPath> m_workerLassoToStart;
     QList<RetiredWorker> m_retiredWorkers;
     QList<QFuture<void>> m_clicks;
 };
