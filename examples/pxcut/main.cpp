@@ -216,7 +216,7 @@ int runCut(PXCutArguments arguments)
     for (const PXCutStep& step : std::as_const(arguments.steps)) {
         const int occurrence = ++occurrences[step.option];
         const QString what = step.kind == PXCutStep::Click
-            ? QStringLiteral("%1 %2").arg(step.option, PXPointList::format(step.points.first()))
+            ? step.option
             : QStringLiteral("%1 #%2").arg(step.option).arg(occurrence);
         if (!checkInside(what, step.points, size, &error))
             return fail(error);
@@ -327,10 +327,8 @@ int runWire(const PXCutArguments& arguments)
         return fail(QStringLiteral("cannot read the photo %1").arg(error));
     const QSize size = photo.photo().size();
     for (int i = 0; i < arguments.seeds.size(); ++i) {
-        if (!checkInside(QStringLiteral("--seed %1").arg(PXPointList::format(arguments.seeds.at(i))),
-                { arguments.seeds.at(i) }, size, &error)
-            || !checkInside(QStringLiteral("--to %1").arg(PXPointList::format(arguments.targets.at(i))),
-                { arguments.targets.at(i) }, size, &error))
+        if (!checkInside(QStringLiteral("--seed"), { arguments.seeds.at(i) }, size, &error)
+            || !checkInside(QStringLiteral("--to"), { arguments.targets.at(i) }, size, &error))
             return fail(error);
     }
 
