@@ -1,0 +1,438 @@
+#include "PXRegionGrowing.h"
+
+#include "PXConcurrent.h"
+#include "PXImage.h"
+#include "PXIntRange.h"
+#include "PXPlatformIndependent.h"
+#include "PXRegionGrowingEdgeCandidate.h"
+
+#include <QRandomGenerator64>
+
+#include <algorithm>
+#include <climits>
+#include <vector>
+
+namespace {
+
+// Neighbours in the order left, below, right, above.
+constexpr int NeighbourDx[4] = {-1, 0, 1, 0};
+constexpr int NeighbourDy[4] = {0, 1, 0, -1};
+
+bool byLabelPair(const PXRegionGrowingEdge& a, const PXRegionGrowingEdge& b)
+{
+    const PXRegionGrowingFromTo first = a.fromTo();
+    const PXRegionGrowingFromTo second = b.fromTo();
+    return first.from() < second.from() || (first.from() == second.from() && first.to() < second.to());
+}
+
+// A total order, so that edges of equal strength merge the same way whatever
+// order the hash tables and slices produced them in.
+bool byWeightThenLabels(const PXRegionGrowingEdge& a, const PXRegionGrowingEdge& b)
+{
+    if (a.edgeStrength() != b.edgeStrength())
+        return a.edgeStrength() < b.edgeStrength();
+    return byLabelPair(a, b);
+}
+
+const qint32* labelRow(const QImage& labels, int y)
+{
+    return reinterpret_cast<const qint32*>(labels.constScanLine(y));
+}
+
+} // namespace
+
+PXRegionGrowing::PXRegionGrowing()
+    : QObject(nullptr)
+{
+}
+
+PXRegionGrowing::~PXRegionGrowing()
+{
+    releaseForest();
+}
+
+void PXRegionGrowing::releaseForest()
+{
+    delete[] m_forest;
+    m_forest = nullptr;
+    m_forestSize = 0;
+}
+
+void PXRegionGrowing::setup(
+    PXImage* image, const QPainterPath& lasso, const QImage& edgeImage, double threshold)
+{
+    m_image = image;
+    m_lasso = lasso;
+    m_edgeImage = edgeImage;
+    m_threshold = threshold;
+}
+
+void PXRegionGrowing::setClusterData(const QList<PXSuperPixel>& superpixels, const QImage& labels)
+{
+    m_superPixels = superpixels;
+    // Labels are read as 32-bit integers; anything else has none.
+    m_labels = labels.depth() == 32 ? labels : QImage();
+    m_numberOfClusters = int(superpixels.size());
+}
+
+int PXRegionGrowing::totalProgressSteps()
+{
+    return 5;
+}
+
+void PXRegionGrowing::run()
+{
+    createGraph();
+    emit increaseProgress();
+    segmentGraph();
+    emit increaseProgress();
+    reorderLabels();
+    emit increaseProgress();
+    buildClusters();
+    emit increaseProgress();
+    findNeighborhood();
+    emit increaseProgress();
+}
+
+QRect PXRegionGrowing::lassoRect() const
+{
+    QRectF bounds = m_lasso.boundingRect();
+    // Keeps the rounding to int defined for lassos far outside any photo.
+    constexpr qreal Limit = 1e9;
+    if (bounds.left() < -Limit || bounds.top() < -Limit || bounds.right() > Limit
+        || bounds.bottom() > Limit) {
+        bounds = QRectF(QPointF(qBound(-Limit, bounds.left(), Limit), qBound(-Limit, bounds.top(), Limit)),
+            QPointF(qBound(-Limit, bounds.right(), Limit), qBound(-Limit, bounds.bottom(), Limit)));
+    }
+    return bounds.toRect();
+}
+
+void PXRegionGrowing::createGraph()
+{
+    const QRect rect = lassoRect();
+    const int count = int(m_superPixels.size());
+    QList<PXSuperPixelEdgeDetectionSlice> slices;
+    if (count >= 2) {
+        const int cores = PXPlatformIndependent::instance()->numberOfCores();
+        // Never 0, or the slicing would not advance with fewer labels than cores.
+        const int step = qMax(1, count / cores);
+        for (int first = 1; first < count; first += step) {
+            PXSuperPixelEdgeDetectionSlice slice;
+            slice.edgeImage = m_edgeImage;
+            slice.labelImage = m_labels;
+            // The right and bottom corner are exclusive bounds: the last
+            // column and row of the rectangle are never visited.
+            slice.top = rect.top();
+            slice.bottom = rect.bottom();
+            slice.left = rect.left();
+            slice.right = rect.right();
+            slice.superPixels = m_superPixels;
+            slice.firstLabel = first;
+            slice.lastLabel = qMin(first + step, count) - 1;
+            slices.append(std::move(slice));
+        }
+    }
+    const auto perSlice = PXConcurrent::blockingMapped<QList<QList<PXRegionGrowingEdge>>>(
+        slices, &PXRegionGrowing::createGraphSlice);
+    m_edges.clear();
+    qsizetype total = 0;
+    for (const auto& edges : perSlice)
+        total += edges.size();
+    m_edges.reserve(total);
+    for (const auto& edges : perSlice)
+        m_edges.append(edges);
+}
+
+QList<PXRegionGrowingEdge> PXRegionGrowing::createGraphSlice(const PXSuperPixelEdgeDetectionSlice& slice)
+{
+    QList<PXRegionGrowingEdge> result;
+    const QImage& edgeImage = slice.edgeImage;
+    const QImage& labelImage = slice.labelImage;
+    const int width = edgeImage.width();
+    const int height = edgeImage.height();
+    if (edgeImage.depth() != 32 || labelImage.depth() != 32 || labelImage.size() != edgeImage.size())
+        return result;
+    const int labelCount = int(slice.superPixels.size());
+    const int top = qMax(0, slice.top);
+    const int bottom = qMin(slice.bottom, height);
+    const int left = qMax(0, slice.left);
+    const int right = qMin(slice.right, width);
+
+    QHash<PXRegionGrowingFromTo, PXRegionGrowingEdgeCandidate*> candidates;
+    candidates.reserve(100000);
+    // Consecutive pixels mostly see the same boundary.
+    PXRegionGrowingFromTo cachedKey;
+    PXRegionGrowingEdgeCandidate* cached = nullptr;
+
+    for (int y = top; y < bottom; ++y) {
+        const qint32* labels = labelRow(labelImage, y);
+        const uchar* edges = edgeImage.constScanLine(y);
+        for (int x = left; x < right; ++x) {
+            const int label = labels[x];
+            if (label < slice.firstLabel || label > slice.lastLabel)
+                continue;
+            // The strength of the visited pixel, not of its neighbour.
+            const int strength = edges[4 * x + 2];
+            for (int k = 0; k < 4; ++k) {
+                const int nx = x + NeighbourDx[k];
+                const int ny = y + NeighbourDy[k];
+                if (nx < 0 || nx >= width || ny < 0 || ny >= height)
+                    continue;
+                const int neighbour = labelRow(labelImage, ny)[nx];
+                // Labels without a record count as no superpixel.
+                if (neighbour < 1 || neighbour == label || neighbour >= labelCount)
+                    continue;
+                const PXRegionGrowingFromTo key(label, neighbour);
+                if (!cached || key != cachedKey) {
+                    PXRegionGrowingEdgeCandidate*& candidate = candidates[key];
+                    if (!candidate)
+                        candidate = new PXRegionGrowingEdgeCandidate;
+                    cachedKey = key;
+                    cached = candidate;
+                }
+                cached->addEdge(strength);
+            }
+        }
+    }
+
+    result.reserve(candidates.size());
+    for (auto it = candidates.cbegin(); it != candidates.cend(); ++it) {
+        result.append(PXRegionGrowingEdge(it.key(), slice.superPixels, it.value()->normalizedAverageEdgeStrength()));
+        delete it.value();
+    }
+    // Independent of the hash seed, for anybody reading edges().
+    std::sort(result.begin(), result.end(), byLabelPair);
+    return result;
+}
+
+void PXRegionGrowing::segmentGraph()
+{
+    std::sort(m_edges.begin(), m_edges.end(), byWeightThenLabels);
+
+    // A forest of an earlier call is released, not leaked.
+    releaseForest();
+    const int nodes = qMax(0, m_numberOfClusters);
+    if (nodes > 0) {
+        m_forest = new ForestNode[nodes];
+        m_forestSize = nodes;
+        for (int i = 0; i < nodes; ++i)
+            m_forest[i] = {0, i, i < m_superPixels.size() ? m_superPixels.at(i).pixelCount() : 0};
+    }
+
+    const QSize imageSize = m_image ? m_image->size() : QSize(0, 0);
+    const double area = double(imageSize.width()) * double(imageSize.height());
+    const int minSize = int(qBound(25.0, area * 0.0002, 400.0));
+    const double kLow = qMax(1.0, m_threshold);
+    const double kHigh = qMax(5.0, kLow);
+
+    const auto inForest = [this](const PXRegionGrowingFromTo& pair) {
+        return pair.from() >= 0 && pair.from() < m_forestSize && pair.to() >= 0
+            && pair.to() < m_forestSize;
+    };
+
+    QList<PXRegionGrowingEdge> deferred;
+    for (const PXRegionGrowingEdge& edge : std::as_const(m_edges)) {
+        const PXRegionGrowingFromTo pair = edge.fromTo();
+        if (!inForest(pair))
+            continue;
+        const int a = findParent(pair.from());
+        const int b = findParent(pair.to());
+        if (a == b)
+            continue;
+        const PXYCbCr difference = edge.colorDifference();
+        const unsigned int chroma = qMax(difference.cb(), difference.cr());
+        const unsigned int luminance = difference.luminance();
+        const double strength = edge.edgeStrength();
+        if (kHigh > strength && chroma <= 7 && luminance <= 4) {
+            join(a, b);
+            continue;
+        }
+        if (size(a) < minSize || size(b) < minSize) {
+            if (kLow > strength) {
+                deferred.append(edge);
+            } else if (size(a) >= 25 && size(b) > 24) {
+                // The same bound twice, as the thresholds were tuned with it.
+                continue;
+            } else {
+                deferred.append(edge);
+            }
+        }
+    }
+
+    std::sort(deferred.begin(), deferred.end(), byWeightThenLabels);
+    for (const PXRegionGrowingEdge& edge : std::as_const(deferred)) {
+        const int a = findParent(edge.fromTo().from());
+        const int b = findParent(edge.fromTo().to());
+        if (a != b && (size(a) < minSize || size(b) < minSize))
+            join(a, b);
+    }
+}
+
+void PXRegionGrowing::join(int a, int b)
+{
+    if (!m_forest || a < 0 || a >= m_forestSize || b < 0 || b >= m_forestSize)
+        return;
+    ForestNode& first = m_forest[a];
+    ForestNode& second = m_forest[b];
+    if (first.rank <= second.rank) {
+        first.parent = b;
+        second.size += first.size;
+        if (first.rank == second.rank)
+            second.rank = first.rank + 1;
+    } else {
+        second.parent = a;
+        first.size += second.size;
+    }
+    --m_numberOfClusters;
+}
+
+int PXRegionGrowing::findParent(int label) const
+{
+    if (!m_forest || label < 0 || label >= m_forestSize)
+        return label;
+    int root = label;
+    while (m_forest[root].parent != root)
+        root = m_forest[root].parent;
+    // Only the node asked for is pointed at the root, not those passed.
+    m_forest[label].parent = root;
+    return root;
+}
+
+int PXRegionGrowing::size(int label) const
+{
+    if (!m_forest || label < 0 || label >= m_forestSize)
+        return 0;
+    return m_forest[label].size;
+}
+
+void PXRegionGrowing::reorderLabels()
+{
+    const QSize imageSize = m_image ? m_image->size() : QSize();
+    QImage relabeled(imageSize, QImage::Format_ARGB32);
+    // Labels without a node (or a record, before any forest) count as outside.
+    const int known = m_forest ? m_forestSize : int(m_superPixels.size());
+    std::vector<int> newLabels(size_t(qMax(0, known)), 0);
+    int next = 1;
+    const int labelWidth = m_labels.width();
+    const int labelHeight = m_labels.height();
+    for (int y = 0; y < relabeled.height(); ++y) {
+        auto* out = reinterpret_cast<qint32*>(relabeled.scanLine(y));
+        const qint32* in = y < labelHeight ? labelRow(m_labels, y) : nullptr;
+        for (int x = 0; x < relabeled.width(); ++x) {
+            const int label = (in && x < labelWidth) ? in[x] : 0;
+            if (label < 1 || label >= known) {
+                out[x] = 0;
+                continue;
+            }
+            const int root = findParent(label);
+            int& mapped = newLabels[size_t(root)];
+            if (mapped == 0)
+                mapped = next++;
+            out[x] = mapped;
+        }
+    }
+    m_numberOfClusters = next;
+    m_labels = relabeled;
+}
+
+void PXRegionGrowing::buildClusters()
+{
+    const int count = qMax(0, m_numberOfClusters);
+    m_superPixels.clear();
+    m_superPixelPoints.clear();
+    m_superPixels.reserve(count);
+    m_superPixelPoints.reserve(count);
+    for (int i = 0; i < count; ++i) {
+        // Starts at a count of 1: the means and counts downstream carry it.
+        m_superPixels.append(PXSuperPixel(0, 0, 0, 0, 0));
+        m_superPixelPoints.append(QList<QPoint>());
+    }
+
+    const QImage ycbcr = m_image ? m_image->imageYCbCr() : QImage();
+    const bool hasColours = ycbcr.depth() == 32;
+    PXSuperPixel* records = m_superPixels.data();
+    QList<QPoint>* points = m_superPixelPoints.data();
+    const PXIntRange rows = PXIntRange::rowsOfImage(m_labels);
+    const PXIntRange columns = PXIntRange::columnsOfImage(m_labels);
+    for (int y = rows.first(); y != rows.lastIndexEvenIfUnvalid(); ++y) {
+        if (!hasColours || y >= ycbcr.height())
+            break;
+        const qint32* labels = labelRow(m_labels, y);
+        const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(ycbcr.constScanLine(y));
+        const int end = qMin(columns.lastIndexEvenIfUnvalid(), ycbcr.width());
+        for (int x = columns.first(); x < end; ++x) {
+            const int label = labels[x];
+            if (label < 1 || label >= count)
+                continue;
+            records[label].addPixel(pixels[x], x, y);
+            points[label].append(QPoint(x, y));
+        }
+    }
+    for (int i = 1; i < count; ++i)
+        records[i].normalize();
+}
+
+void PXRegionGrowing::findNeighborhood()
+{
+    for (int i = 1; i < m_superPixels.size(); ++i)
+        m_neighbors[i] = QSet<int>();
+
+    const PXIntRange rows = PXIntRange::rowsOfImage(m_labels);
+    const PXIntRange columns = PXIntRange::columnsOfImage(m_labels);
+    const int width = m_labels.width();
+    const int height = m_labels.height();
+    // Boundaries run along rows, so the same pair repeats; skip re-inserting it.
+    QSet<int>* current = nullptr;
+    int currentLabel = INT_MIN;
+    int lastNeighbour = INT_MIN;
+    for (int y = rows.first(); y != rows.lastIndexEvenIfUnvalid(); ++y) {
+        const qint32* labels = labelRow(m_labels, y);
+        for (int x = columns.first(); x != columns.lastIndexEvenIfUnvalid(); ++x) {
+            const int label = labels[x];
+            for (int k = 0; k < 4; ++k) {
+                const int nx = x + NeighbourDx[k];
+                const int ny = y + NeighbourDy[k];
+                if (nx < 0 || nx >= width || ny < 0 || ny >= height)
+                    continue;
+                const int neighbour = labelRow(m_labels, ny)[nx];
+                if (neighbour == label)
+                    continue;
+                if (!current || label != currentLabel) {
+                    // Fetched only here: the hash may grow and move its sets.
+                    current = &m_neighbors[label];
+                    currentLabel = label;
+                    lastNeighbour = INT_MIN;
+                }
+                if (neighbour != lastNeighbour) {
+                    current->insert(neighbour);
+                    lastNeighbour = neighbour;
+                }
+            }
+        }
+    }
+}
+
+QImage PXRegionGrowing::drawClusters() const
+{
+    const QSize imageSize = m_image ? m_image->size() : QSize();
+    QImage image(imageSize, QImage::Format_ARGB32);
+    image.fill(0);
+    QList<QRgb> colours;
+    colours.reserve(m_superPixels.size());
+    for (int i = 0; i < m_superPixels.size(); ++i)
+        colours.append(0xFF000000u | QRgb(QRandomGenerator64::system()->generate() & 0xFFFFFFu));
+    const int width = qMin(image.width(), m_labels.width());
+    const int height = qMin(image.height(), m_labels.height());
+    for (int y = 0; y < height; ++y) {
+        const qint32* labels = labelRow(m_labels, y);
+        auto* out = reinterpret_cast<QRgb*>(image.scanLine(y));
+        for (int x = 0; x < width; ++x) {
+            if (labels[x] < 0)
+                continue;
+            const int root = findParent(labels[x]);
+            if (root < colours.size())
+                out[x] = colours.at(root);
+        }
+    }
+    return image;
+}

@@ -1,0 +1,308 @@
+#pragma once
+
+#include "PXSuperPixel.h"
+#include "pximagecutter_export.h"
+
+#include <QColor>
+#include <QFileInfo>
+#include <QFuture>
+#include <QHash>
+#include <QImage>
+#include <QList>
+#include <QMutex>
+#include <QPainterPath>
+#include <QPoint>
+#include <QPointF>
+#include <QRect>
+#include <QRecursiveMutex>
+#include <QSet>
+#include <QThread>
+
+#include <atomic>
+#include <utility>
+
+class PXInitialSegmentationWorker;
+class PXMementoSegmentation;
+class PXUndoCommandSegmentation;
+class PXUndoController;
+template <typename T>
+class QFutureWatcher;
+
+/**
+ * Cuts one object out of one photo: the object a host drives.
+ *
+ * Call order: setup() with the photo (hosts scale it to
+ * PXImageCutterSettings::maximalImageLength() first; the library never
+ * scales), then startThreadWithInitialPath() with a lasso. A
+ * PXInitialSegmentationWorker computes superpixels and regions for the lasso
+ * on a pool thread; when it finishes, the controller makes the initial cut on
+ * its own thread and emits sendNewMask(). From then on (isValid() is true) the
+ * refinement slots (paint selection, scribble, hover, clicker) and the mask
+ * operations change the mask; every change is emitted with sendNewMask().
+ *
+ * The mask is a QImage::Format_ARGB32_Premultiplied image of the photo's size:
+ * background opaque in the mask colour, the object fully transparent.
+ *
+ * Threads: every slot and operation is called from the thread the object lives
+ * in (the host's, normally the GUI thread). Requests are stored, a
+ * SegmentationMode is set and the object's own thread is started when idle;
+ * run() dispatches on the mode. The clicker alone runs on
+ * QThreadPool::globalInstance(). Signals are emitted from the controller
+ * thread; connect them queued. The synchronous queries (maskForeground(),
+ * createSmoothForegroundMask(), drawContour(), ...) are meant for an idle
+ * controller but are safe at any time.
+ *
+ * Ownership: the controller owns its worker, the pending memento and every
+ * worker it replaced until that worker's pool task has ended. Mementos from
+ * createMemento() belong to the caller.
+ */
+class PXIMAGECUTTER_EXPORT PXImageSegmentation : public QThread
+{
+    Q_OBJECT
+
+public:
+    /** What run() does next. */
+    enum SegmentationMode {
+        None = 0,
+        InitialCut = 1,
+        PaintSelection = 2,
+        PaintSelectionHover = 3,
+        Scribble = 4,
+        ChangeMaskColor = 5,
+        InvertMask = 6
+    };
+    Q_ENUM(SegmentationMode)
+
+    PXImageSegmentation();
+    /**
+     * Interrupts the controller thread and waits up to two seconds for it;
+     * a thread that still runs then is terminated. Workers are stopped and
+     * released once their pool tasks have ended.
+     */
+    ~PXImageSegmentation() override;
+
+    /**
+     * Cancels everything and takes @p image (converted to
+     * QImage::Format_ARGB32) as the photo. Emits a null mask and zero progress.
+     */
+    void setup(const QImage& image, const QFileInfo& fileInfo);
+    /** Replaces the photo as it stands: no conversion, no reset. */
+    void setImage(const QImage& image);
+    /** Stores @p mode and starts the controller thread if it is idle. */
+    void startWithMode(SegmentationMode mode);
+    /**
+     * Stops the current worker (if the controller thread runs), interrupts the
+     * controller thread, forgets the worker and resets.
+     */
+    void cancel();
+    /**
+     * Forgets the segmentation results and any unfinished gesture, emits a null
+     * mask and zero progress. The sets, labels, lasso and mask (unless there is
+     * no photo) are kept.
+     */
+    void reset();
+    /** Whether a worker has delivered results, i.e. refinement is possible. */
+    bool isValid() const;
+    /** Progress steps of one lasso: the worker's steps plus 5. */
+    int totalSteps() const;
+    /** One more step of progress, emitted with segmentationProgress(). */
+    void increaseAndUpdateProgressbar();
+    /** The photo editor's undo controller; not owned. */
+    PXUndoController* undoController() const;
+
+    // Initial cut.
+
+    /** Stops any previous worker, resets and starts a new worker on @p path. */
+    void startInitialSegmentation(const QPainterPath& path);
+    /**
+     * Takes the results of the current worker and starts the initial cut.
+     * Connected to the worker's finished(); signals of other senders are
+     * ignored.
+     */
+    void initialSegmentationIsFinished();
+    /**
+     * Repeats cutObjectInitial() until the worker did not change during a cut,
+     * then emits sendNewMask(). Ends without emitting when interrupted. Runs on
+     * the calling thread.
+     */
+    void doInitialCut();
+    /** One initial cut: object, background colour model, neighbourhood vote. */
+    void cutObjectInitial();
+    /** The expanded lasso filled 0xFFFFFFFF on black, the photo's size. */
+    QImage createImageWithLassoPath() const;
+    /**
+     * Labels with a pixel inside (first) and outside (second) the lasso image,
+     * visiting @p rect without its last row and column.
+     */
+    std::pair<QSet<int>, QSet<int>> separateForegroundAndBackgroundSuperPixels(
+        const QImage& lassoImage, const QRect& rect) const;
+    /**
+     * Makes the labels only inside the lasso the object and the others the
+     * background; returns the object's labels.
+     */
+    QSet<int> assignForegroundPixels(const std::pair<QSet<int>, QSet<int>>& insideOutside);
+    /** Moves object labels whose colour is the background's; returns them. */
+    QSet<int> extractBackground();
+    /**
+     * Moves object labels of which at least half the neighbours are background
+     * or in @p possibleBackground; returns 0 and the moved labels.
+     */
+    QSet<int> confirmPossibleBackground(const QSet<int>& possibleBackground);
+    /** Puts @p label on one side and paints its pixels into the mask. */
+    void drawSuperpixelOnForegroundUserMask(int label, bool isForeground);
+
+    // Interactive refinement.
+
+    /** Toggles the superpixel under @p position. Emits nothing. */
+    void cutObjectWithClicker(const QPointF& position);
+    /** Moves every superpixel that @p path touches to one side. */
+    void cutObjectWithPaintSelection(const QPainterPath& path, bool isForeground);
+    /** Paints @p path into the mask pixel by pixel. */
+    void cutObjectWithScribble(const QPainterPath& path, bool isForeground);
+    /** Clears @p path in the mask (foreground) or fills it with the mask colour. */
+    void drawPathOnForegroundUserMask(const QPainterPath& path, bool isForeground);
+    /** The controller-thread loop of PaintSelection and Scribble. */
+    void paintSelecting();
+    /** The controller-thread loop of PaintSelectionHover. */
+    void paintHovering();
+    /**
+     * A copy of the mask with @p clusters shown as object (@p isForeground)
+     * or background. The top-left pixel is never written.
+     */
+    QImage maskWithSegments(const QSet<int>& clusters, bool isForeground) const;
+    /** The labels under a round brush of @p radius around @p centre. */
+    QSet<int> superpixels(const QPoint& centre, int radius) const;
+    /** The pixels of the superpixel at @p point (clamped into the photo). */
+    QList<QPoint> pointsOfSuperpixel(const QPointF& point) const;
+    /** The label at @p point clamped into the photo; 0 without labels. */
+    int safeGetSuperPixelAt(const QPoint& point) const;
+    /** Discards strokes the controller thread has not taken yet. */
+    void clearLastScribble();
+    /** Whether the expanded lasso contains @p path. */
+    bool containsPath(const QPainterPath& path) const;
+    /** The path of the last paint selection. */
+    QPainterPath lastPath() const;
+    /** Ends a gesture without a final stroke: pushes its undo command. */
+    void pushUndoCommand();
+
+    // Mask output.
+
+    /** Recolours the mask in place with the mask colour. Emits nothing. */
+    void updateMask();
+    /** Recolours the mask on the controller thread; alpha alone is ignored. */
+    void setMaskColor(const QColor& colour);
+    QColor maskColor() const;
+    /**
+     * Toggles the inversion. The mask is repainted on the controller thread
+     * only when that thread is idle; otherwise only the flag changes.
+     */
+    void invertMask();
+    /** Inverts the mask and swaps the object and background sets. */
+    void invertMaskJob();
+    /** Sets the flag; inverts synchronously when it changed and isValid(). */
+    void setMaskIsInverted(bool inverted);
+    bool maskIsInverted() const;
+    /** @p path filled 0xFFFFFFFF on black, the mask's size. */
+    QImage createMask(const QPainterPath& path) const;
+    /** The current mask (shared copy). */
+    QImage maskForeground() const;
+    /**
+     * The mask blurred by @p radius and thresholded to QImage::Format_Mono.
+     * Needs a QApplication and its thread; elsewhere returns a null image.
+     */
+    QImage createSmoothForegroundMask(int radius) const;
+    /**
+     * Opaque white where at least two of a pixel's eight neighbours carry
+     * another label, transparent elsewhere.
+     */
+    QImage drawContour() const;
+
+    // Undo.
+
+    /** A snapshot of the selection, owned by the caller. */
+    PXMementoSegmentation* createMemento(bool withLabels);
+    /** Restores @p memento (which stays the caller's) and emits the mask. */
+    void setMemento(const PXMementoSegmentation* memento);
+
+Q_SIGNALS:
+    void segmentationProgress(int currentStep, int totalSteps);
+    /** The current mask; a null image after reset(). */
+    void sendNewMask(QImage theImage);
+    /** For a contour image of the host's; the library never emits it. */
+    void sendContours(QImage theImage);
+
+public Q_SLOTS:
+    void startThreadWithPaintSelection(QPainterPath theScribble, bool isForeground, bool isTemporary);
+    void startThreadWithScribble(QPainterPath theScribble, bool isForeground, bool isTemporary);
+    void startThreadWithPaintSelectionHover(QSet<int> theClusters, bool isForeground);
+    /** A new lasso: starts a worker; the first mask follows when it is done. */
+    void startThreadWithInitialPath(QPainterPath thePath);
+    /** Runs cutObjectWithClicker() on the global thread pool. */
+    void startThreadWithClicker(QPointF thePosition);
+    /** Progress of the current worker; other senders are ignored. */
+    void setProgressFromWorker(int theCurrentStep, int theTotalStep);
+    void resetProgress();
+
+protected:
+    void run() override;
+
+private:
+    struct RetiredWorker {
+        PXInitialSegmentationWorker* worker;
+        QFutureWatcher<void>* watcher;
+    };
+
+    void startThread();
+    void retireWorker(bool stop);
+    void releaseRetiredWorker(QFutureWatcher<void>* watcher);
+    PXUndoCommandSegmentation* takeUndoCommandLocked();
+    void recolourMaskLocked();
+
+    bool m_labelsSaved = false;
+    QImage m_mask;
+    QImage m_reservedImage;
+    QImage m_workingImage;
+    QFileInfo m_fileInfo;
+    QColor m_reservedColor;
+    QColor m_transparentColor;
+    std::atomic<int> m_mode {None};
+    std::atomic<int> m_clickedSuperpixel {0};
+    QImage m_labels;
+    QList<PXSuperPixel> m_superpixels;
+    QList<QList<QPoint>> m_pointsOfSuperpixels;
+    QHash<int, QSet<int>> m_neighbours;
+    QSet<int> m_foreground;
+    QSet<int> m_background;
+    QPainterPath m_lassoPath;
+    QPainterPath m_expandedPath;
+    QPainterPath m_pendingStrokes;
+    QPainterPath m_lastPath;
+    int m_reserved = 0;
+    QColor m_maskColor;
+    bool m_maskIsInverted = false;
+    bool m_strokeIsForeground = false;
+    bool m_strokeIsTemporary = false;
+    PXUndoController* m_undoController;
+    PXMementoSegmentation* m_pendingMemento = nullptr;
+    std::atomic<int> m_workerTotalSteps {0};
+    std::atomic<int> m_currentStep {0};
+    QSet<int> m_hoverClusters;
+    QRect m_analysedRegion;
+    std::atomic<PXInitialSegmentationWorker*> m_worker {nullptr};
+    QMutex m_strokeMutex;
+
+    // Guards the segmentation data (images, lists, sets, paths, mask colour)
+    // between the host's thread, the controller thread and the clicker. It is
+    // never held while a signal is emitted and never taken before the stroke
+    // mutex. Recursive because the public stages call one another.
+    mutable QRecursiveMutex m_dataMutex;
+    // Set under the stroke mutex when a paint or hover loop has taken its last
+    // look at the pending requests, so a request arriving before the thread
+    // has ended restarts it instead of being left behind.
+    bool m_loopIsLeaving = false;
+    QFuture<void> m_workerTask;
+    QList<RetiredWorker> m_retiredWorkers;
+    QList<QFuture<void>> m_clicks;
+};
+
+Q_DECLARE_METATYPE(PXImageSegmentation*)

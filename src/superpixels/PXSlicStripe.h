@@ -1,0 +1,100 @@
+#pragma once
+
+// What the three assignment kernels share. Internal header.
+
+#include "PXSlicSlice.h"
+#include "PXSuperPixel.h"
+#include "PXYCbCrPixel.h"
+
+#include <algorithm>
+#include <cfloat>
+#include <vector>
+
+/**
+ * One stripe made ready for an assignment kernel: its bounds clipped to the
+ * image, row access to pixels and labels, and the stripe's private buffer of
+ * best distances so far, all FLT_MAX at the start.
+ *
+ * The buffer covers just the stripe's columns: the other slots of a buffer
+ * as wide as the lasso rectangle would never be read.
+ */
+class PXSlicStripe
+{
+public:
+    explicit PXSlicStripe(const PXSlicSlice& slice)
+    {
+        const QImage& image = slice.image;
+        if (image.isNull() || image.depth() != 32 || !slice.labels || slice.superPixels.size() < 2)
+            return;
+        m_xStart = std::max(slice.xStart, 0);
+        m_yStart = std::max(slice.yStart, 0);
+        m_xEnd = std::min({slice.xEnd, image.width(), slice.xStart + std::max(slice.lassoWidth, 0)});
+        m_yEnd = std::min({slice.yEnd, image.height(), slice.yStart + std::max(slice.lassoHeight, 0)});
+        if (m_xStart >= m_xEnd || m_yStart >= m_yEnd)
+            return;
+        m_imageWidth = image.width();
+        m_pixels = reinterpret_cast<const PXYCbCrPixel*>(image.constBits());
+        m_labels = slice.labels;
+        m_width = m_xEnd - m_xStart;
+        m_distances.assign(std::size_t(m_width) * std::size_t(m_yEnd - m_yStart), FLT_MAX);
+    }
+
+    bool isEmpty() const { return m_distances.empty(); }
+
+    /**
+     * The search window of @p record, Sint = @p gridStep on each side of its
+     * centre, clamped to the stripe: columns [xLo, xHi), rows [yLo, yHi).
+     * False if it is empty.
+     */
+    bool window(const PXSuperPixel& record, int gridStep, int& xLo, int& xHi, int& yLo, int& yHi) const
+    {
+        xLo = clamped(qint64(record.xCenter()) - gridStep, m_xStart, m_xEnd);
+        xHi = clamped(qint64(record.xCenter()) + gridStep, m_xStart, m_xEnd);
+        yLo = clamped(qint64(record.yCenter()) - gridStep, m_yStart, m_yEnd);
+        yHi = clamped(qint64(record.yCenter()) + gridStep, m_yStart, m_yEnd);
+        return xLo < xHi && yLo < yHi;
+    }
+
+    /** Row @p y of the image, indexed by column. */
+    const PXYCbCrPixel* pixelRow(int y) const { return m_pixels + qint64(y) * m_imageWidth; }
+    /** Row @p y of the labels, indexed by column. */
+    quint32* labelRow(int y) const { return m_labels + qint64(y) * m_imageWidth; }
+    /** Row @p y of the distance buffer, indexed by column - xStart(). */
+    float* distanceRow(int y) { return m_distances.data() + qint64(y - m_yStart) * m_width; }
+    int xStart() const { return m_xStart; }
+
+    /**
+     * The scalar step for columns [@p xLo, @p xHi) of row @p y: a pixel goes
+     * to @p label if @p record is strictly closer than the best so far.
+     */
+    void assignRange(const PXSuperPixel& record, quint32 label, int xLo, int xHi, int y, float gridStep)
+    {
+        const PXYCbCrPixel* pixels = pixelRow(y);
+        quint32* labels = labelRow(y);
+        float* distances = distanceRow(y);
+        for (int x = xLo; x < xHi; ++x) {
+            const float d = record.distance(x, y, pixels[x], gridStep);
+            if (distances[x - m_xStart] > d) {
+                distances[x - m_xStart] = d;
+                labels[x] = label;
+            }
+        }
+    }
+
+private:
+    // max(low, min(high, value)): an upper bound below low yields low, so the window is empty.
+    static int clamped(qint64 value, int low, int high)
+    {
+        return int(std::max<qint64>(low, std::min<qint64>(high, value)));
+    }
+
+    int m_xStart = 0;
+    int m_xEnd = 0;
+    int m_yStart = 0;
+    int m_yEnd = 0;
+    int m_width = 0;
+    int m_imageWidth = 0;
+    const PXYCbCrPixel* m_pixels = nullptr;
+    quint32* m_labels = nullptr;
+    std::vector<float> m_distances;
+};

@@ -1,0 +1,366 @@
+#include "PXInitialSegmentationWorker.h"
+#include "WorkerTestPhoto.h"
+
+#include <QCryptographicHash>
+#include <QDataStream>
+#include <QFileInfo>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QtTest>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <memory>
+
+namespace {
+
+constexpr int PhotoWidth = 240;
+constexpr int PhotoHeight = 160;
+
+QImage testPhoto()
+{
+    return WorkerTestPhoto::photo(PhotoWidth, PhotoHeight);
+}
+
+QPainterPath testLasso()
+{
+    return WorkerTestPhoto::lasso(PhotoWidth, PhotoHeight, 0.6);
+}
+
+// Runs a worker to the end in the calling thread's view.
+std::unique_ptr<PXInitialSegmentationWorker> segment(const QImage& photo, const QPainterPath& lasso)
+{
+    auto worker = std::make_unique<PXInitialSegmentationWorker>(photo, QFileInfo());
+    worker->startInitialSegmentation(lasso).waitForFinished();
+    return worker;
+}
+
+// Everything a worker hands on, in a stable serialisation.
+QByteArray digest(const PXInitialSegmentationWorker& worker)
+{
+    QByteArray data;
+    QDataStream out(&data, QIODevice::WriteOnly);
+    const QImage labels = worker.labels();
+    out << labels.size();
+    out << QByteArray(reinterpret_cast<const char*>(labels.constBits()), int(labels.sizeInBytes()));
+    for (const PXSuperPixel& record : worker.superpixel()) {
+        out << record.averageYCbCr().luminance() << record.averageYCbCr().cb() << record.averageYCbCr().cr()
+            << record.xCenter() << record.yCenter() << record.pixelCount();
+    }
+    for (const QList<QPoint>& points : worker.pointsOfSuperpixel())
+        out << points;
+    const QHash<int, QSet<int>> neighbours = worker.neighbours();
+    QList<int> keys = neighbours.keys();
+    std::sort(keys.begin(), keys.end());
+    for (int key : keys) {
+        QList<int> values = neighbours.value(key).values();
+        std::sort(values.begin(), values.end());
+        out << key << values;
+    }
+    return QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex();
+}
+
+QByteArray childDigest(bool fixedSeed)
+{
+    QProcess child;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    if (fixedSeed)
+        environment.insert("QT_HASH_SEED", "0");
+    else
+        environment.remove("QT_HASH_SEED");
+    child.setProcessEnvironment(environment);
+    child.start(QCoreApplication::applicationFilePath(), {"--digest"});
+    if (!child.waitForFinished(50000) || child.exitCode() != 0)
+        return QByteArray();
+    return child.readAllStandardOutput().trimmed();
+}
+
+} // namespace
+
+class TestInitialSegmentationWorker : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanup() { qunsetenv("PX_CORE_COUNT"); }
+
+    void resultsAreMergedClusters();
+    void progressProtocol();
+    void snapsToImageBorder();
+    void growPainterPath();
+    void stopBeforeSuperpixels();
+    void stopDuringSuperpixels();
+    void deleteRightAfterStop();
+    void identicalForAnyCoreCount();
+    void identicalForAnyHashSeed();
+    void badInput_data();
+    void badInput();
+    void equalityByTimestamp();
+    void meanColourPicture();
+};
+
+void TestInitialSegmentationWorker::resultsAreMergedClusters()
+{
+    const auto worker = segment(testPhoto(), testLasso());
+    QVERIFY(!worker->isRunning());
+    const QImage labels = worker->labels();
+    const QList<PXSuperPixel> records = worker->superpixel();
+    const QList<QList<QPoint>> points = worker->pointsOfSuperpixel();
+    QCOMPARE(labels.size(), QSize(PhotoWidth, PhotoHeight));
+    QVERIFY(records.size() > 2);
+    QCOMPARE(points.size(), records.size());
+    QVERIFY(points.at(0).isEmpty());
+
+    // Every label 1..N owns exactly the pixels listed for it, N + 1 counted.
+    int highest = 0;
+    for (int label = 1; label < points.size(); ++label) {
+        QVERIFY(!points.at(label).isEmpty());
+        QCOMPARE(records.at(label).pixelCount(), points.at(label).size() + 1);
+        for (const QPoint& point : points.at(label))
+            QCOMPARE(reinterpret_cast<const qint32*>(labels.constScanLine(point.y()))[point.x()], label);
+    }
+    for (int y = 0; y < labels.height(); ++y) {
+        const auto* row = reinterpret_cast<const qint32*>(labels.constScanLine(y));
+        for (int x = 0; x < labels.width(); ++x) {
+            QVERIFY(row[x] >= 0);
+            highest = qMax(highest, row[x]);
+        }
+    }
+    QCOMPARE(highest, records.size() - 1);
+    // Fewer regions than superpixels: the merge did something.
+    QVERIFY(records.size() < 100);
+
+    const QHash<int, QSet<int>> neighbours = worker->neighbours();
+    QVERIFY(neighbours.contains(0));
+    QVERIFY(!neighbours.value(0).isEmpty());
+    for (int label : neighbours.value(0))
+        QVERIFY(neighbours.value(label).contains(0));
+}
+
+void TestInitialSegmentationWorker::progressProtocol()
+{
+    PXInitialSegmentationWorker worker(testPhoto(), QFileInfo());
+    QCOMPARE(worker.totalSteps(), 4 + 5);
+    QSignalSpy reset(&worker, &PXInitialSegmentationWorker::resetProgress);
+    QSignalSpy progress(&worker, &PXInitialSegmentationWorker::updateProgress);
+    QSignalSpy finished(&worker, &PXInitialSegmentationWorker::finished);
+    worker.startInitialSegmentation(testLasso());
+    QVERIFY(finished.wait(30000));
+    // Stage signals reach the worker queued, in its own thread.
+    QTRY_COMPARE(progress.count(), 9);
+    for (int i = 0; i < progress.count(); ++i)
+        QCOMPARE(progress.at(i), (QList<QVariant>{i + 1, 9}));
+    QCOMPARE(reset.count(), 1);
+    QCOMPARE(finished.count(), 1);
+    QVERIFY(!worker.isRunning());
+
+    // A worker runs once.
+    worker.startInitialSegmentation(testLasso()).waitForFinished();
+    QCoreApplication::processEvents();
+    QCOMPARE(reset.count(), 1);
+    QCOMPARE(finished.count(), 1);
+}
+
+// On a 1000-pixel-wide photo the margin is 20: 19 snaps to 0, 981 to 1000.
+void TestInitialSegmentationWorker::snapsToImageBorder()
+{
+    const QImage photo = WorkerTestPhoto::photo(1000, 100);
+    QPainterPath lasso;
+    lasso.moveTo(19, 30);
+    lasso.lineTo(20, 50);
+    lasso.lineTo(981, 1);
+    lasso.lineTo(980, 98);
+    lasso.lineTo(500, 99);
+    lasso.closeSubpath();
+    const auto worker = segment(photo, lasso);
+    const QPainterPath path = worker->path();
+    QCOMPARE(path.elementCount(), lasso.elementCount());
+    const QList<QPointF> expected{{0, 30}, {20, 50}, {1000, 0}, {980, 98}, {500, 100}, {0, 30}};
+    for (int i = 0; i < expected.size(); ++i)
+        QCOMPARE(QPointF(path.elementAt(i)), expected.at(i));
+    QCOMPARE(worker->pathExpanded().boundingRect(), QRectF(0, 0, 1000, 100));
+}
+
+void TestInitialSegmentationWorker::growPainterPath()
+{
+    PXInitialSegmentationWorker worker{QImage(), QFileInfo()};
+    QPainterPath square;
+    square.addRect(QRectF(100, 100, 100, 100));
+    const QPainterPath grown = worker.growPainterPath(square, QRect(0, 0, 400, 400), 10);
+    QCOMPARE(grown.boundingRect(), QRectF(90, 90, 120, 120));
+    QVERIFY(grown.contains(QPointF(150, 150)));
+    const QPainterPath clipped = worker.growPainterPath(square, QRect(0, 0, 205, 400), 10);
+    QCOMPARE(clipped.boundingRect(), QRectF(90, 90, 115, 120));
+}
+
+// A stop from the first signal of the run lands before the superpixels.
+void TestInitialSegmentationWorker::stopBeforeSuperpixels()
+{
+    PXInitialSegmentationWorker worker(testPhoto(), QFileInfo());
+    connect(&worker, &PXInitialSegmentationWorker::resetProgress, &worker,
+        [&worker] { worker.stop(); }, Qt::DirectConnection);
+    QSignalSpy progress(&worker, &PXInitialSegmentationWorker::updateProgress);
+    QSignalSpy finished(&worker, &PXInitialSegmentationWorker::finished);
+    worker.startInitialSegmentation(testLasso()).waitForFinished();
+    QCoreApplication::processEvents();
+    QCOMPARE(finished.count(), 0);
+    QCOMPARE(progress.count(), 0);
+    QVERIFY(!worker.isRunning());
+    QVERIFY(worker.labels().isNull());
+    QVERIFY(!worker.path().isEmpty());
+}
+
+// Stopped at SLIC's first progress step: SLIC ends, nothing follows.
+void TestInitialSegmentationWorker::stopDuringSuperpixels()
+{
+    const QImage photo = WorkerTestPhoto::photo(800, 800);
+    PXInitialSegmentationWorker worker(photo, QFileInfo());
+    connect(&worker, &PXInitialSegmentationWorker::updateProgress, &worker,
+        [&worker](int current) {
+            if (current == 1)
+                worker.stop();
+        });
+    QSignalSpy progress(&worker, &PXInitialSegmentationWorker::updateProgress);
+    QSignalSpy finished(&worker, &PXInitialSegmentationWorker::finished);
+    QFuture<void> future = worker.startInitialSegmentation(WorkerTestPhoto::lasso(800, 800, 0.6));
+    QVERIFY(progress.wait(30000));
+    future.waitForFinished();
+    QCoreApplication::processEvents();
+    QVERIFY(!worker.isRunning());
+    QCOMPARE(finished.count(), 0);
+    // SLIC's labels are in place; region growing never ran.
+    QVERIFY(!worker.labels().isNull());
+    QVERIFY(worker.neighbours().isEmpty());
+
+    // Stopped before the pool began: nothing at all happens.
+    PXInitialSegmentationWorker early(testPhoto(), QFileInfo());
+    QSignalSpy reset(&early, &PXInitialSegmentationWorker::resetProgress);
+    early.stop();
+    early.startInitialSegmentation(testLasso()).waitForFinished();
+    QCOMPARE(reset.count(), 0);
+    QVERIFY(early.labels().isNull());
+}
+
+// The destructor waits for the run and the edge detector it may leave behind.
+void TestInitialSegmentationWorker::deleteRightAfterStop()
+{
+    for (int i = 0; i < 3; ++i) {
+        auto* worker = new PXInitialSegmentationWorker(testPhoto(), QFileInfo());
+        worker->startInitialSegmentation(testLasso());
+        if (i > 0)
+            QThread::msleep(i * 3);
+        worker->stop();
+        delete worker;
+    }
+    auto* neverStarted = new PXInitialSegmentationWorker(testPhoto(), QFileInfo());
+    delete neverStarted;
+}
+
+void TestInitialSegmentationWorker::identicalForAnyCoreCount()
+{
+    const QImage photo = testPhoto();
+    qputenv("PX_CORE_COUNT", "1");
+    const QByteArray reference = digest(*segment(photo, testLasso()));
+    for (const char* cores : {"2", "5"}) {
+        qputenv("PX_CORE_COUNT", cores);
+        QCOMPARE(digest(*segment(photo, testLasso())), reference);
+    }
+}
+
+// QHash seeds are fixed per process, so the comparison runs in children.
+void TestInitialSegmentationWorker::identicalForAnyHashSeed()
+{
+    const QByteArray fixed = childDigest(true);
+    const QByteArray random = childDigest(false);
+    QVERIFY(!fixed.isEmpty());
+    QCOMPARE(random, fixed);
+    QCOMPARE(digest(*segment(testPhoto(), testLasso())), fixed);
+}
+
+void TestInitialSegmentationWorker::badInput_data()
+{
+    QTest::addColumn<QImage>("photo");
+    QTest::addColumn<QPainterPath>("lasso");
+
+    const QImage photo = testPhoto();
+    QPainterPath outside;
+    outside.addRect(QRectF(-500, -400, 100, 80));
+    QPainterPath farAway;
+    farAway.addRect(QRectF(1e7, 1e7, 50, 50));
+    QPainterPath nanLasso;
+    nanLasso.moveTo(std::numeric_limits<qreal>::quiet_NaN(), 5);
+    nanLasso.lineTo(30, std::numeric_limits<qreal>::quiet_NaN());
+    QPainterPath line;
+    line.moveTo(50, 50);
+    line.lineTo(120, 50);
+    QImage indexed = photo.convertToFormat(QImage::Format_Indexed8);
+
+    QTest::newRow("null photo") << QImage() << testLasso();
+    QTest::newRow("1x1 photo") << WorkerTestPhoto::photo(1, 1) << testLasso();
+    QTest::newRow("3x2 photo") << WorkerTestPhoto::photo(3, 2) << testLasso();
+    QTest::newRow("indexed photo") << indexed << testLasso();
+    QTest::newRow("empty lasso") << photo << QPainterPath();
+    QTest::newRow("lasso outside") << photo << outside;
+    QTest::newRow("lasso far away") << photo << farAway;
+    QTest::newRow("NaN lasso") << photo << nanLasso;
+    QTest::newRow("flat lasso") << photo << line;
+}
+
+// Bad input finishes like any other and leaves no label out of range.
+void TestInitialSegmentationWorker::badInput()
+{
+    QFETCH(QImage, photo);
+    QFETCH(QPainterPath, lasso);
+    PXInitialSegmentationWorker worker(photo, QFileInfo());
+    QSignalSpy finished(&worker, &PXInitialSegmentationWorker::finished);
+    worker.startInitialSegmentation(lasso).waitForFinished();
+    QCOMPARE(finished.count(), 1);
+    const QImage labels = worker.labels();
+    const int records = int(worker.superpixel().size());
+    for (int y = 0; y < labels.height(); ++y) {
+        const auto* row = reinterpret_cast<const qint32*>(labels.constScanLine(y));
+        for (int x = 0; x < labels.width(); ++x)
+            QVERIFY(row[x] >= 0 && row[x] < records);
+    }
+}
+
+void TestInitialSegmentationWorker::equalityByTimestamp()
+{
+    PXInitialSegmentationWorker first{QImage(), QFileInfo()};
+    QVERIFY(first == first);
+    QThread::msleep(2);
+    PXInitialSegmentationWorker second{QImage(), QFileInfo()};
+    QVERIFY(second.timestamp() > first.timestamp());
+    QVERIFY(!(first == second));
+}
+
+void TestInitialSegmentationWorker::meanColourPicture()
+{
+    const auto worker = segment(testPhoto(), testLasso());
+    const QImage picture = worker->drawClustersWithTransparentColorsAndContours();
+    const QImage labels = worker->labels();
+    const QList<PXSuperPixel> records = worker->superpixel();
+    QCOMPARE(picture.size(), labels.size());
+    for (const QPoint& point : {QPoint(0, 0), QPoint(PhotoWidth / 2, PhotoHeight / 2), QPoint(60, 90)}) {
+        const int label = reinterpret_cast<const qint32*>(labels.constScanLine(point.y()))[point.x()];
+        QCOMPARE(picture.pixel(point), records.at(label).averageRgb());
+    }
+}
+
+int main(int argc, char** argv)
+{
+    // Child mode for the hash seed comparison: print the digest of one run.
+    if (argc > 1 && qstrcmp(argv[1], "--digest") == 0) {
+        QCoreApplication application(argc, argv);
+        std::printf("%s\n", digest(*segment(testPhoto(), testLasso())).constData());
+        return 0;
+    }
+    QApplication application(argc, argv);
+    TestInitialSegmentationWorker test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_initialsegmentationworker.moc"

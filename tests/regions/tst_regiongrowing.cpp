@@ -1,0 +1,421 @@
+#include "PXImage.h"
+#include "PXRegionGrowing.h"
+#include "PXRegionGrowingEdgeCandidate.h"
+#include "RegionTestImages.h"
+
+#include <QSignalSpy>
+#include <QtTest>
+
+#include <algorithm>
+#include <memory>
+
+using namespace RegionTestImages;
+
+namespace {
+
+using EdgeMap = QMap<QPair<int, int>, double>;
+
+EdgeMap edgeMap(const QList<PXRegionGrowingEdge>& edges)
+{
+    EdgeMap map;
+    for (const PXRegionGrowingEdge& edge : edges)
+        map.insert({edge.fromTo().from(), edge.fromTo().to()}, edge.edgeStrength());
+    return map;
+}
+
+QPainterPath rectPath(const QRectF& rect)
+{
+    QPainterPath path;
+    path.addRect(rect);
+    return path;
+}
+
+// Two clusters side by side in a 5 x 3 label image whose lasso rectangle
+// visits columns 0..3 and rows 0..1: label 1 left, label 2 right.
+QImage twoClusterLabels()
+{
+    return labelImage({
+        {1, 1, 2, 2, 0},
+        {1, 1, 2, 2, 0},
+        {0, 0, 0, 0, 0},
+    });
+}
+
+} // namespace
+
+class TestRegionGrowing : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanup() { qunsetenv("PX_CORE_COUNT"); }
+
+    void candidateTenPercentRule_data();
+    void candidateTenPercentRule();
+    void sortByWeightIsStrengthOnly();
+    void graphOfTwoLabels();
+    void graphOfThreeLabels_data();
+    void graphOfThreeLabels();
+    void graphNeedsTwoRecords();
+    void minimumClusterSize_data();
+    void minimumClusterSize();
+    void colourLimits_data();
+    void colourLimits();
+    void secondPassKeepsLargeClustersApart();
+    void runRelabelsAndRebuildsClusters();
+    void outOfRangeLabelsAreIgnored();
+};
+
+void TestRegionGrowing::candidateTenPercentRule_data()
+{
+    QTest::addColumn<QList<int>>("samples");
+    QTest::addColumn<bool>("enough");
+    QTest::addColumn<double>("strength");
+
+    QTest::newRow("1 in 10 is not enough") << QList<int>{50, 0, 0, 0, 0, 0, 0, 0, 0, 0} << false << 0.0;
+    QTest::newRow("2 in 10") << QList<int>{50, 0, 0, 0, 0, 0, 0, 0, 0, 20} << true << 35.0;
+    QTest::newRow("1 in 9") << QList<int>{9, 0, 0, 0, 0, 0, 0, 0, 0} << true << 9.0;
+    QTest::newRow("negative counts as a sample only") << QList<int>{-5, 4, 0} << true << 4.0;
+    QTest::newRow("all zero") << QList<int>{0, 0, 0} << false << 0.0;
+    QTest::newRow("mean of non-zero") << QList<int>{1, 2, 4} << true << 7.0 / 3.0;
+}
+
+void TestRegionGrowing::candidateTenPercentRule()
+{
+    QFETCH(QList<int>, samples);
+    QFETCH(bool, enough);
+    QFETCH(double, strength);
+    PXRegionGrowingEdgeCandidate candidate;
+    for (int sample : samples)
+        candidate.addEdge(sample);
+    QCOMPARE(candidate.numberOfEdges(), samples.size());
+    QCOMPARE(candidate.hasEnoughEdges(), enough);
+    QCOMPARE(candidate.normalizedAverageEdgeStrength(), strength);
+}
+
+void TestRegionGrowing::sortByWeightIsStrengthOnly()
+{
+    const PXRegionGrowingEdge weak(PXRegionGrowingFromTo(9, 8), PXYCbCr(), 1.0);
+    const PXRegionGrowingEdge strong(PXRegionGrowingFromTo(1, 2), PXYCbCr(), 2.0);
+    const PXRegionGrowingEdge alsoWeak(PXRegionGrowingFromTo(1, 2), PXYCbCr(3, 4, 5), 1.0);
+    QVERIFY(sortByWeight(weak, strong));
+    QVERIFY(!sortByWeight(strong, weak));
+    QVERIFY(!sortByWeight(weak, alsoWeak));
+    QVERIFY(!sortByWeight(alsoWeak, weak));
+}
+
+// Each side of the boundary samples its own pixels; the last row (strength
+// 200) lies outside the scanned part of the lasso rectangle.
+void TestRegionGrowing::graphOfTwoLabels()
+{
+    const QImage labels = labelImage({
+        {1, 1, 1, 2, 2, 2},
+        {1, 1, 1, 2, 2, 2},
+        {1, 1, 1, 2, 2, 2},
+        {1, 1, 1, 2, 2, 2},
+    });
+    const QImage edges = edgeImage({
+        {0, 0, 10, 0, 0, 0},
+        {0, 0, 20, 0, 0, 0},
+        {0, 0, 30, 9, 0, 0},
+        {0, 0, 200, 200, 0, 0},
+    });
+    const QList<PXSuperPixel> records{superPixel(0, 0, 0, 1), superPixel(100, 120, 130, 12),
+        superPixel(90, 125, 140, 12)};
+    std::unique_ptr<PXImage> image(workingImage(labels.size()));
+    PXRegionGrowing growing;
+    growing.setup(image.get(), rectPath(QRectF(0, 0, 6, 4)), edges, 3.0);
+    growing.setClusterData(records, labels);
+    growing.createGraph();
+
+    const QList<PXRegionGrowingEdge> graph = growing.edges();
+    QCOMPARE(graph.size(), 2);
+    QCOMPARE(edgeMap(graph), (EdgeMap{{{1, 2}, 20.0}, {{2, 1}, 9.0}}));
+    for (const PXRegionGrowingEdge& edge : graph)
+        QCOMPARE(edge.colorDifference(), PXYCbCr(10, 5, 10));
+}
+
+void TestRegionGrowing::graphOfThreeLabels_data()
+{
+    QTest::addColumn<QByteArray>("cores");
+    QTest::newRow("1 core") << QByteArray("1");
+    QTest::newRow("2 cores") << QByteArray("2");
+    QTest::newRow("3 cores") << QByteArray("3");
+    QTest::newRow("more cores than labels") << QByteArray("9");
+}
+
+// Labels 0 and -1 are neither visited nor neighbours; the last row and column
+// of the lasso rectangle are never visited (their strength 250 would show),
+// though they are seen as neighbours.
+void TestRegionGrowing::graphOfThreeLabels()
+{
+    QFETCH(QByteArray, cores);
+    qputenv("PX_CORE_COUNT", cores);
+    const QImage labels = labelImage({
+        {1, 1, 2, 2, 2},
+        {1, 1, 2, 2, 2},
+        {3, 3, 3, 0, 2},
+        {3, 3, -1, -1, 2},
+        {1, 3, 3, 3, 3},
+    });
+    const QImage edges = edgeImage({
+        {10, 10, 20, 20, 250},
+        {10, 10, 20, 20, 250},
+        {30, 30, 30, 0, 250},
+        {30, 30, 0, 0, 250},
+        {250, 250, 250, 250, 250},
+    });
+    const QList<PXSuperPixel> records{superPixel(0, 0, 0, 1), superPixel(10, 10, 10, 5),
+        superPixel(20, 20, 20, 5), superPixel(30, 30, 30, 5)};
+    std::unique_ptr<PXImage> image(workingImage(labels.size()));
+    PXRegionGrowing growing;
+    growing.setup(image.get(), rectPath(QRectF(0, 0, 5, 5)), edges, 0.0);
+    growing.setClusterData(records, labels);
+    growing.createGraph();
+
+    const EdgeMap expected{{{1, 2}, 10.0}, {{1, 3}, 10.0}, {{2, 1}, 20.0}, {{2, 3}, 20.0},
+        {{3, 1}, 30.0}, {{3, 2}, 30.0}};
+    QCOMPARE(growing.edges().size(), expected.size());
+    QCOMPARE(edgeMap(growing.edges()), expected);
+}
+
+void TestRegionGrowing::graphNeedsTwoRecords()
+{
+    const QImage labels = twoClusterLabels();
+    std::unique_ptr<PXImage> image(workingImage(labels.size()));
+    PXRegionGrowing growing;
+    growing.setup(image.get(), rectPath(QRectF(0, 0, 5, 3)), uniformEdgeImage(labels.size(), 9), 0.0);
+    growing.setClusterData({superPixel(0, 0, 0, 1)}, labels);
+    growing.createGraph();
+    QVERIFY(growing.edges().isEmpty());
+    // Neighbours without a record are not part of the graph either.
+    growing.setClusterData({superPixel(0, 0, 0, 1), superPixel(1, 1, 1, 4)}, labels);
+    growing.createGraph();
+    QVERIFY(growing.edges().isEmpty());
+}
+
+// Cluster 1 of the given size borders a cluster of 1000 pixels along a
+// boundary of the given strength; their colours differ too much for the first
+// pass, so only the minimum size can merge them.
+void TestRegionGrowing::minimumClusterSize_data()
+{
+    QTest::addColumn<QSize>("photo");
+    QTest::addColumn<int>("pixels");
+    QTest::addColumn<int>("strength");
+    QTest::addColumn<double>("threshold");
+    QTest::addColumn<bool>("merged");
+
+    // 200 x 200 gives 8, raised to 25.
+    QTest::newRow("40000: 24 px") << QSize(200, 200) << 24 << 0 << 0.0 << true;
+    QTest::newRow("40000: 25 px") << QSize(200, 200) << 25 << 0 << 0.0 << false;
+    QTest::newRow("100000: 24 px") << QSize(400, 250) << 24 << 0 << 0.0 << true;
+    QTest::newRow("100000: 25 px") << QSize(400, 250) << 25 << 0 << 0.0 << false;
+    QTest::newRow("1000000: 199 px") << QSize(1000, 1000) << 199 << 0 << 0.0 << true;
+    QTest::newRow("1000000: 200 px") << QSize(1000, 1000) << 200 << 0 << 0.0 << false;
+    QTest::newRow("4000000: 399 px") << QSize(2000, 2000) << 399 << 0 << 0.0 << true;
+    QTest::newRow("4000000: 400 px") << QSize(2000, 2000) << 400 << 0 << 0.0 << false;
+    // Strength below max(1, threshold) defers; at or above it two clusters of
+    // at least 25 pixels stay apart.
+    QTest::newRow("threshold 0: strength 1 stays") << QSize(1000, 1000) << 30 << 1 << 0.0 << false;
+    QTest::newRow("threshold 2: strength 1 defers") << QSize(1000, 1000) << 30 << 1 << 2.0 << true;
+    QTest::newRow("strength above kLow, 24 px") << QSize(1000, 1000) << 24 << 9 << 2.0 << true;
+}
+
+void TestRegionGrowing::minimumClusterSize()
+{
+    QFETCH(QSize, photo);
+    QFETCH(int, pixels);
+    QFETCH(int, strength);
+    QFETCH(double, threshold);
+    QFETCH(bool, merged);
+    const QImage labels = twoClusterLabels();
+    std::unique_ptr<PXImage> image(workingImage(photo));
+    PXRegionGrowing growing;
+    growing.setup(image.get(), rectPath(QRectF(0, 0, 5, 3)), uniformEdgeImage(labels.size(), strength),
+        threshold);
+    growing.setClusterData({superPixel(0, 0, 0, 1), superPixel(50, 100, 100, pixels),
+                               superPixel(150, 100, 100, 1000)},
+        labels);
+    growing.createGraph();
+    growing.segmentGraph();
+    QCOMPARE(growing.findParent(1) == growing.findParent(2), merged);
+    QCOMPARE(growing.numberOfClusters(), merged ? 2 : 3);
+    if (merged)
+        QCOMPARE(growing.size(growing.findParent(1)), pixels + 1000);
+}
+
+void TestRegionGrowing::colourLimits_data()
+{
+    QTest::addColumn<int>("luminance");
+    QTest::addColumn<int>("cb");
+    QTest::addColumn<int>("cr");
+    QTest::addColumn<int>("strength");
+    QTest::addColumn<double>("threshold");
+    QTest::addColumn<bool>("merged");
+
+    QTest::newRow("4/7/7 merges") << 4 << 7 << 7 << 0 << 0.0 << true;
+    QTest::newRow("luminance 5 blocks") << 5 << 0 << 0 << 0 << 0.0 << false;
+    QTest::newRow("cb 8 blocks") << 0 << 8 << 0 << 0 << 0.0 << false;
+    QTest::newRow("cr 8 blocks") << 0 << 0 << 8 << 0 << 0.0 << false;
+    QTest::newRow("strength 4 below 5") << 0 << 0 << 0 << 4 << 0.0 << true;
+    QTest::newRow("strength 5 not below 5") << 0 << 0 << 0 << 5 << 3.0 << false;
+    QTest::newRow("threshold raises the limit") << 0 << 0 << 0 << 9 << 10.0 << true;
+    QTest::newRow("strength at threshold") << 0 << 0 << 0 << 10 << 10.0 << false;
+}
+
+// Both clusters are large, so only the first pass can merge them.
+void TestRegionGrowing::colourLimits()
+{
+    QFETCH(int, luminance);
+    QFETCH(int, cb);
+    QFETCH(int, cr);
+    QFETCH(int, strength);
+    QFETCH(double, threshold);
+    QFETCH(bool, merged);
+    const QImage labels = twoClusterLabels();
+    std::unique_ptr<PXImage> image(workingImage(labels.size()));
+    PXRegionGrowing growing;
+    growing.setup(image.get(), rectPath(QRectF(0, 0, 5, 3)), uniformEdgeImage(labels.size(), strength),
+        threshold);
+    growing.setClusterData({superPixel(0, 0, 0, 1), superPixel(100, 100, 100, 500),
+                               superPixel(100 + luminance, 100 - cb, 100 + cr, 500)},
+        labels);
+    growing.createGraph();
+    growing.segmentGraph();
+    QCOMPARE(growing.findParent(1) == growing.findParent(2), merged);
+}
+
+// B | A | C with A small: A joins B along the weaker boundary first, and the
+// deferred edge A-C then links two large clusters, which must stay apart.
+void TestRegionGrowing::secondPassKeepsLargeClustersApart()
+{
+    const QImage labels = labelImage({
+        {2, 2, 1, 1, 3, 3},
+        {2, 2, 1, 1, 3, 3},
+    });
+    const QImage edges = edgeImage({
+        {0, 0, 0, 1, 1, 0},
+        {0, 0, 0, 1, 1, 0},
+    });
+    std::unique_ptr<PXImage> image(workingImage(QSize(1000, 1000)));
+    PXRegionGrowing growing;
+    growing.setup(image.get(), rectPath(QRectF(0, 0, 7, 3)), edges, 5.0);
+    growing.setClusterData({superPixel(0, 0, 0, 1), superPixel(20, 20, 20, 150),
+                               superPixel(120, 20, 20, 1000), superPixel(220, 20, 20, 1000)},
+        labels);
+    growing.createGraph();
+    QCOMPARE(growing.edges().size(), 4);
+    growing.segmentGraph();
+    QCOMPARE(growing.findParent(1), growing.findParent(2));
+    QVERIFY(growing.findParent(1) != growing.findParent(3));
+    QCOMPARE(growing.size(growing.findParent(1)), 1150);
+
+    // The diagnostic picture shows the forest's grouping.
+    const QImage clusters = growing.drawClusters();
+    QCOMPARE(clusters.pixel(0, 0), clusters.pixel(2, 0));
+    QVERIFY(clusters.pixel(0, 0) != clusters.pixel(4, 0));
+    QCOMPARE(qAlpha(clusters.pixel(4, 1)), 255);
+}
+
+// Labels 3, 1, 2 appear in that raster order; 1 and 4 merge (same colour,
+// no edge). The new labels are 1..N by first appearance, 0 outside.
+void TestRegionGrowing::runRelabelsAndRebuildsClusters()
+{
+    const QImage labels = labelImage({
+        {3, 3, 1, 1, 0},
+        {3, 3, 1, 4, 0},
+        {2, 2, 2, 4, -1},
+        {2, 2, 2, 4, 0},
+    });
+    QImage ycbcr(labels.size(), QImage::Format_ARGB32);
+    ycbcr.fill(qRgb(0, 128, 128));
+    // Cluster 1 + 4 (new label 2): Y 10, 20, 30, 40, 50 at (2,0) (3,0) (2,1) (3,1) (3,2).
+    ycbcr.setPixel(2, 0, qRgb(10, 128, 128));
+    ycbcr.setPixel(3, 0, qRgb(20, 128, 128));
+    ycbcr.setPixel(2, 1, qRgb(30, 128, 128));
+    ycbcr.setPixel(3, 1, qRgb(40, 128, 128));
+    ycbcr.setPixel(3, 2, qRgb(50, 128, 128));
+    ycbcr.setPixel(3, 3, qRgb(50, 128, 128));
+    PXImage image(ycbcr, ycbcr, QFileInfo());
+
+    PXRegionGrowing growing;
+    QSignalSpy progress(&growing, &PXRegionGrowing::increaseProgress);
+    growing.setup(&image, rectPath(QRectF(0, 0, 5, 4)), uniformEdgeImage(labels.size(), 0), 0.0);
+    growing.setClusterData({superPixel(0, 0, 0, 1), superPixel(30, 128, 128, 100),
+                               superPixel(200, 10, 10, 100), superPixel(100, 200, 200, 100),
+                               superPixel(30, 128, 128, 100)},
+        labels);
+    growing.run();
+    QCOMPARE(progress.count(), PXRegionGrowing::totalProgressSteps());
+    QCOMPARE(PXRegionGrowing::totalProgressSteps(), 5);
+
+    QCOMPARE(growing.labels(), labelImage({
+                                   {1, 1, 2, 2, 0},
+                                   {1, 1, 2, 2, 0},
+                                   {3, 3, 3, 2, 0},
+                                   {3, 3, 3, 2, 0},
+                               }));
+    QCOMPARE(growing.numberOfClusters(), 4);
+
+    const QList<PXSuperPixel> records = growing.superPixelInformations();
+    QCOMPARE(records.size(), 4);
+    // Entry 0 stays as constructed, with its count of 1.
+    QCOMPARE(records.at(0).pixelCount(), 1);
+    QCOMPARE(records.at(0).averageYCbCr(), PXYCbCr(0, 0, 0));
+    // Six pixels count as seven: Y (10+20+30+40+50+50) / 7 = 28.57 -> 29,
+    // x (2+3+2+3+3+3) / 7 -> 2, y (0+0+1+1+2+3) / 7 -> 1.
+    QCOMPARE(records.at(2).pixelCount(), 7);
+    QCOMPARE(records.at(2).averageYCbCr(), PXYCbCr(29, 110, 110));
+    QCOMPARE(records.at(2).xCenter(), 2);
+    QCOMPARE(records.at(2).yCenter(), 1);
+    QCOMPARE(records.at(1).pixelCount(), 5);
+    QCOMPARE(records.at(3).pixelCount(), 7);
+
+    const QList<QList<QPoint>> points = growing.superPixelPoints();
+    QCOMPARE(points.size(), 4);
+    QVERIFY(points.at(0).isEmpty());
+    QCOMPARE(points.at(1), (QList<QPoint>{{0, 0}, {1, 0}, {0, 1}, {1, 1}}));
+    QCOMPARE(points.at(2),
+        (QList<QPoint>{{2, 0}, {3, 0}, {2, 1}, {3, 1}, {3, 2}, {3, 3}}));
+
+    // Key 0 stands for the outside and holds every cluster that touches it.
+    const QHash<int, QSet<int>> neighbours = growing.neighbors();
+    QCOMPARE(neighbours.value(0), (QSet<int>{2}));
+    QCOMPARE(neighbours.value(1), (QSet<int>{2, 3}));
+    QCOMPARE(neighbours.value(2), (QSet<int>{0, 1, 3}));
+    QCOMPARE(neighbours.value(3), (QSet<int>{1, 2}));
+    QCOMPARE(neighbours.size(), 4);
+}
+
+// Labels beyond the record list, a null label image and a missing working
+// image must not be read out of bounds.
+void TestRegionGrowing::outOfRangeLabelsAreIgnored()
+{
+    const QImage labels = labelImage({
+        {1, 1, 7, 7},
+        {1, 1, 7, 7},
+        {2, 2, 2, 2},
+    });
+    std::unique_ptr<PXImage> image(workingImage(labels.size()));
+    PXRegionGrowing growing;
+    growing.setup(image.get(), rectPath(QRectF(-100, -100, 1e12, 1e12)), uniformEdgeImage(labels.size(), 0),
+        0.0);
+    growing.setClusterData({superPixel(0, 0, 0, 1), superPixel(5, 5, 5, 4), superPixel(5, 5, 5, 4)}, labels);
+    growing.run();
+    QCOMPARE(growing.labels(), labelImage({
+                                   {1, 1, 0, 0},
+                                   {1, 1, 0, 0},
+                                   {1, 1, 1, 1},
+                               }));
+
+    PXRegionGrowing empty;
+    empty.setClusterData({}, QImage());
+    empty.run();
+    QCOMPARE(empty.numberOfClusters(), 1);
+    QVERIFY(empty.labels().isNull());
+    QCOMPARE(empty.findParent(3), 3);
+    QCOMPARE(empty.size(3), 0);
+}
+
+QTEST_MAIN(TestRegionGrowing)
+#include "tst_regiongrowing.moc"
