@@ -1,0 +1,183 @@
+#include "PXIntelligentScissorsWireCalculator.h"
+
+#include "PXIntelligentScissorsWeightCalculator.h"
+
+#include <QPainter>
+
+#include <climits>
+
+namespace {
+
+constexpr unsigned int mySeedMark = 0xFFFFFFFFu;
+
+// truncate(c x sqrt(2)) for every cost byte.
+struct DiagonalCosts
+{
+    unsigned int cost[256];
+    DiagonalCosts()
+    {
+        for (unsigned int c = 0; c < 256; ++c)
+            cost[c] = static_cast<unsigned int>(c * 1.4142135623730951);
+    }
+};
+const DiagonalCosts myDiagonalCosts;
+
+int progressTotal(unsigned int width, unsigned int height)
+{
+    const unsigned long pixels = static_cast<unsigned long>(width) * height;
+    return pixels > static_cast<unsigned long>(INT_MAX) ? INT_MAX : static_cast<int>(pixels);
+}
+
+} // namespace
+
+PXIntelligentScissorsWireCalculator::PXIntelligentScissorsWireCalculator(PXIntelligentScissorsWeightCalculator* weights)
+    : PXIntelligentScissorsWorker(QStringLiteral("Livewire Calculator"))
+    , m_weights(weights)
+    , m_width(weights->widthReduced())
+    , m_height(weights->heightReduced())
+    , m_scale(weights->scale())
+    , m_settled(m_width, m_height)
+    , m_queue(m_width, m_height)
+    // Readers on other threads follow predecessors while the search writes:
+    // no predecessor tile may go back to the pool before the next search.
+    , m_predecessor(m_width, m_height, PXScissors::SparseMatrix<unsigned int, 4096u>::KeepTilesUntilClear)
+{
+    setTotalProgress(progressTotal(m_width, m_height));
+}
+
+PXIntelligentScissorsWireCalculator::~PXIntelligentScissorsWireCalculator()
+{
+    stop(true);
+}
+
+void PXIntelligentScissorsWireCalculator::forgetResults()
+{
+    m_settled.clear();
+    m_queue.clear();
+    m_predecessor.clear();
+}
+
+void PXIntelligentScissorsWireCalculator::startThread(unsigned int x, unsigned int y, unsigned int radius)
+{
+    // The previous search ends before its results are forgotten, and they are
+    // forgotten here, on the caller's thread, so that the caller's own
+    // calculateTrace() never meets a tile on its way back to the pool.
+    stop(true);
+    forgetResults();
+    m_seedX = m_scale ? x / m_scale : 0;
+    m_seedY = m_scale ? y / m_scale : 0;
+    m_radius = m_scale ? static_cast<unsigned int>((static_cast<unsigned long>(radius) + m_scale - 1) / m_scale) : 0;
+    if (m_seedX >= m_width || m_seedY >= m_height)
+        return;
+    PXIntelligentScissorsWorker::startThread();
+}
+
+void PXIntelligentScissorsWireCalculator::runningThread()
+{
+    forgetResults();
+    if (m_seedX >= m_width || m_seedY >= m_height)
+        return;
+    m_weights->beginReading();
+    m_weights->calculateRegion(m_seedX, m_seedY, m_radius);
+    m_queue.enqueue(m_seedX, m_seedY, m_seedX + m_seedY * m_width, 0);
+    m_predecessor.set(m_seedX, m_seedY, mySeedMark);
+
+    const unsigned int width = m_width;
+    const unsigned int height = m_height;
+    unsigned int x, y, index, score;
+    while (isExecuting() && m_queue.dequeue(x, y, index, score)) {
+        // Release order: a reader that sees the pixel settled sees its whole path.
+        m_settled.set(x, y, true);
+        if (x > 0 && x + 1 < width && y > 0 && y + 1 < height) {
+            calculatePoint(x - 1, y - 1, index - width - 1, true, index, score);
+            calculatePoint(x, y - 1, index - width, false, index, score);
+            calculatePoint(x + 1, y - 1, index - width + 1, true, index, score);
+            calculatePoint(x - 1, y, index - 1, false, index, score);
+            calculatePoint(x + 1, y, index + 1, false, index, score);
+            calculatePoint(x - 1, y + 1, index + width - 1, true, index, score);
+            calculatePoint(x, y + 1, index + width, false, index, score);
+            calculatePoint(x + 1, y + 1, index + width + 1, true, index, score);
+        } else {
+            const unsigned int x0 = x > 0 ? x - 1 : x;
+            const unsigned int y0 = y > 0 ? y - 1 : y;
+            const unsigned int x1 = x + 1 < width ? x + 1 : x;
+            const unsigned int y1 = y + 1 < height ? y + 1 : y;
+            for (unsigned int ny = y0; ny <= y1; ++ny) {
+                for (unsigned int nx = x0; nx <= x1; ++nx) {
+                    const bool diagonal = ((nx - x) + (ny - y)) % 2 == 0;
+                    calculatePoint(nx, ny, nx + ny * width, diagonal, index, score);
+                }
+            }
+        }
+        incrementProgress();
+    }
+    m_weights->endReading();
+}
+
+void PXIntelligentScissorsWireCalculator::calculatePoint(
+    unsigned int x, unsigned int y, unsigned int index, bool diagonal, unsigned int from, unsigned int score)
+{
+    if (m_settled.get(x, y))
+        return;
+    unsigned char cost;
+    if (!m_weights->get(x, y, &cost))
+        return;
+    const unsigned int total = score + (diagonal ? myDiagonalCosts.cost[cost] : cost);
+    if (m_queue.contains(x, y)) {
+        if (!m_queue.descreaseScore(x, y, total))
+            return;
+    } else {
+        m_queue.enqueue(x, y, index, total);
+    }
+    m_predecessor.set(x, y, from);
+}
+
+QList<QPoint> PXIntelligentScissorsWireCalculator::calculateTrace(unsigned int x, unsigned int y) const
+{
+    QList<QPoint> trace;
+    if (!isReachable(x, y))
+        return trace;
+    const unsigned int half = m_scale >> 1;
+    const unsigned long pixels = static_cast<unsigned long>(m_width) * m_height;
+    unsigned long i = static_cast<unsigned long>(x / m_scale) + static_cast<unsigned long>(y / m_scale) * m_width;
+    // A settled pixel's predecessor was settled before it, so the chain ends
+    // at the seed; the bound only guards against a broken chain.
+    for (unsigned long steps = 0; steps < pixels; ++steps) {
+        const unsigned int px = static_cast<unsigned int>(i % m_width);
+        const unsigned int py = static_cast<unsigned int>(i / m_width);
+        trace.append(QPoint(static_cast<int>(half + px * m_scale), static_cast<int>(half + py * m_scale)));
+        // 0 doubles as "none" and as pixel (0, 0); a settled pixel always has one.
+        const unsigned int next = m_predecessor.getAcquire(px, py);
+        if (next == mySeedMark || next >= pixels)
+            break;
+        i = next;
+    }
+    return trace;
+}
+
+void PXIntelligentScissorsWireCalculator::drawTrace(unsigned int x, unsigned int y, QPainter& painter) const
+{
+    const QList<QPoint> trace = calculateTrace(x, y);
+    QList<QPoint> pairs;
+    pairs.reserve(2 * trace.size());
+    for (const QPoint& point : trace) {
+        pairs.append(point);
+        pairs.append(point);
+    }
+    if (pairs.size() < 4)
+        return;
+    pairs.removeFirst();
+    pairs.removeLast();
+    painter.drawLines(pairs);
+}
+
+bool PXIntelligentScissorsWireCalculator::isReachable(unsigned int x, unsigned int y) const
+{
+    if (m_scale == 0)
+        return false;
+    const unsigned int rx = x / m_scale;
+    const unsigned int ry = y / m_scale;
+    if (rx >= m_width || ry >= m_height)
+        return false;
+    return m_settled.getAcquire(rx, ry);
+}

@@ -1,0 +1,110 @@
+#pragma once
+
+#include "SparseMatrix.h"
+#include "pximagecutter_export.h"
+#include "vector.h"
+
+/**
+ * A binary min-heap of pixels keyed by a 32-bit unsigned score, with a
+ * constant-time lookup of where a given pixel waits.
+ *
+ * The heap is 0-based (children of i are 2i+1 and 2i+2). Ties are part of the
+ * behaviour: an entry never climbs past a parent with an equal score, and on
+ * the way down the left child wins between equal children and children equal
+ * to the moving entry stay where they are.
+ *
+ * Every queued pixel has a position-index slot (a tiled sparse matrix over
+ * the image) pointing at its entry's heapIndex field, which is kept exact at
+ * every move. Entries come from a process-wide pool in blocks of 4096.
+ *
+ * A queue belongs to one thread at a time; it does not lock. Coordinates must
+ * lie inside the size given to the constructor.
+ */
+class PXIMAGECUTTER_EXPORT PXPointPriorityQueue
+{
+public:
+    /** One queued pixel. Handed out by get(), never freed individually. */
+    struct PXIMAGECUTTER_EXPORT Entry
+    {
+        unsigned int score;      ///< the heap key, smaller is better
+        unsigned long heapIndex; ///< current position in the heap array
+        unsigned int x;
+        unsigned int y;
+        unsigned int data;       ///< carried unchanged for the caller
+
+        /** Takes an entry from the pool and fills it. Thread-safe. */
+        static Entry* get(unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y,
+            unsigned int data);
+        /** Gives @p entry back to the pool. Thread-safe. */
+        static void release(Entry* entry);
+        /** Gives @p count entries back to the pool under one lock. Thread-safe. */
+        static void release(Entry* const* entries, unsigned long count);
+
+        /** The free list; guarded by the pool's lock. */
+        static PXScissors::vector<Entry*> myAvailable;
+        /** Every block of 4096 entries allocated so far; freed at process exit. */
+        static PXScissors::vector<void*> myBlocks;
+    };
+
+    /** Computes a new score for an entry (see updateAllScores()). */
+    using ScoreCallback = unsigned int (*)(unsigned int x, unsigned int y, unsigned int data, void const* context);
+
+    /**
+     * An empty queue for pixels of a @p width x @p height area. The heap array
+     * is pre-allocated for min(2 (width + height), 16384) entries, rounded up
+     * to a power of two of at least 8 (nothing when that is 0).
+     */
+    PXPointPriorityQueue(unsigned int width, unsigned int height);
+    ~PXPointPriorityQueue();
+
+    PXPointPriorityQueue(const PXPointPriorityQueue&) = delete;
+    PXPointPriorityQueue& operator=(const PXPointPriorityQueue&) = delete;
+
+    /**
+     * Queues (@p x, @p y). Does not look for a duplicate: a pixel already
+     * queued keeps its old entry in the heap while the position index moves
+     * to the new one; use contains() and descreaseScore() instead.
+     */
+    void insert(unsigned int x, unsigned int y, unsigned int data, unsigned int score);
+    /** Same as insert(). */
+    void enqueue(unsigned int x, unsigned int y, unsigned int data, unsigned int score);
+
+    /** Takes out the entry with the smallest score; false (outputs untouched) when empty. */
+    bool dequeue(unsigned int& x, unsigned int& y, unsigned int& data, unsigned int& score);
+    /** Removes the smallest entry. Precondition: not empty. */
+    void deleteRoot();
+
+    /** Whether (@p x, @p y) is queued. */
+    bool contains(unsigned int x, unsigned int y) const;
+
+    /**
+     * Lowers the score of the queued pixel (@p x, @p y) to @p score and moves
+     * it up. Returns false and changes nothing when its score is already
+     * less than or equal to @p score. Precondition: the pixel is queued.
+     */
+    bool descreaseScore(unsigned int x, unsigned int y, unsigned int score);
+
+    /** Recomputes every score with @p callback(x, y, data, @p context) and rebuilds the heap. */
+    void updateAllScores(ScoreCallback callback, void const* context);
+
+    /** Empties the queue; keeps the heap array, hands the index tiles back. */
+    void clear();
+
+    /** Sift-up from @p i. */
+    void heapifyFromEndToBeginning(unsigned long i);
+    /** Sift-down from @p i. */
+    void heapifyFromBeginningToEnd(unsigned long i);
+    /** Swaps two heap slots and stores their new heap indices. */
+    void exchangeElements(unsigned long i, unsigned long j);
+
+    unsigned long size() const { return m_heap.size(); }
+    bool isEmpty() const { return m_heap.isEmpty(); }
+    /** The heap array, for inspection. */
+    const PXScissors::vector<Entry*>& heap() const { return m_heap; }
+
+private:
+    static Entry* entryOf(unsigned long* heapIndex);
+
+    PXScissors::vector<Entry*> m_heap;
+    PXScissors::SparseMatrix<unsigned long*, 4096u> m_positions;
+};

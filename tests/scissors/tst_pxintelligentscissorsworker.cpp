@@ -1,0 +1,125 @@
+#include "PXIntelligentScissorsWorker.h"
+
+#include <QSignalSpy>
+#include <QtTest>
+
+#include <atomic>
+
+namespace {
+
+// Counts its bodies and, if asked, runs until told to stop.
+class Worker : public PXIntelligentScissorsWorker
+{
+public:
+    Worker() : PXIntelligentScissorsWorker(QStringLiteral("Test Worker")) {}
+    ~Worker() override { stop(true); }
+
+    std::atomic<int> bodies {0};
+    std::atomic<int> concurrent {0};
+    std::atomic<int> mostConcurrent {0};
+    bool loops = true;
+
+    void runningThread() override
+    {
+        ++bodies;
+        const int now = ++concurrent;
+        if (now > mostConcurrent)
+            mostConcurrent = now;
+        while (loops && isExecuting())
+            QThread::usleep(100);
+        --concurrent;
+    }
+};
+
+} // namespace
+
+class TestPXIntelligentScissorsWorker : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void incrementProgress_data()
+    {
+        QTest::addColumn<int>("total");
+        QTest::addColumn<int>("steps");
+        QTest::addColumn<QList<double>>("reports");
+        QTest::newRow("250") << 250 << 7 << QList<double> {2.0f / 250.0f, 4.0f / 250.0f, 6.0f / 250.0f};
+        QTest::newRow("99 never reports") << 99 << 99 << QList<double> {};
+        QTest::newRow("100") << 100 << 2 << QList<double> {0.01f, 0.02f};
+    }
+    void incrementProgress()
+    {
+        QFETCH(int, total);
+        QFETCH(int, steps);
+        QFETCH(QList<double>, reports);
+        Worker worker;
+        worker.setTotalProgress(total);
+        QSignalSpy spy(&worker, &PXIntelligentScissorsWorker::progressChanged);
+        for (int i = 0; i < steps; ++i)
+            worker.incrementProgress();
+        QCOMPARE(worker.progress(), steps);
+        QCOMPARE(spy.size(), reports.size());
+        for (int i = 0; i < reports.size(); ++i)
+            QCOMPARE(spy.at(i).at(0).toDouble(), reports.at(i));
+    }
+
+    void setProgressReportsRawValues()
+    {
+        Worker worker;
+        worker.setTotalProgress(1000); // interval 10
+        QSignalSpy spy(&worker, &PXIntelligentScissorsWorker::progressChanged);
+        worker.setProgress(5);
+        QCOMPARE(spy.size(), 0);
+        worker.setProgress(5);
+        QCOMPARE(spy.size(), 0);
+        worker.setProgress(27); // 27 steps since the last report: reported, 7 carried over
+        QCOMPARE(spy.size(), 1);
+        QCOMPARE(spy.at(0).at(0).toDouble(), 27.0);
+        worker.setProgress(29);
+        QCOMPARE(spy.size(), 1);
+        worker.setProgress(33);
+        QCOMPARE(spy.size(), 2);
+        QCOMPARE(spy.at(1).at(0).toDouble(), 33.0);
+    }
+
+    void stopOnIdleReturnsAtOnce()
+    {
+        Worker worker;
+        worker.stop();
+        worker.stop(true);
+        worker.stoppingThread();
+        QVERIFY(!worker.isExecuting());
+        QCOMPARE(worker.bodies.load(), 0);
+        QCOMPARE(worker.name(), QStringLiteral("Test Worker"));
+    }
+
+    void restartNeverRunsTwoBodies()
+    {
+        Worker worker;
+        worker.setTotalProgress(1000);
+        for (int i = 0; i < 5; ++i) {
+            worker.startThread();
+            QVERIFY(worker.isExecuting());
+            worker.incrementProgress();
+        }
+        worker.startThread();
+        QCOMPARE(worker.progress(), 0);
+        worker.stoppingThread();
+        QVERIFY(!worker.isExecuting());
+        QVERIFY(worker.isFinished());
+        QCOMPARE(worker.bodies.load(), 6);
+        QCOMPARE(worker.mostConcurrent.load(), 1);
+    }
+
+    void flagClearsWhenTheBodyReturns()
+    {
+        Worker worker;
+        worker.loops = false;
+        worker.startThread();
+        QVERIFY(worker.wait(10000));
+        QVERIFY(!worker.isExecuting());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestPXIntelligentScissorsWorker)
+#include "tst_pxintelligentscissorsworker.moc"

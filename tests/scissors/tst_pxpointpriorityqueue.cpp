@@ -1,0 +1,286 @@
+#include "BlockPool.h"
+#include "PXPointPriorityQueue.h"
+#include "SparseMatrix.h"
+#include "vector.h"
+
+#include <QRandomGenerator>
+#include <QtTest>
+
+#include <algorithm>
+
+using PXScissors::BlockPool;
+using PXScissors::SparseMatrix;
+
+class TestPXPointPriorityQueue : public QObject
+{
+    Q_OBJECT
+
+private:
+    // Heap order, exact indices and an index slot for every entry.
+    static bool isConsistent(const PXPointPriorityQueue& queue)
+    {
+        const auto& heap = queue.heap();
+        for (unsigned long i = 0; i < heap.size(); ++i) {
+            if (heap[i]->heapIndex != i)
+                return false;
+            if (i > 0 && heap[(i - 1) / 2]->score > heap[i]->score)
+                return false;
+            if (!queue.contains(heap[i]->x, heap[i]->y))
+                return false;
+        }
+        return true;
+    }
+
+private slots:
+    void vectorGrowth()
+    {
+        PXScissors::vector<int> v;
+        QCOMPARE(v.capacity(), 0ul);
+        v.append(1);
+        QCOMPARE(v.capacity(), 8ul);
+        for (int i = 2; i <= 9; ++i)
+            v.append(i);
+        QCOMPARE(v.capacity(), 16ul);
+        QCOMPARE(v.size(), 9ul);
+        QCOMPARE(v.takeLast(), 9);
+        v.clear();
+        QCOMPARE(v.capacity(), 16ul);
+        v.release();
+        QCOMPARE(v.capacity(), 0ul);
+        QVERIFY(!v.data());
+    }
+
+    void preallocation_data()
+    {
+        QTest::addColumn<unsigned int>("width");
+        QTest::addColumn<unsigned int>("height");
+        QTest::addColumn<unsigned long>("capacity");
+        QTest::newRow("empty") << 0u << 0u << 0ul;
+        QTest::newRow("3x2") << 3u << 2u << 16ul;
+        QTest::newRow("1x1") << 1u << 1u << 8ul;
+        QTest::newRow("3000x2000") << 3000u << 2000u << 16384ul;
+        QTest::newRow("5000x1") << 5000u << 1u << 16384ul;
+    }
+    void preallocation()
+    {
+        QFETCH(unsigned int, width);
+        QFETCH(unsigned int, height);
+        QFETCH(unsigned long, capacity);
+        PXPointPriorityQueue queue(width, height);
+        QCOMPARE(queue.heap().capacity(), capacity);
+        if (capacity == 0) {
+            queue.insert(0, 0, 0, 1);
+            QCOMPARE(queue.heap().capacity(), 8ul);
+        }
+    }
+
+    void equalScoresKeepTheRoot()
+    {
+        PXPointPriorityQueue queue(10, 10);
+        queue.insert(0, 0, 1, 5);
+        queue.insert(1, 0, 2, 5);
+        queue.insert(2, 0, 3, 5);
+        queue.insert(3, 0, 4, 5);
+        // Heap [1, 2, 3, 4]: the root goes first; each former last entry then
+        // stays at the root because equal children never move it down.
+        QList<unsigned int> order;
+        unsigned int x, y, data, score;
+        while (queue.dequeue(x, y, data, score)) {
+            order << data;
+            QVERIFY(isConsistent(queue));
+        }
+        QCOMPARE(order, (QList<unsigned int> {1, 4, 3, 2}));
+        QVERIFY(!queue.dequeue(x, y, data, score));
+    }
+
+    void leftChildWinsTies()
+    {
+        PXPointPriorityQueue queue(10, 10);
+        queue.insert(0, 0, 1, 1);
+        queue.insert(1, 0, 2, 3);
+        queue.insert(2, 0, 3, 3);
+        queue.insert(3, 0, 4, 9);
+        unsigned int x, y, data, score;
+        QVERIFY(queue.dequeue(x, y, data, score));
+        // 9 sinks: both children score 3, the left one (data 2) rises.
+        QCOMPARE(queue.heap()[0]->data, 2u);
+        QCOMPARE(queue.heap()[1]->data, 4u);
+        QCOMPARE(queue.heap()[2]->data, 3u);
+        QVERIFY(isConsistent(queue));
+    }
+
+    void descreaseScore()
+    {
+        PXPointPriorityQueue queue(10, 10);
+        queue.insert(0, 0, 0, 2);
+        queue.insert(1, 1, 1, 4);
+        queue.insert(2, 2, 2, 6);
+        QVERIFY(!queue.descreaseScore(2, 2, 6));
+        QVERIFY(!queue.descreaseScore(2, 2, 7));
+        QCOMPARE(queue.heap()[2]->score, 6u);
+        // Equal to the parent: it does not climb past it.
+        QVERIFY(queue.descreaseScore(2, 2, 2));
+        QCOMPARE(queue.heap()[0]->data, 0u);
+        QCOMPARE(queue.heap()[2]->data, 2u);
+        QVERIFY(queue.descreaseScore(2, 2, 1));
+        QCOMPARE(queue.heap()[0]->data, 2u);
+        QVERIFY(isConsistent(queue));
+    }
+
+    void updateAllScores()
+    {
+        PXPointPriorityQueue queue(100, 100);
+        auto negate = [](unsigned int x, unsigned int, unsigned int, void const* context) -> unsigned int {
+            return *static_cast<const unsigned int*>(context) - x;
+        };
+        const unsigned int top = 1000;
+        queue.insert(7, 0, 0, 3);
+        queue.updateAllScores(negate, &top);
+        QCOMPARE(queue.heap()[0]->score, 993u);
+        for (unsigned int x = 0; x < 50; ++x)
+            if (x != 7)
+                queue.insert(x, 1, x, x);
+        queue.updateAllScores(negate, &top);
+        QVERIFY(isConsistent(queue));
+        unsigned int x, y, data, score;
+        QVERIFY(queue.dequeue(x, y, data, score));
+        QCOMPARE(x, 49u);
+        QCOMPARE(score, 951u);
+    }
+
+    // Random inserts, decreases and removals against a sorted reference.
+    void randomAgainstReference()
+    {
+        QRandomGenerator random(17);
+        PXPointPriorityQueue queue(5000, 300);
+        QList<QPair<unsigned int, unsigned int>> reference; // (score, pixel)
+        QHash<unsigned int, unsigned int> scoreOf;
+        for (int step = 0; step < 20000; ++step) {
+            const int action = random.bounded(10);
+            if (action < 5) {
+                const unsigned int pixel = random.bounded(5000u * 300u);
+                const unsigned int score = random.bounded(200u);
+                const unsigned int x = pixel % 5000, y = pixel / 5000;
+                if (queue.contains(x, y)) {
+                    const bool lowered = queue.descreaseScore(x, y, score);
+                    QCOMPARE(lowered, score < scoreOf.value(pixel));
+                    if (lowered) {
+                        reference.removeOne(qMakePair(scoreOf.value(pixel), pixel));
+                        reference.append(qMakePair(score, pixel));
+                        scoreOf[pixel] = score;
+                    }
+                } else {
+                    queue.insert(x, y, pixel, score);
+                    reference.append(qMakePair(score, pixel));
+                    scoreOf[pixel] = score;
+                }
+            } else if (!reference.isEmpty()) {
+                unsigned int x, y, data, score;
+                QVERIFY(queue.dequeue(x, y, data, score));
+                const unsigned int best = std::min_element(reference.cbegin(), reference.cend())->first;
+                QCOMPARE(score, best);
+                QVERIFY(reference.removeOne(qMakePair(score, data)));
+                scoreOf.remove(data);
+                QVERIFY(!queue.contains(x, y));
+            }
+            if (step % 97 == 0)
+                QVERIFY(isConsistent(queue));
+        }
+        QCOMPARE(queue.size(), static_cast<unsigned long>(reference.size()));
+        queue.clear();
+        QVERIFY(queue.isEmpty());
+        QVERIFY(!queue.contains(0, 0));
+    }
+
+    void tileGoesBackAndComesBackZeroed()
+    {
+        const unsigned long tileBytes = 4096ul * 4096ul * sizeof(unsigned int);
+        SparseMatrix<unsigned int, 4096u> matrix(5000, 100);
+        QCOMPARE(matrix.columns(), 2u);
+        QCOMPARE(matrix.rows(), 1u);
+        QCOMPARE(matrix.get(4500, 50), 0u);
+        matrix.set(4500, 50, 7);
+        QCOMPARE(matrix.freeCount(4500, 50), 0xFFFFFFu);
+        matrix.set(4501, 50, 8);
+        QCOMPARE(matrix.freeCount(4500, 50), 0xFFFFFEu);
+        QVERIFY(!matrix.hasTile(10, 10));
+        matrix.set(4500, 50, 0);
+        QVERIFY(matrix.hasTile(4500, 50));
+        const unsigned long pooled = BlockPool::availableBlocks(tileBytes);
+        matrix.set(4501, 50, 0);
+        QVERIFY(!matrix.hasTile(4501, 50));
+        QCOMPARE(BlockPool::availableBlocks(tileBytes), pooled + 1);
+        matrix.set(4099, 0, 3);
+        QCOMPARE(BlockPool::availableBlocks(tileBytes), pooled);
+        QCOMPARE(matrix.get(4500, 50), 0u);
+        QCOMPARE(matrix.get(4501, 50), 0u);
+        QCOMPARE(matrix.get(4099, 0), 3u);
+
+        // A tile handed back with values in it is zeroed where it was written.
+        matrix.set(4200, 99, 11);
+        matrix.clear();
+        QVERIFY(!matrix.hasTile(4099, 0));
+        matrix.set(4100, 1, 1);
+        QCOMPARE(matrix.get(4099, 0), 0u);
+        QCOMPARE(matrix.get(4200, 99), 0u);
+    }
+
+    void emptyValuesOnAbsentTilesDoNothing()
+    {
+        SparseMatrix<bool, 4096u> matrix(10, 10);
+        matrix.set(3, 3, false);
+        QVERIFY(!matrix.hasTile(3, 3));
+        matrix.set(3, 3, true);
+        QVERIFY(matrix.getAcquire(3, 3));
+        QVERIFY(!matrix.get(4, 3));
+    }
+
+    void keptTilesStayUntilClear()
+    {
+        SparseMatrix<unsigned int, 4096u> matrix(10, 10, SparseMatrix<unsigned int, 4096u>::KeepTilesUntilClear);
+        matrix.set(1, 1, 5);
+        matrix.set(1, 1, 0);
+        QVERIFY(matrix.hasTile(1, 1));
+        QCOMPARE(matrix.get(1, 1), 0u);
+        matrix.clear();
+        QVERIFY(!matrix.hasTile(1, 1));
+    }
+
+    void blockPool()
+    {
+        QCOMPARE(BlockPool::roundedSize(1), 1ul);
+        QCOMPARE(BlockPool::roundedSize(4097), 8192ul);
+        QCOMPARE(BlockPool::roundedSize(1ul << 40), 1ul << 40);
+
+        auto* block = static_cast<unsigned char*>(BlockPool::get(3000));
+        QCOMPARE(BlockPool::blockSize(block), 4096ul);
+        std::fill(block, block + 4096, 0xAB);
+        block = static_cast<unsigned char*>(BlockPool::resize(block, 5000));
+        QCOMPARE(BlockPool::blockSize(block), 8192ul);
+        QCOMPARE(block[4095], 0xAB);
+        QCOMPARE(BlockPool::resize(block, 8000), static_cast<void*>(block));
+        BlockPool::returnBlock(block, 100, 200);
+        const unsigned long waiting = BlockPool::availableBlocks(8192);
+        QVERIFY(waiting >= 1);
+        auto* zeroed = static_cast<unsigned char*>(BlockPool::getZeroed(8192));
+        QCOMPARE(BlockPool::availableBlocks(8192), waiting - 1);
+        QVERIFY(std::all_of(zeroed + 100, zeroed + 200, [](unsigned char c) { return c == 0; }));
+        std::fill(zeroed, zeroed + 8192, 0x5A);
+        BlockPool::returnBlock(zeroed);
+
+        // Regression: a stale block reused by a user that writes little must
+        // still come back zero where the earlier user wrote.
+        auto* stale = static_cast<unsigned char*>(BlockPool::get(8192));
+        QCOMPARE(stale, zeroed);
+        stale[0] = 1;
+        BlockPool::returnBlock(stale, 0, 1);
+        auto* clean = static_cast<unsigned char*>(BlockPool::getZeroed(8192));
+        QVERIFY(std::all_of(clean, clean + 8192, [](unsigned char c) { return c == 0; }));
+        BlockPool::returnBlock(clean, 0, 0);
+        BlockPool::clear();
+        QCOMPARE(BlockPool::availableBlocks(8192), 0ul);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestPXPointPriorityQueue)
+#include "tst_pxpointpriorityqueue.moc"
