@@ -1,2 +1,4 @@
-# The lasso around the cup of coffee.png (600x400), saucer and table left out.
-165,40 200,12 290,6 380,14 415,45 432,62 425,110 412,200 410,300 382,332 328,332 300,288 262,312 200,314 184,282 188,230 166,160 160,90
+# Lasso round the cup on its saucer in coffee.png (600x400), photo pixels "x,y".
+# `pxcut cut` uses it when no photo is given.
+62,220 72,150 110,100 160,68 172,25 230,4 330,2 400,20 425,55 462,105 488,170
+496,240 478,318 425,368 340,398 250,399 165,385 100,345 68,290

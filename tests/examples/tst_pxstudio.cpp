@@ -1,3 +1,4 @@
+#include "PXHostTestPhotos.h"
 #include "PXPointList.h"
 #include "PXStudioView.h"
 #include "PXStudioWindow.h"
@@ -55,7 +56,7 @@ private:
     std::unique_ptr<PXStudioWindow> smallWindow();
 
     QTemporaryDir m_dir;
-    QString m_disc;
+    QString m_tiles;
     std::unique_ptr<PXStudioWindow> m_coffee;
     QImage m_coffeePhoto;
     // A point of the cup that the cut took as object.
@@ -72,8 +73,6 @@ static QList<QPointF> shippedLasso()
     PXPointList::parse(QString::fromUtf8(file.readAll()), &points, &error);
     return points;
 }
-
-static const QList<QPointF> discLasso { { 40, 15 }, { 120, 15 }, { 125, 60 }, { 120, 105 }, { 40, 105 }, { 35, 60 } };
 
 static bool near(QRgb a, QRgb b, int tolerance)
 {
@@ -95,15 +94,8 @@ void TestPXStudio::initTestCase()
     QVERIFY(m_dir.isValid());
     PXSettings::setStorageFile(m_dir.filePath(QStringLiteral("settings.ini")));
 
-    QImage disc(160, 120, QImage::Format_RGB32);
-    disc.fill(qRgb(128, 128, 128));
-    QPainter painter(&disc);
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(QColor(220, 30, 30));
-    painter.drawEllipse(QPointF(80, 60), 30, 30);
-    painter.end();
-    m_disc = m_dir.filePath(QStringLiteral("disc.png"));
-    QVERIFY(disc.save(m_disc));
+    m_tiles = m_dir.filePath(QStringLiteral("tiles.png"));
+    QVERIFY(tilesPhoto().save(m_tiles));
 
     m_coffeePhoto = QImage(QStringLiteral(PX_PHOTOS_DIR "/coffee.png")).convertToFormat(QImage::Format_RGB32);
     m_coffee = std::make_unique<PXStudioWindow>();
@@ -172,7 +164,7 @@ std::unique_ptr<PXStudioWindow> TestPXStudio::smallWindow()
     auto window = std::make_unique<PXStudioWindow>();
     window->resize(640, 480);
     window->show();
-    if (!QTest::qWaitForWindowExposed(window.get()) || !window->openPhoto(m_disc))
+    if (!QTest::qWaitForWindowExposed(window.get()) || !window->openPhoto(m_tiles))
         return nullptr;
     window->view()->setZoom(2);
     return window;
@@ -375,7 +367,7 @@ void TestPXStudio::escapeCancelsTheCut()
 {
     const auto window = smallWindow();
     QVERIFY(window);
-    drawLasso(*window, discLasso);
+    drawLasso(*window, tilesLasso());
     QVERIFY(window->isBusy());
     QTest::keyClick(window.get(), Qt::Key_Escape);
     QVERIFY(!window->isBusy());
@@ -386,7 +378,7 @@ void TestPXStudio::escapeCancelsTheCut()
     QVERIFY(window->view()->mask().isNull());
 
     // The studio is ready for the next lasso.
-    drawLasso(*window, discLasso);
+    drawLasso(*window, tilesLasso());
     QVERIFY(waitUntilIdle(*window));
     QCOMPARE(qAlpha(window->view()->mask().pixel(80, 60)), 0);
 }
