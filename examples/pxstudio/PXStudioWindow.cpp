@@ -173,6 +173,7 @@ void PXStudioWindow::createActions()
     QAction* actualSize = makeAction(tr("&Actual size"), "actualSize", QKeySequence(tr("Ctrl+1")));
     connect(actualSize, &QAction::triggered, m_view, [this] { m_view->setZoom(1); });
     m_contoursAction = makeAction(tr("Superpixel &contours"), "contours", QKeySequence(tr("Ctrl+K")));
+    m_contoursAction->setIconText(tr("Contours"));
     m_contoursAction->setCheckable(true);
     connect(m_contoursAction, &QAction::toggled, this, &PXStudioWindow::setContoursVisible);
 
@@ -209,7 +210,6 @@ void PXStudioWindow::createActions()
         if (m_view->tool() == PXStudioView::Scissors)
             dropScissorsOutline();
         m_view->setTool(PXStudioView::Tool(action->data().toInt()));
-        setStatus(action->toolTip());
     });
 
     auto* targets = new QActionGroup(this);
@@ -327,6 +327,11 @@ void PXStudioWindow::setMaskColour(const QColor& colour)
     m_maskColourAction->setIcon(swatch(colour));
     beginRequest();
     m_segmentation->setMaskColor(colour);
+}
+
+void PXStudioWindow::setBrushRadius(int radius)
+{
+    m_brushRadius->setValue(radius);
 }
 
 void PXStudioWindow::setBrushTargetIsObject(bool object)

@@ -53,6 +53,8 @@ public:
     /** The colour of what is not cut out. */
     void setMaskColour(const QColor& colour);
     QColor maskColour() const { return m_maskColour; }
+    /** Brush radius of paint and scribble, in working-photo pixels. */
+    void setBrushRadius(int radius);
     /** Paint and scribble add to the object (true) or to the background. */
     void setBrushTargetIsObject(bool object);
 

@@ -37,8 +37,8 @@ private Q_SLOTS:
     void hoverPreviewsWithoutChangingTheMask();
     void colourAndInversion();
     void contoursToggle();
-    void exportWritesTheCutOutAtPhotoSize();
     void screenshot();
+    void exportWritesTheCutOutAtPhotoSize();
     void scissorsOutlineBecomesTheLasso();
     void escapeCancelsTheCut();
     void droppedFileOpens();
@@ -233,7 +233,7 @@ void TestPXStudio::paintThenUndoAndRedo()
 
     chooseTool(window, "tool.paint");
     action(window, "target.background")->trigger();
-    window.view()->setBrushRadius(6);
+    window.setBrushRadius(6);
     drag(window, { m_inside - QPointF(10, 0), m_inside, m_inside + QPointF(10, 0) });
     QVERIFY(waitUntilIdle(window));
     QTRY_COMPARE(stack->count(), 1);
@@ -323,11 +323,18 @@ void TestPXStudio::exportWritesTheCutOutAtPhotoSize()
 void TestPXStudio::screenshot()
 {
     PXStudioWindow& window = *m_coffee;
-    window.setMaskColour(QColor(24, 48, 96));
-    chooseTool(window, "tool.paint");
-    window.view()->setBrushRadius(14);
+    window.setMaskColour(QColor(250, 250, 250));
     QVERIFY(waitUntilIdle(window));
+    window.resize(860, 580);
+    QTRY_COMPARE(window.size(), QSize(860, 580));
     window.view()->fitToWindow();
+    chooseTool(window, "tool.paint");
+    action(window, "target.object")->trigger();
+    window.setBrushRadius(14);
+    QCOMPARE(window.view()->brushRadius(), 14);
+    mouse(window, QEvent::MouseMove, m_inside, Qt::NoButton, Qt::NoButton);
+    QVERIFY(waitUntilIdle(window));
+    QVERIFY(window.statusText().startsWith(QStringLiteral("Cut: the object covers ")));
 
     const QString folder = qEnvironmentVariableIsSet("PX_TEST_ARTIFACT_DIR")
         ? qEnvironmentVariable("PX_TEST_ARTIFACT_DIR")
