@@ -391,7 +391,7 @@ int runWire(const PXCutArguments& arguments)
         return fail(error);
     QFile json(out.filePath(QStringLiteral("wire.json")));
     if (!json.open(QIODevice::WriteOnly | QIODevice::Truncate)
-        || json.write(QJsonDocument(document).toJson()) < 0)
+        || json.write(QJsonDocument(document).toJson(QJsonDocument::Compact)) < 0)
         return fail(QStringLiteral("cannot write %1").arg(json.fileName()));
 
     std::printf("%s %dx%d: %d wire%s, %d points, %.2f s -> %s\n", qPrintable(photo.fileInfo().fileName()),
