@@ -12,6 +12,10 @@ PXHostPhoto PXHostPhoto::load(const QString& path, int maximalLength, QString* e
         *error = QStringLiteral("%1: no such file").arg(path);
         return {};
     }
+    if (!info.isFile()) {
+        *error = QStringLiteral("%1: not a file").arg(path);
+        return {};
+    }
     QImageReader reader(path);
     reader.setAutoTransform(true);
     const QImage image = reader.read();

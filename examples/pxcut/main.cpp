@@ -30,6 +30,7 @@
 #include <cstdio>
 #include <functional>
 #include <memory>
+#include <string>
 
 #include <unistd.h>
 
@@ -112,7 +113,8 @@ QImage requestMask(PXImageSegmentation& controller, const std::function<void()>&
     QTimer::singleShot(myStepTimeoutMs, &loop, &QEventLoop::quit);
     request();
     loop.exec();
-    controller.wait();
+    if (!mask.isNull())
+        controller.wait();
     return mask;
 }
 
@@ -180,6 +182,11 @@ QString defaultPhoto()
 int runCut(PXCutArguments arguments)
 {
     const QString photoPath = arguments.photo.isEmpty() ? defaultPhoto() : arguments.photo;
+    QString error;
+    const int maximalLength = PXSingleton<PXImageCutterSettings>::instance()->maximalImageLength();
+    const PXHostPhoto photo = PXHostPhoto::load(photoPath, maximalLength, &error);
+    if (photo.isNull())
+        return fail(QStringLiteral("cannot read the photo %1").arg(error));
 
     // Without a lasso option the lasso lies beside the photo, named after it.
     if (arguments.lassoSource.isEmpty() && arguments.lassoFile.isEmpty()) {
@@ -193,7 +200,6 @@ int runCut(PXCutArguments arguments)
         QFile file(arguments.lassoFile);
         if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
             return fail(QStringLiteral("cannot read the lasso file %1: %2").arg(arguments.lassoFile, file.errorString()));
-        QString error;
         if (!PXPointList::parse(QString::fromUtf8(file.readAll()), &arguments.lasso, &error))
             return fail(QStringLiteral("%1: %2").arg(arguments.lassoFile, error));
         arguments.lassoSource = arguments.lassoFile;
@@ -202,12 +208,6 @@ int runCut(PXCutArguments arguments)
         return fail(QStringLiteral("%1: a lasso needs at least 3 points, got %2")
                         .arg(arguments.lassoSource)
                         .arg(arguments.lasso.size()));
-
-    QString error;
-    const int maximalLength = PXSingleton<PXImageCutterSettings>::instance()->maximalImageLength();
-    const PXHostPhoto photo = PXHostPhoto::load(photoPath, maximalLength, &error);
-    if (photo.isNull())
-        return fail(QStringLiteral("cannot read the photo %1").arg(error));
 
     const QSize size = photo.photo().size();
     if (!checkInside(QStringLiteral("the lasso"), arguments.lasso, size, &error))

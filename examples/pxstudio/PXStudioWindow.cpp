@@ -63,7 +63,6 @@ PXStudioWindow::PXStudioWindow(QWidget* parent)
 {
     setWindowTitle(tr("pxstudio"));
     setCentralWidget(m_view);
-    setAcceptDrops(true);
 
     m_progress->setMaximumWidth(220);
     m_progress->setTextVisible(true);
@@ -476,10 +475,12 @@ void PXStudioWindow::showProgress(int current, int total)
 
 void PXStudioWindow::showScissorsProgress(double value)
 {
-    // Fractions while the costs are computed; stopping reports a raw count.
-    if (m_cutRunning || value > 1)
+    if (m_cutRunning)
         return;
+    // Fractions while the costs are computed; stopping reports a raw count.
     m_progress->setVisible(value < 1);
+    if (value >= 1)
+        return;
     m_progress->setRange(0, 100);
     m_progress->setValue(int(value * 100));
 }
