@@ -198,7 +198,7 @@ void PXImageSegmentation::run()
     default:
         break;
     }
-    QMutexLocker locker(&m_strokeMutex);
+    // Without the stroke mutex: a starter may hold it while waiting for us.
     m_loopIsLeaving = true;
 }
 
@@ -545,24 +545,14 @@ QSet<int> PXImageSegmentation::extractBackground()
     extractor.setup(&image);
     increaseAndUpdateProgressbar();
 
-    QList<PXSuperPixel> superpixels;
     QSet<int> candidates;
     QImage mask;
     {
         QMutexLocker locker(&m_dataMutex);
-        superpixels = m_superpixels;
+        extractor.setSuperPixelInformations(m_superpixels);
         candidates = m_foreground;
         mask = m_mask;
     }
-    // The colour model reads a record per candidate and a mask pixel per
-    // photo pixel; anything else has no colour to judge.
-    candidates.removeIf([&superpixels](int label) {
-        return label < 0 || label >= superpixels.size();
-    });
-    if (mask.size() != image.size() || mask.depth() != 32)
-        return QSet<int>();
-
-    extractor.setSuperPixelInformations(superpixels);
     const QSet<int> background = extractor.extractBackground(candidates, mask);
 
     QMutexLocker locker(&m_dataMutex);

@@ -260,10 +260,8 @@ private:
 
     bool m_labelsSaved = false;
     QImage m_mask;
-    QImage m_reservedImage;
     QImage m_workingImage;
     QFileInfo m_fileInfo;
-    QColor m_reservedColor;
     QColor m_transparentColor;
     std::atomic<int> m_mode {None};
     std::atomic<int> m_clickedSuperpixel {0};
@@ -277,7 +275,6 @@ private:
     QPainterPath m_expandedPath;
     QPainterPath m_pendingStrokes;
     QPainterPath m_lastPath;
-    int m_reserved = 0;
     QColor m_maskColor;
     bool m_maskIsInverted = false;
     bool m_strokeIsForeground = false;
@@ -296,10 +293,11 @@ private:
     // never held while a signal is emitted and never taken before the stroke
     // mutex. Recursive because the public stages call one another.
     mutable QRecursiveMutex m_dataMutex;
-    // Set under the stroke mutex when a paint or hover loop has taken its last
-    // look at the pending requests, so a request arriving before the thread
-    // has ended restarts it instead of being left behind.
-    bool m_loopIsLeaving = false;
+    // Set when run() takes no more requests: by the paint and hover loops
+    // under the stroke mutex together with their last look at the pending
+    // requests, so a request arriving before the thread has ended restarts
+    // it instead of being left behind.
+    std::atomic<bool> m_loopIsLeaving {false};
     QFuture<void> m_workerTask;
     QList<RetiredWorker> m_retiredWorkers;
     QList<QFuture<void>> m_clicks;

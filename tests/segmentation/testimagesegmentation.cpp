@@ -1,30 +1,30 @@
-// The road of a lasso through the real worker, as a host drives it: setup,
-// lasso, progress, the first mask; replaced lassos, cancellation, bad input
-// and destruction at awkward moments.
+// The road of a lasso through the real worker, as a host drives it; replaced
+// lassos, cancellation, bad input and destruction at awkward moments.
 
-#include "PXLogger.h"
 #include "SegmentationTestSupport.h"
 
-#include <QApplication>
+#include <QPainter>
 #include <QScopeGuard>
 #include <QSemaphore>
-
-using namespace SegmentationTestSupport;
 
 namespace {
 
 const QRect myLeftObject(24, 36, 48, 48);
-const QRect myRightObject(104, 36, 48, 48);
+const QRect myRightObject(128, 36, 48, 48);
+// A purple speck beside the left object, alone in the grey.
+const QRect mySpeck(86, 54, 12, 12);
 
 /**
- * A grey 176 x 120 photo with two objects, each a square of four coloured
- * quadrants, so the object is made of several regions that border each other.
+ * A grey 200 x 120 photo with two objects of four coloured quadrants each (an
+ * object of several regions that border each other) and a speck of a colour
+ * found nowhere else.
  */
-QImage twoObjectPhoto()
+QImage photo()
 {
-    QImage photo(176, 120, QImage::Format_RGB32);
-    photo.fill(QColor(128, 128, 128));
-    QPainter painter(&photo);
+    QImage image(200, 120, QImage::Format_RGB32);
+    image.fill(QColor(128, 128, 128));
+    QPainter painter(&image);
+    painter.fillRect(mySpeck, QColor(150, 40, 170));
     for (const QRect& object : {myLeftObject, myRightObject}) {
         const int half = object.width() / 2;
         painter.fillRect(object.x(), object.y(), half, half, QColor(220, 30, 30));
@@ -32,30 +32,23 @@ QImage twoObjectPhoto()
         painter.fillRect(object.x(), object.y() + half, half, half, QColor(40, 50, 210));
         painter.fillRect(object.x() + half, object.y() + half, half, half, QColor(240, 220, 20));
     }
-    return photo;
+    return image;
 }
 
-QPainterPath lassoAround(const QRect& object)
+QPainterPath lassoAround(const QRect& area)
 {
     QPainterPath lasso;
-    lasso.addRect(QRectF(object.adjusted(-12, -12, 12, 12)));
+    lasso.addRect(QRectF(area.adjusted(-12, -12, 12, 12)));
     return lasso;
 }
 
-QStringList segLog()
+/** Whether @p mask is transparent exactly on the pixels of the object's labels. */
+bool maskShowsObject(Host& host, const QImage& mask)
 {
-    return PXSingleton<PXLogger>::instance()->history();
-}
-
-/** Whether the mask is transparent exactly on the pixels of the object set. */
-bool maskShowsForeground(PXImageSegmentation& controller, const QImage& mask)
-{
-    std::unique_ptr<PXMementoSegmentation> memento(controller.createMemento(true));
-    const QImage labels = memento->labels();
-    const QSet<int> foreground = memento->foregroundClusters();
+    std::unique_ptr<PXMementoSegmentation> memento(host.controller.createMemento(true));
     for (int y = 0; y < mask.height(); ++y) {
         for (int x = 0; x < mask.width(); ++x) {
-            const bool object = foreground.contains(int(labels.pixel(x, y)));
+            const bool object = memento->foregroundClusters().contains(int(memento->labels().pixel(x, y)));
             if (mask.pixel(x, y) != (object ? 0u : myMaskColour))
                 return false;
         }
@@ -70,259 +63,232 @@ class TestImageSegmentation : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-
     void lassoGivesTheObject();
     void secondLassoWhileTheFirstRunsGivesOneMask();
     void cancelDuringTheCutEmitsNoMask();
-    void badLassosAreHarmless_data();
-    void badLassosAreHarmless();
-    void setupTakesAnyPhoto_data();
-    void setupTakesAnyPhoto();
+    void forgottenWorkerIsIgnored();
+    void badInputIsHarmless_data();
+    void badInputIsHarmless();
     void cutLoopWithoutWorkerEmitsTheMask();
     void destructionWhileWorking_data();
     void destructionWhileWorking();
 };
 
-void TestImageSegmentation::init()
-{
-    PXSingleton<PXLogger>::instance()->clearHistory();
-}
-
 void TestImageSegmentation::lassoGivesTheObject()
 {
-    PXImageSegmentation controller;
-    QCOMPARE(controller.totalSteps(), 5);
-    controller.setup(twoObjectPhoto(), QFileInfo());
-    SegmentationSignals relay(controller);
-    QSignalSpy masks(&relay, &SegmentationSignals::sendNewMask);
-    QSignalSpy progress(&relay, &SegmentationSignals::segmentationProgress);
-    PXSingleton<PXLogger>::instance()->clearHistory();
+    Host host;
+    QCOMPARE(host.controller.totalSteps(), 5);
+    host.controller.setup(photo(), QFileInfo());
+    host.forget();
 
-    controller.startThreadWithInitialPath(lassoAround(myLeftObject));
-    QVERIFY(!controller.isValid());
-    QTRY_COMPARE(masks.count(), 2);
-    settle(controller);
+    const QPainterPath lasso = lassoAround(myLeftObject.united(mySpeck));
+    host.controller.startThreadWithInitialPath(lasso);
+    QVERIFY(!host.controller.isValid());
+    QTRY_COMPARE(host.masks.count(), 2);
+    host.settle();
 
-    QCOMPARE(masks.count(), 2);
-    QVERIFY(masks.first().first().value<QImage>().isNull());
-    const QImage mask = masks.last().first().value<QImage>();
+    QCOMPARE(host.masks.count(), 2);
+    QVERIFY(host.masks.first().first().value<QImage>().isNull());
+    const QImage mask = host.lastMask();
     QCOMPARE(mask.format(), QImage::Format_ARGB32_Premultiplied);
-    QCOMPARE(mask.size(), QSize(176, 120));
-    QVERIFY(controller.isValid());
-    QVERIFY(maskShowsForeground(controller, mask));
-    // Each quadrant's centre is cut out; the grey round it is not.
+    QCOMPARE(mask.size(), QSize(200, 120));
+    QVERIFY(host.controller.isValid());
+    QVERIFY(maskShowsObject(host, mask));
     for (const QPoint& inside : {QPoint(36, 48), QPoint(60, 48), QPoint(36, 72), QPoint(60, 72)})
         QCOMPARE(mask.pixel(inside), 0u);
-    for (const QPoint& outside : {QPoint(16, 60), QPoint(48, 28), QPoint(128, 60), QPoint(0, 0)})
+    // The grey inside the lasso goes by the colour model.
+    for (const QPoint& outside : {QPoint(16, 60), QPoint(48, 28), QPoint(150, 60), QPoint(0, 0)})
         QCOMPARE(mask.pixel(outside), myMaskColour);
-    QVERIFY(controller.containsPath(lassoAround(myLeftObject)));
+    QVERIFY(host.controller.containsPath(lasso));
 
-    // Zero of 5, one step per worker step, the worker's share once more,
-    // then the cut's five steps.
-    const int total = controller.totalSteps();
+    // The speck's colour is nowhere outside the lasso, so only the
+    // neighbourhood vote (all its neighbours are background) can drop it.
+    const int speck = host.controller.safeGetSuperPixelAt(mySpeck.center());
+    QVERIFY(speck > 0);
+    QVERIFY(speck != host.controller.safeGetSuperPixelAt(mySpeck.center() - QPoint(9, 0)));
+    QVERIFY(host.background().contains(speck));
+
+    // 0 of 5, one step per worker step, the worker's share again, the cut's 5.
+    const int total = host.controller.totalSteps();
     const int workerSteps = total - 5;
     QVERIFY(workerSteps > 0);
-    QList<QList<int>> expected = {{0, 5}};
-    for (int step = 1; step <= workerSteps; ++step)
+    QList<QVariantList> expected = {{0, 5}};
+    for (int step = 1; step <= total; ++step) {
         expected.append({step, total});
-    expected.append({workerSteps, total});
-    for (int step = workerSteps + 1; step <= total; ++step)
-        expected.append({step, total});
-    QList<QList<int>> seen;
-    for (const QList<QVariant>& arguments : std::as_const(progress))
-        seen.append({arguments.at(0).toInt(), arguments.at(1).toInt()});
-    QCOMPARE(seen, expected);
+        if (step == workerSteps)
+            expected.append({step, total});
+    }
+    QCOMPARE(QList<QVariantList>(host.progress), expected);
     QCOMPARE(segLog(), (QStringList{"SEG:StartingThread", "SEG:RunningThread"}));
 }
 
 void TestImageSegmentation::secondLassoWhileTheFirstRunsGivesOneMask()
 {
-    PXImageSegmentation controller;
-    controller.setup(twoObjectPhoto(), QFileInfo());
-    SegmentationSignals relay(controller);
-    QSignalSpy masks(&relay, &SegmentationSignals::sendNewMask);
-    PXSingleton<PXLogger>::instance()->clearHistory();
+    Host host;
+    host.controller.setup(photo(), QFileInfo());
+    host.forget();
 
-    controller.startThreadWithInitialPath(lassoAround(myLeftObject));
-    controller.startThreadWithInitialPath(lassoAround(myRightObject));
-    QTRY_COMPARE(nonNullCount(masks), 1);
-    settle(controller);
+    host.controller.startThreadWithInitialPath(lassoAround(myLeftObject));
+    host.controller.startThreadWithInitialPath(lassoAround(myRightObject));
+    QTRY_COMPARE(host.nonNullMasks(), 1);
+    host.settle();
 
-    QCOMPARE(nonNullCount(masks), 1);
-    QCOMPARE(masks.count(), 3);
-    const QImage mask = masks.last().first().value<QImage>();
-    QCOMPARE(mask.pixel(myRightObject.center()), 0u);
-    QCOMPARE(mask.pixel(myLeftObject.center()), myMaskColour);
-    QVERIFY(maskShowsForeground(controller, mask));
-    QCOMPARE(segLog(),
-             (QStringList{"SEG:CancelThread", "SEG:StartingThread", "SEG:RunningThread"}));
+    QCOMPARE(host.masks.count(), 3);
+    QCOMPARE(host.nonNullMasks(), 1);
+    QCOMPARE(host.lastMask().pixel(myRightObject.center()), 0u);
+    QCOMPARE(host.lastMask().pixel(myLeftObject.center()), myMaskColour);
+    QVERIFY(maskShowsObject(host, host.lastMask()));
+    QCOMPARE(segLog(), (QStringList{"SEG:CancelThread", "SEG:StartingThread", "SEG:RunningThread"}));
 }
 
 void TestImageSegmentation::cancelDuringTheCutEmitsNoMask()
 {
-    PXImageSegmentation controller;
-    controller.setup(twoObjectPhoto(), QFileInfo());
-    SegmentationSignals relay(controller);
-    QSignalSpy masks(&relay, &SegmentationSignals::sendNewMask);
-
-    // Holds the controller thread at the cut's first progress step.
+    // Declared first: the thread may still call in while the host goes.
     QSemaphore entered;
     QSemaphore release;
     bool held = false;
-    connect(&controller, &PXImageSegmentation::segmentationProgress, &controller,
+    Host host;
+    host.controller.setup(photo(), QFileInfo());
+    host.forget();
+    // Holds the controller thread at the cut's first progress step.
+    connect(&host.controller, &PXImageSegmentation::segmentationProgress, &host.controller,
             [&](int, int) {
-                if (QThread::currentThread() != &controller || std::exchange(held, true))
+                if (QThread::currentThread() != &host.controller || std::exchange(held, true))
                     return;
                 entered.release();
                 release.acquire();
             },
             Qt::DirectConnection);
-    // Whatever fails below, the thread must not stay held.
     const auto unblock = qScopeGuard([&release]() { release.release(); });
-    controller.startThreadWithInitialPath(lassoAround(myLeftObject));
+    host.controller.startThreadWithInitialPath(lassoAround(myLeftObject));
     QTRY_VERIFY(entered.available() > 0);
 
     PXSingleton<PXLogger>::instance()->clearHistory();
-    controller.cancel();
-    QVERIFY(!controller.isValid());
+    host.controller.cancel();
+    QVERIFY(!host.controller.isValid());
     release.release();
-    settle(controller);
+    host.settle();
 
-    QCOMPARE(masks.count(), 2);
-    QCOMPARE(nonNullCount(masks), 0);
+    QCOMPARE(host.masks.count(), 2); // one null mask per reset()
+    QCOMPARE(host.nonNullMasks(), 0);
     QCOMPARE(segLog(), QStringList{"SEG:CancelThread"});
 
     // Progress that does not come from the current worker is ignored.
-    QSignalSpy progress(&relay, &SegmentationSignals::segmentationProgress);
-    const int total = controller.totalSteps();
-    controller.setProgressFromWorker(3, 40);
-    QCoreApplication::processEvents();
-    QCOMPARE(progress.count(), 0);
-    QCOMPARE(controller.totalSteps(), total);
+    host.forget();
+    const int total = host.controller.totalSteps();
+    host.controller.setProgressFromWorker(3, 40);
+    QCOMPARE(host.controller.totalSteps(), total);
+    host.settle();
+    QCOMPARE(host.progress.count(), 0);
 }
 
-void TestImageSegmentation::badLassosAreHarmless_data()
+void TestImageSegmentation::forgottenWorkerIsIgnored()
 {
+    Host host;
+    host.controller.setup(photo(), QFileInfo());
+    host.controller.startThreadWithInitialPath(lassoAround(myLeftObject));
+    // With the controller thread idle the worker is forgotten, not stopped:
+    // it runs to its end, and its progress and finished() are ignored.
+    host.controller.cancel();
+    host.settle();
+    QTest::qWait(20);
+    host.settle();
+
+    // Two resets in setup(), one per lasso and one in cancel(); nothing else.
+    QCOMPARE(host.masks.count(), 4);
+    QCOMPARE(host.nonNullMasks(), 0);
+    QCOMPARE(host.progress.count(), 4);
+    QCOMPARE(host.progress.last().first().toInt(), 0);
+    QVERIFY(!host.controller.isValid());
+}
+
+void TestImageSegmentation::badInputIsHarmless_data()
+{
+    QTest::addColumn<QImage>("image");
     QTest::addColumn<QPainterPath>("lasso");
 
-    QTest::newRow("empty") << QPainterPath();
+    QTest::newRow("empty lasso") << photo() << QPainterPath();
     QPainterPath point;
     point.moveTo(40, 40);
     point.lineTo(40, 40);
-    QTest::newRow("a point") << point;
+    QTest::newRow("a point") << photo() << point;
     QPainterPath line;
     line.moveTo(10, 50);
     line.lineTo(150, 50);
-    QTest::newRow("a horizontal line") << line;
-    QTest::newRow("partly outside") << lassoAround(QRect(-40, -30, 90, 80));
-    QTest::newRow("wholly outside") << lassoAround(QRect(400, 300, 50, 50));
+    QTest::newRow("a line") << photo() << line;
+    QTest::newRow("partly outside") << photo() << lassoAround(QRect(-40, -30, 90, 80));
+    QTest::newRow("wholly outside") << photo() << lassoAround(QRect(400, 300, 50, 50));
     QPainterPath huge;
     huge.addRect(-1e9, -1e9, 3e9, 3e9);
-    QTest::newRow("huge") << huge;
+    QTest::newRow("huge") << photo() << huge;
     QPainterPath withNaN = lassoAround(myLeftObject);
     withNaN.setElementPositionAt(1, qQNaN(), 50);
-    QTest::newRow("NaN") << withNaN;
+    QTest::newRow("NaN") << photo() << withNaN;
+    QTest::newRow("null photo") << QImage() << lassoAround(myLeftObject);
+    QTest::newRow("indexed photo") << photo().convertToFormat(QImage::Format_Indexed8)
+                                   << lassoAround(myLeftObject);
+    QTest::newRow("24-bit photo") << photo().convertToFormat(QImage::Format_RGB888)
+                                  << lassoAround(myLeftObject);
+    QTest::newRow("1 x 1 photo") << photo().copy(0, 0, 1, 1) << lassoAround(myLeftObject);
 }
 
-void TestImageSegmentation::badLassosAreHarmless()
+void TestImageSegmentation::badInputIsHarmless()
 {
+    QFETCH(QImage, image);
     QFETCH(QPainterPath, lasso);
 
-    PXImageSegmentation controller;
-    controller.setup(twoObjectPhoto(), QFileInfo());
-    SegmentationSignals relay(controller);
-    QSignalSpy masks(&relay, &SegmentationSignals::sendNewMask);
+    Host host;
+    host.controller.setup(image, QFileInfo());
+    QTRY_COMPARE(host.progress.count(), 2);
+    QCOMPARE(host.progress.last(), (QVariantList{0, 5}));
+    QCOMPARE(host.nonNullMasks(), 0);
 
-    controller.startThreadWithInitialPath(lasso);
-    QTRY_COMPARE(nonNullCount(masks), 1);
-    settle(controller);
-    const QImage mask = masks.last().first().value<QImage>();
-    QCOMPARE(mask.size(), QSize(176, 120));
-    QVERIFY(maskShowsForeground(controller, mask));
-
-    // Refinement on whatever came out stays harmless too.
-    controller.startThreadWithPaintSelection(square(30, 30, 20), true, false);
-    controller.startThreadWithClicker(QPointF(50, 50));
-    settle(controller);
-}
-
-void TestImageSegmentation::setupTakesAnyPhoto_data()
-{
-    QTest::addColumn<QImage>("photo");
-    QTest::addColumn<bool>("cuts");
-
-    QTest::newRow("null") << QImage() << false;
-    QImage indexed = twoObjectPhoto().convertToFormat(QImage::Format_Indexed8);
-    QTest::newRow("indexed") << indexed << true;
-    QTest::newRow("24-bit") << twoObjectPhoto().convertToFormat(QImage::Format_RGB888) << true;
-    QImage single(1, 1, QImage::Format_ARGB32);
-    single.fill(Qt::red);
-    QTest::newRow("1 x 1") << single << true;
-}
-
-void TestImageSegmentation::setupTakesAnyPhoto()
-{
-    QFETCH(QImage, photo);
-    QFETCH(bool, cuts);
-
-    PXImageSegmentation controller;
-    SegmentationSignals relay(controller);
-    QSignalSpy masks(&relay, &SegmentationSignals::sendNewMask);
-    QSignalSpy progress(&relay, &SegmentationSignals::segmentationProgress);
-
-    controller.setup(photo, QFileInfo());
-    QTRY_COMPARE(progress.count(), 2);
-    QCOMPARE(progress.last(), (QList<QVariant>{0, 5}));
-    QCOMPARE(masks.count(), 2);
-    QCOMPARE(nonNullCount(masks), 0);
-    QVERIFY(!controller.isValid());
-
-    controller.startThreadWithInitialPath(lassoAround(myLeftObject));
-    if (cuts) {
-        QTRY_COMPARE(nonNullCount(masks), 1);
-        QCOMPARE(masks.last().first().value<QImage>().size(), photo.size());
+    host.controller.startThreadWithInitialPath(lasso);
+    if (!image.isNull())
+        QTRY_COMPARE(host.nonNullMasks(), 1);
+    host.settle();
+    QCOMPARE(host.controller.isValid(), !image.isNull());
+    if (!image.isNull()) {
+        QCOMPARE(host.lastMask().size(), image.size());
+        QVERIFY(maskShowsObject(host, host.lastMask()));
     }
-    settle(controller);
-    QCOMPARE(nonNullCount(masks), cuts ? 1 : 0);
-    QCOMPARE(controller.isValid(), cuts);
+    // Refinement on whatever came out, or on nothing, stays harmless too.
+    host.controller.startThreadWithPaintSelection(square(30, 30, 20), true, true);
+    host.controller.startThreadWithClicker(QPointF(50, 50));
+    host.settle();
+    host.controller.startThreadWithScribble(square(0, 0, 5), false, false);
+    host.settle();
+    host.controller.startThreadWithPaintSelectionHover({1, 2, 99}, true);
+    host.settle();
 }
 
 void TestImageSegmentation::cutLoopWithoutWorkerEmitsTheMask()
 {
-    PXImageSegmentation controller;
-    craftSegmentation(controller, labelImage({"12"}, 4), {1});
-    const QImage crafted = controller.maskForeground();
-    SegmentationSignals relay(controller);
-    QSignalSpy masks(&relay, &SegmentationSignals::sendNewMask);
-    PXSingleton<PXLogger>::instance()->clearHistory();
+    Host host;
+    host.craft(labelImage({"12"}, 4), {1});
+    const QImage crafted = host.controller.maskForeground();
 
     // No worker: the loop has nothing to cut and emits the mask as it is.
-    controller.doInitialCut();
-    QVERIFY(masks.wait());
-    QCOMPARE(masks.last().first().value<QImage>(), crafted);
-
-    controller.startWithMode(PXImageSegmentation::InitialCut);
-    QVERIFY(masks.wait());
-    settle(controller);
-    QCOMPARE(masks.last().first().value<QImage>(), crafted);
+    host.controller.doInitialCut();
+    QVERIFY(host.masks.wait());
+    host.controller.startWithMode(PXImageSegmentation::InitialCut);
+    QVERIFY(host.masks.wait());
+    host.settle();
+    QCOMPARE(host.lastMask(), crafted);
 
     // A photo set as it stands sizes the next cut.
     QImage larger(12, 6, QImage::Format_RGB888);
     larger.fill(Qt::blue);
-    controller.setImage(larger);
-    controller.cutObjectInitial();
-    QCOMPARE(controller.maskForeground().size(), QSize(12, 6));
-    QCOMPARE(controller.createImageWithLassoPath().size(), QSize(12, 6));
+    host.controller.setImage(larger);
+    host.controller.cutObjectInitial();
+    QCOMPARE(host.controller.maskForeground().size(), QSize(12, 6));
 
-    controller.startWithMode(PXImageSegmentation::None);
-    settle(controller);
-    controller.startWithMode(PXImageSegmentation::SegmentationMode(42));
-    settle(controller);
-    QCOMPARE(masks.count(), 2);
-    QCOMPARE(segLog(), (QStringList{"SEG:StartingThread", "SEG:RunningThread",
-                                    "SEG:StartingThread", "SEG:RunningThread",
-                                    "SEG:StartingThread", "SEG:RunningThread"}));
+    host.controller.startWithMode(PXImageSegmentation::None);
+    host.settle();
+    host.controller.startWithMode(PXImageSegmentation::SegmentationMode(42));
+    host.settle();
+    QCOMPARE(host.masks.count(), 2);
+    QCOMPARE(segLog().count("SEG:RunningThread"), 3);
 }
 
 void TestImageSegmentation::destructionWhileWorking_data()
@@ -332,37 +298,34 @@ void TestImageSegmentation::destructionWhileWorking_data()
     QTest::newRow("worker just started") << 0;
     QTest::newRow("worker replaced") << 1;
     QTest::newRow("during the cut") << 2;
-    QTest::newRow("while painting") << 3;
+    QTest::newRow("while painting and clicking") << 3;
 }
 
 void TestImageSegmentation::destructionWhileWorking()
 {
     QFETCH(int, moment);
 
-    auto controller = std::make_unique<PXImageSegmentation>();
-    PXImageSegmentation* segmentation = controller.get();
-    controller->setup(twoObjectPhoto(), QFileInfo());
-    SegmentationSignals relay(*controller);
-    QSignalSpy masks(&relay, &SegmentationSignals::sendNewMask);
     QSemaphore cutting;
-    connect(segmentation, &PXImageSegmentation::segmentationProgress, segmentation,
-            [&cutting, segmentation](int, int) {
-                if (QThread::currentThread() == segmentation)
+    auto host = std::make_unique<Host>();
+    PXImageSegmentation* controller = &host->controller;
+    connect(controller, &PXImageSegmentation::segmentationProgress, controller,
+            [&cutting, controller](int, int) {
+                if (QThread::currentThread() == controller)
                     cutting.release();
             },
             Qt::DirectConnection);
-
+    controller->setup(photo(), QFileInfo());
     controller->startThreadWithInitialPath(lassoAround(myLeftObject));
     if (moment == 1)
         controller->startThreadWithInitialPath(lassoAround(myRightObject));
     if (moment == 2)
         QTRY_VERIFY(cutting.available() > 0);
     if (moment == 3) {
-        QTRY_COMPARE(nonNullCount(masks), 1);
+        QTRY_COMPARE(host->nonNullMasks(), 1);
         controller->startThreadWithPaintSelection(square(30, 30, 40), false, true);
         controller->startThreadWithClicker(QPointF(40, 40));
     }
-    controller.reset();
+    host.reset();
     QThreadPool::globalInstance()->waitForDone();
     QCoreApplication::processEvents();
 }

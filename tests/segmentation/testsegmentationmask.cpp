@@ -1,7 +1,6 @@
 // Mask output and undo: recolouring, inversion, the smooth mask, contours,
 // path masks, mementos and the undo command.
 
-#include "PXLogger.h"
 #include "PXUndoCommandSegmentation.h"
 #include "SegmentationTestSupport.h"
 
@@ -10,32 +9,10 @@
 #include <QUndoStack>
 #include <QtConcurrent/QtConcurrentRun>
 
-using namespace SegmentationTestSupport;
-
 namespace {
 
-const QList<QByteArray> myGrid = {"12", "34", "56"};
+const QImage myLabels = labelImage({"12", "34", "56"}, 4);
 const QSet<int> myObject = {1, 2, 3, 4};
-
-QImage gridLabels()
-{
-    return labelImage(myGrid, 4);
-}
-
-/** Marks as '#' the pixels of @p contour that are opaque white. */
-QList<QByteArray> contourRows(const QImage& contour)
-{
-    QList<QByteArray> rows;
-    for (int y = 0; y < contour.height(); ++y) {
-        QByteArray row;
-        for (int x = 0; x < contour.width(); ++x) {
-            const QRgb pixel = contour.pixel(x, y);
-            row += pixel == 0xFFFFFFFF ? '#' : pixel == 0 ? '.' : '?';
-        }
-        rows.append(row);
-    }
-    return rows;
-}
 
 } // namespace
 
@@ -46,96 +23,92 @@ class TestSegmentationMask : public QObject
 private Q_SLOTS:
     void maskColourChangeRecolours_data();
     void maskColourChangeRecolours();
-    void invertMaskSwapsMaskAndSets();
+    void inversionSwapsMaskAndSets();
     void invertMaskWhileBusyFlipsOnlyTheFlag();
-    void setMaskIsInvertedInvertsSynchronously();
-
     void smoothMaskIsOneBitBlurred();
     void contourNeedsTwoDifferingNeighbours_data();
     void contourNeedsTwoDifferingNeighbours();
     void createMaskFillsThePathWhite_data();
     void createMaskFillsThePathWhite();
-
-    void mementoWithoutLabelsKeepsTheSegmentation();
-    void mementoUnderAnotherColourRecolours();
+    void mementoRestoresSetsMaskAndColour();
     void undoCommandSkipsItsFirstRedo();
 };
 
 void TestSegmentationMask::maskColourChangeRecolours_data()
 {
     QTest::addColumn<QColor>("colour");
-    QTest::addColumn<bool>("repaints");
-    QTest::addColumn<QRgb>("opaquePixel");
+    QTest::addColumn<int>("masks");
+    QTest::addColumn<QRgb>("opaque");
 
-    QTest::newRow("red") << QColor(Qt::red) << true << qRgb(255, 0, 0);
-    QTest::newRow("translucent red is painted opaque") << QColor(255, 0, 0, 40) << true
+    QTest::newRow("red") << QColor(Qt::red) << 1 << qRgb(255, 0, 0);
+    QTest::newRow("translucent red is painted opaque") << QColor(255, 0, 0, 40) << 1
                                                        << qRgb(255, 0, 0);
-    QTest::newRow("same rgb, other alpha") << QColor(0, 0, 0, 10) << false << myMaskColour;
+    QTest::newRow("only the alpha differs") << QColor(0, 0, 0, 10) << 0 << myMaskColour;
 }
 
 void TestSegmentationMask::maskColourChangeRecolours()
 {
     QFETCH(QColor, colour);
-    QFETCH(bool, repaints);
-    QFETCH(QRgb, opaquePixel);
+    QFETCH(int, masks);
+    QFETCH(QRgb, opaque);
 
-    PXImageSegmentation controller;
-    const QImage labels = gridLabels();
-    craftSegmentation(controller, labels, myObject);
-    SegmentationSignals relay(controller);
-    QSignalSpy masks(&relay, &SegmentationSignals::sendNewMask);
+    Host host;
+    host.controller.setMaskColor(colour); // no mask yet: only stored
+    host.settle();
+    QCOMPARE(host.masks.count(), 0);
+    host.craft(myLabels, myObject);
 
-    controller.setMaskColor(colour);
-    settle(controller);
-
-    QCOMPARE(masks.count(), repaints ? 1 : 0);
-    const QImage mask = controller.maskForeground();
-    QCOMPARE(mask.pixel(1, 9), opaquePixel);
-    QCOMPARE(mask.pixel(1, 1), 0u);
-    QCOMPARE(controller.maskColor().rgb(), colour.rgb());
+    host.controller.setMaskColor(colour);
+    host.settle();
+    QCOMPARE(host.masks.count(), masks);
+    QCOMPARE(host.controller.maskForeground().pixel(1, 9), opaque);
+    QCOMPARE(host.controller.maskForeground().pixel(1, 1), 0u);
+    QCOMPARE(segLog().count("SEG:StartingThread"), masks);
 
     // Painting afterwards uses the new colour.
-    controller.startThreadWithPaintSelection(square(1, 1, 2), false, false);
-    settle(controller);
-    QCOMPARE(controller.maskForeground().pixel(1, 1), opaquePixel);
+    host.controller.startThreadWithPaintSelection(square(1, 1, 2), false, false);
+    host.settle();
+    QCOMPARE(host.controller.maskForeground().pixel(1, 1), opaque);
 }
 
-void TestSegmentationMask::invertMaskSwapsMaskAndSets()
+void TestSegmentationMask::inversionSwapsMaskAndSets()
 {
-    PXImageSegmentation controller;
-    const QImage labels = gridLabels();
-    craftSegmentation(controller, labels, myObject);
-    SegmentationSignals relay(controller);
-    QSignalSpy masks(&relay, &SegmentationSignals::sendNewMask);
+    Host host;
+    // Before any segmentation only the flag changes.
+    host.controller.setMaskIsInverted(true);
+    QVERIFY(host.controller.maskIsInverted());
+    QVERIFY(host.controller.maskForeground().isNull());
 
-    controller.invertMask();
-    QVERIFY(masks.wait());
-    settle(controller);
-    QVERIFY(controller.maskIsInverted());
-    QCOMPARE(masks.last().first().value<QImage>(), maskOf(labels, {5, 6}));
-    QCOMPARE(foregroundOf(controller), (QSet<int>{5, 6}));
-    QCOMPARE(backgroundOf(controller), myObject);
+    host.craft(myLabels, myObject);
+    QVERIFY(!host.controller.maskIsInverted());
+    host.controller.invertMask();
+    QVERIFY(host.masks.wait());
+    host.settle();
+    QVERIFY(host.controller.maskIsInverted());
+    QCOMPARE(host.lastMask(), maskOf(myLabels, {5, 6}));
+    QCOMPARE(host.object(), (QSet<int>{5, 6}));
+    QCOMPARE(host.background(), myObject);
 
-    controller.invertMask();
-    QVERIFY(masks.wait());
-    settle(controller);
-    QVERIFY(!controller.maskIsInverted());
-    QCOMPARE(controller.maskForeground(), maskOf(labels, myObject));
-    QCOMPARE(foregroundOf(controller), myObject);
-    QCOMPARE(masks.count(), 2);
+    // The synchronous entry point inverts only on a change, and emits nothing.
+    host.controller.setMaskIsInverted(true);
+    QCOMPARE(host.controller.maskForeground(), maskOf(myLabels, {5, 6}));
+    host.controller.setMaskIsInverted(false);
+    QCOMPARE(host.controller.maskForeground(), maskOf(myLabels, myObject));
+    QCOMPARE(host.object(), myObject);
+    host.settle();
+    QCOMPARE(host.masks.count(), 1);
 }
 
 void TestSegmentationMask::invertMaskWhileBusyFlipsOnlyTheFlag()
 {
-    PXImageSegmentation controller;
-    const QImage labels = gridLabels();
-    craftSegmentation(controller, labels, myObject);
-
-    // Holds the controller thread inside its hover pass.
+    // Declared first: the thread may still call in while the host goes.
     QSemaphore entered;
     QSemaphore release;
     bool held = false;
-    connect(&controller, &PXImageSegmentation::sendNewMask, &controller,
+    Host host;
+    host.craft(myLabels, myObject);
+    // Holds the controller thread inside its hover pass.
+    connect(&host.controller, &PXImageSegmentation::sendNewMask, &host.controller,
             [&](const QImage&) {
                 if (std::exchange(held, true))
                     return;
@@ -144,62 +117,31 @@ void TestSegmentationMask::invertMaskWhileBusyFlipsOnlyTheFlag()
             },
             Qt::DirectConnection);
     const auto unblock = qScopeGuard([&release]() { release.release(); });
-    controller.startThreadWithPaintSelectionHover({5}, true);
+    host.controller.startThreadWithPaintSelectionHover({5}, true);
     QVERIFY(entered.tryAcquire(1, 5000));
 
-    controller.invertMask();
-    QVERIFY(controller.maskIsInverted());
-    controller.invertMask();
-    QVERIFY(!controller.maskIsInverted());
-    controller.invertMask();
+    host.controller.invertMask();
+    host.controller.invertMask();
+    QVERIFY(!host.controller.maskIsInverted());
+    host.controller.invertMask();
     release.release();
-    settle(controller);
+    host.settle();
 
-    QVERIFY(controller.maskIsInverted());
-    QCOMPARE(controller.maskForeground(), maskOf(labels, myObject));
-    QCOMPARE(foregroundOf(controller), myObject);
-}
-
-void TestSegmentationMask::setMaskIsInvertedInvertsSynchronously()
-{
-    PXImageSegmentation controller;
-    SegmentationSignals relay(controller);
-    QSignalSpy masks(&relay, &SegmentationSignals::sendNewMask);
-
-    // Before any segmentation only the flag changes.
-    controller.setMaskIsInverted(true);
-    QVERIFY(controller.maskIsInverted());
-    QVERIFY(controller.maskForeground().isNull());
-
-    const QImage labels = gridLabels();
-    craftSegmentation(controller, labels, myObject);
-    QVERIFY(!controller.maskIsInverted());
-    QCoreApplication::processEvents();
-    masks.clear();
-
-    controller.setMaskIsInverted(true);
-    QCOMPARE(controller.maskForeground(), maskOf(labels, {5, 6}));
-    QCOMPARE(foregroundOf(controller), (QSet<int>{5, 6}));
-    controller.setMaskIsInverted(true);
-    QCOMPARE(controller.maskForeground(), maskOf(labels, {5, 6}));
-    controller.setMaskIsInverted(false);
-    QCOMPARE(controller.maskForeground(), maskOf(labels, myObject));
-
-    QCoreApplication::processEvents();
-    QCOMPARE(masks.count(), 0);
-    QVERIFY(!controller.isRunning());
+    QVERIFY(host.controller.maskIsInverted());
+    QCOMPARE(host.controller.maskForeground(), maskOf(myLabels, myObject));
+    QCOMPARE(host.object(), myObject);
 }
 
 void TestSegmentationMask::smoothMaskIsOneBitBlurred()
 {
-    PXImageSegmentation controller;
-    QVERIFY(controller.createSmoothForegroundMask(3).isNull());
-
+    Host host;
+    QVERIFY(host.controller.createSmoothForegroundMask(3).isNull());
     // Object on the left; the one-bit result sets the light background.
-    craftSegmentation(controller, labelImage({"12"}, 16), {1});
-    controller.setMaskColor(Qt::white);
-    settle(controller);
-    const QImage smooth = controller.createSmoothForegroundMask(3);
+    host.craft(labelImage({"12"}, 16), {1});
+    host.controller.setMaskColor(Qt::white);
+    host.settle();
+
+    const QImage smooth = host.controller.createSmoothForegroundMask(3);
     QCOMPARE(smooth.format(), QImage::Format_Mono);
     QCOMPARE(smooth.size(), QSize(32, 16));
     for (const QPoint& background : {QPoint(16, 8), QPoint(24, 2), QPoint(31, 8)})
@@ -207,12 +149,10 @@ void TestSegmentationMask::smoothMaskIsOneBitBlurred()
     // The blur fades the background's corners at the photo's edge.
     for (const QPoint& cleared : {QPoint(0, 0), QPoint(8, 8), QPoint(16, 0), QPoint(31, 15)})
         QCOMPARE(smooth.pixelIndex(cleared), 0);
-
     // Pixmaps need the application's thread.
-    const QImage offThread = QtConcurrent::run([&controller]() {
-                                 return controller.createSmoothForegroundMask(3);
-                             }).result();
-    QVERIFY(offThread.isNull());
+    QVERIFY(QtConcurrent::run([&host]() { return host.controller.createSmoothForegroundMask(3); })
+                .result()
+                .isNull());
 }
 
 void TestSegmentationMask::contourNeedsTwoDifferingNeighbours_data()
@@ -226,10 +166,8 @@ void TestSegmentationMask::contourNeedsTwoDifferingNeighbours_data()
     QTest::newRow("only a diagonal neighbour differs")
         << QList<QByteArray>{"1111", "1111", "1121", "1111"}
         << QList<QByteArray>{"....", "....", "..#.", "...."};
-    QTest::newRow("straight border")
-        << QList<QByteArray>{"1122", "1122"} << QList<QByteArray>{".##.", ".##."};
-    QTest::newRow("one label") << QList<QByteArray>{"333", "333"}
-                               << QList<QByteArray>{"...", "..."};
+    QTest::newRow("straight border") << QList<QByteArray>{"1122", "1122"}
+                                     << QList<QByteArray>{".##.", ".##."};
 }
 
 void TestSegmentationMask::contourNeedsTwoDifferingNeighbours()
@@ -237,18 +175,24 @@ void TestSegmentationMask::contourNeedsTwoDifferingNeighbours()
     QFETCH(QList<QByteArray>, labels);
     QFETCH(QList<QByteArray>, contour);
 
-    PXImageSegmentation controller;
-    QVERIFY(controller.drawContour().isNull());
-    craftSegmentation(controller, labelImage(labels), {1});
-    const QImage image = controller.drawContour();
+    Host host;
+    QVERIFY(host.controller.drawContour().isNull());
+    host.craft(labelImage(labels), {1});
+    const QImage image = host.controller.drawContour();
     QCOMPARE(image.format(), QImage::Format_ARGB32);
-    QCOMPARE(contourRows(image), contour);
+    QList<QByteArray> rows;
+    for (int y = 0; y < image.height(); ++y) {
+        rows.append(QByteArray());
+        for (int x = 0; x < image.width(); ++x)
+            rows.last() += image.pixel(x, y) == 0xFFFFFFFF ? '#' : image.pixel(x, y) == 0 ? '.' : '?';
+    }
+    QCOMPARE(rows, contour);
 }
 
 void TestSegmentationMask::createMaskFillsThePathWhite_data()
 {
     QTest::addColumn<QPainterPath>("path");
-    QTest::addColumn<int>("whitePixels");
+    QTest::addColumn<int>("white");
 
     QTest::newRow("empty path") << QPainterPath() << 0;
     QTest::newRow("square") << square(2, 3, 4) << 16;
@@ -259,108 +203,82 @@ void TestSegmentationMask::createMaskFillsThePathWhite_data()
 void TestSegmentationMask::createMaskFillsThePathWhite()
 {
     QFETCH(QPainterPath, path);
-    QFETCH(int, whitePixels);
+    QFETCH(int, white);
 
-    PXImageSegmentation controller;
-    QVERIFY(controller.createMask(path).isNull());
-    craftSegmentation(controller, gridLabels(), myObject);
-
-    const QImage mask = controller.createMask(path);
+    Host host;
+    QVERIFY(host.controller.createMask(path).isNull());
+    host.craft(myLabels, myObject);
+    const QImage mask = host.controller.createMask(path);
     QCOMPARE(mask.format(), QImage::Format_ARGB32_Premultiplied);
-    QCOMPARE(mask.size(), QSize(8, 12));
-    int white = 0;
+    QCOMPARE(mask.size(), myLabels.size());
+    int count = 0;
     for (int y = 0; y < mask.height(); ++y) {
         for (int x = 0; x < mask.width(); ++x) {
-            const QRgb pixel = mask.pixel(x, y);
-            QVERIFY(pixel == 0xFF000000 || pixel == 0xFFFFFFFF);
-            white += pixel == 0xFFFFFFFF ? 1 : 0;
-            if (pixel == 0xFFFFFFFF)
-                QVERIFY(path.contains(QPointF(x + 0.5, y + 0.5)));
+            const bool inside = path.contains(QPointF(x + 0.5, y + 0.5));
+            QCOMPARE(mask.pixel(x, y), inside ? 0xFFFFFFFF : 0xFF000000);
+            count += inside ? 1 : 0;
         }
     }
-    QCOMPARE(white, whitePixels);
+    QCOMPARE(count, white);
 }
 
-void TestSegmentationMask::mementoWithoutLabelsKeepsTheSegmentation()
+void TestSegmentationMask::mementoRestoresSetsMaskAndColour()
 {
-    PXImageSegmentation controller;
-    craftSegmentation(controller, gridLabels(), myObject);
-    std::unique_ptr<PXMementoSegmentation> withLabels(controller.createMemento(true));
-    std::unique_ptr<PXMementoSegmentation> withoutLabels(controller.createMemento(false));
-    QCOMPARE(withLabels->labels(), gridLabels());
-    QCOMPARE(withLabels->pointsOfSuperpixels(), pointsOfLabels(gridLabels()));
+    Host host;
+    host.craft(myLabels, myObject);
+    std::unique_ptr<PXMementoSegmentation> withLabels(host.controller.createMemento(true));
+    std::unique_ptr<PXMementoSegmentation> withoutLabels(host.controller.createMemento(false));
+    QCOMPARE(withLabels->labels(), myLabels);
+    QCOMPARE(withLabels->pointsOfSuperpixels(), pointsOfLabels(myLabels));
     QVERIFY(withoutLabels->labels().isNull());
     QVERIFY(withoutLabels->pointsOfSuperpixels().isEmpty());
 
-    // A newer segmentation: the grid turned upside down.
+    // A newer segmentation, the grid upside down, under a red mask.
     const QImage newer = labelImage({"65", "43", "21"}, 4);
-    const PXMementoSegmentation newerState(QPainterPath(), {5}, {1}, maskOf(newer, {5}), newer,
-                                           pointsOfLabels(newer), QColor(myMaskColour));
-    controller.setMemento(&newerState);
+    const PXMementoSegmentation red(QPainterPath(), {5}, {1}, maskOf(newer, {5}), newer,
+                                    pointsOfLabels(newer), QColor(Qt::red));
+    host.controller.setMemento(&red);
+    QCOMPARE(host.controller.maskColor(), QColor(Qt::red));
+    QCOMPARE(host.controller.maskForeground().pixel(0, 0), qRgb(255, 0, 0));
+    QCOMPARE(host.controller.maskForeground().pixel(4, 0), 0u);
+    QCOMPARE(red.mask().pixel(0, 0), myMaskColour); // the memento keeps its own mask
 
-    SegmentationSignals relay(controller);
-    QSignalSpy masks(&relay, &SegmentationSignals::sendNewMask);
-    controller.setMemento(withoutLabels.get());
-    QVERIFY(masks.wait());
-    QCOMPARE(masks.count(), 1);
-    QCOMPARE(controller.safeGetSuperPixelAt(QPoint(0, 0)), 6);
-    QCOMPARE(controller.pointsOfSuperpixel(QPointF(0, 0)), pointsOfLabels(newer).at(6));
-    QCOMPARE(foregroundOf(controller), myObject);
-    QCOMPARE(controller.maskForeground(), maskOf(gridLabels(), myObject));
+    // Without labels the newer labels stay; sets, mask and colour come back.
+    host.controller.setMemento(withoutLabels.get());
+    QCOMPARE(host.controller.safeGetSuperPixelAt(QPoint(0, 0)), 6);
+    QCOMPARE(host.object(), myObject);
+    QCOMPARE(host.controller.maskForeground(), maskOf(myLabels, myObject));
+    QCOMPARE(host.controller.maskColor(), QColor(myMaskColour));
+    QTRY_COMPARE(host.masks.count(), 2);
 
     std::unique_ptr<PXMementoSegmentation> clone(withLabels->clone());
     QCOMPARE(clone->labels(), withLabels->labels());
     QCOMPARE(clone->mask(), withLabels->mask());
     QCOMPARE(clone->foregroundClusters(), withLabels->foregroundClusters());
     QCOMPARE(clone->backgroundClusters(), withLabels->backgroundClusters());
-    QCOMPARE(clone->maskColor(), withLabels->maskColor());
-}
-
-void TestSegmentationMask::mementoUnderAnotherColourRecolours()
-{
-    PXImageSegmentation controller;
-    const QImage labels = gridLabels();
-    craftSegmentation(controller, labels, myObject);
-
-    const PXMementoSegmentation red(QPainterPath(), {1}, {2, 3, 4, 5, 6}, maskOf(labels, {1}),
-                                    QImage(), {}, QColor(Qt::red));
-    controller.setMemento(&red);
-    QCOMPARE(controller.maskColor(), QColor(Qt::red));
-    const QImage mask = controller.maskForeground();
-    QCOMPARE(mask.pixel(1, 1), 0u);
-    QCOMPARE(mask.pixel(5, 1), qRgb(255, 0, 0));
-    QCOMPARE(mask.pixel(7, 11), qRgb(255, 0, 0));
-    // The memento's own mask is left as it was.
-    QCOMPARE(red.mask().pixel(5, 1), myMaskColour);
 }
 
 void TestSegmentationMask::undoCommandSkipsItsFirstRedo()
 {
-    const QImage labels = gridLabels();
-    auto controller = std::make_unique<PXImageSegmentation>();
-    craftSegmentation(*controller, labels, myObject);
-    SegmentationSignals relay(*controller);
-    QSignalSpy masks(&relay, &SegmentationSignals::sendNewMask);
-
-    auto* before = new PXMementoSegmentation(QPainterPath(), {1}, {}, maskOf(labels, {1}), QImage(),
-                                             {}, QColor(myMaskColour));
-    auto* after = new PXMementoSegmentation(QPainterPath(), {2}, {}, maskOf(labels, {2}), QImage(),
-                                            {}, QColor(myMaskColour));
+    auto host = std::make_unique<Host>();
+    host->craft(myLabels, myObject);
     QUndoStack stack;
-    stack.push(new PXUndoCommandSegmentation(before, after, controller.get()));
-    QCOMPARE(stack.text(0), QStringLiteral("UndoSegmentation"));
-    QCOMPARE(foregroundOf(*controller), myObject);
+    stack.push(new PXUndoCommandSegmentation(
+        new PXMementoSegmentation(QPainterPath(), {1}, {}, maskOf(myLabels, {1}), QImage(), {},
+                                  QColor(myMaskColour)),
+        new PXMementoSegmentation(QPainterPath(), {2}, {}, maskOf(myLabels, {2}), QImage(), {},
+                                  QColor(myMaskColour)),
+        &host->controller));
+    QCOMPARE(host->object(), myObject);
 
     stack.undo();
-    QCOMPARE(foregroundOf(*controller), QSet<int>{1});
-    QCOMPARE(controller->maskForeground(), maskOf(labels, {1}));
+    QCOMPARE(host->controller.maskForeground(), maskOf(myLabels, {1}));
     stack.redo();
-    QCOMPARE(foregroundOf(*controller), QSet<int>{2});
-    QCOMPARE(controller->maskForeground(), maskOf(labels, {2}));
-    QTRY_COMPARE(masks.count(), 2);
+    QCOMPARE(host->controller.maskForeground(), maskOf(myLabels, {2}));
+    QTRY_COMPARE(host->masks.count(), 2);
 
     // The stack outlives the photo's controller.
-    controller.reset();
+    host.reset();
     stack.undo();
     stack.redo();
 }
