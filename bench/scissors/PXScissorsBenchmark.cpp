@@ -174,7 +174,9 @@ BENCHMARK(Setup)->Apply(setArgs)->Iterations(5);
 void SeedUntilPhotoSettled(benchmark::State& state)
 {
     const QImage& image = photo(int(state.range(0)));
+    const double photoPixels = double((image.width() + 1) / 2) * double((image.height() + 1) / 2);
     double total = 0;
+    double settled = 0;
     for (auto _ : state) {
         PXIntelligentScissors scissors;
         scissors.setup(image);
@@ -184,8 +186,11 @@ void SeedUntilPhotoSettled(benchmark::State& state)
         const double elapsed = seconds(start);
         state.SetIterationTime(elapsed);
         total += elapsed;
+        // Padding pixels are settled too; this says how many per photo pixel.
+        settled = scissors.wireCalculator()->progress() / photoPixels;
         scissors.stopRunning();
     }
+    state.counters["settled_per_photo_pixel"] = settled;
     const double baseline = baselineSeconds(image, image.width() / 2, image.height() / 2);
     state.counters["baseline_ms"] = baseline * 1000.0;
     state.counters["vs_baseline"] = total / double(state.iterations()) / baseline;

@@ -18,7 +18,7 @@ constexpr unsigned int myBlockShift = 12;
 constexpr unsigned int myBlockMask = myBlockSize - 1;
 
 // The calculator whose reading bracket the current thread is in.
-thread_local const PXIntelligentScissorsWeightCalculator* t_bracketed = nullptr;
+thread_local const PXIntelligentScissorsWeightCalculator* myBracketedCalculator = nullptr;
 
 double axisDistance(double point, unsigned int block)
 {
@@ -232,7 +232,7 @@ bool PXIntelligentScissorsWeightCalculator::get(unsigned int x, unsigned int y, 
     const bool filled = (y & myBlockMask) < blockHeight(by);
     const unsigned long offset = static_cast<unsigned long>(y & myBlockMask) * w + (x & myBlockMask);
 
-    if (t_bracketed == this && m_blockState[index].load(std::memory_order_acquire) == Calculated) {
+    if (myBracketedCalculator == this && m_blockState[index].load(std::memory_order_acquire) == Calculated) {
         // The bracket keeps the block's buffer from being recycled meanwhile.
         const unsigned char* block = m_weights[index].load(std::memory_order_relaxed);
         *cost = block && filled ? block[offset] : 255;
@@ -329,15 +329,15 @@ void PXIntelligentScissorsWeightCalculator::beginReading()
 {
     QMutexLocker locker(&m_stateMutex);
     ++m_readers;
-    t_bracketed = this;
+    myBracketedCalculator = this;
 }
 
 void PXIntelligentScissorsWeightCalculator::endReading()
 {
     QMutexLocker locker(&m_stateMutex);
-    if (t_bracketed != this)
+    if (myBracketedCalculator != this)
         return;
-    t_bracketed = nullptr;
+    myBracketedCalculator = nullptr;
     if (--m_readers == 0)
         recycleRetired();
 }
@@ -464,21 +464,8 @@ void PXIntelligentScissorsWeightCalculator::calculateBlock(unsigned int bx, unsi
             for (unsigned int j = 0; j < h; ++j) {
                 const unsigned long y = y0 + j;
                 unsigned char* row = target + static_cast<unsigned long>(j) * w;
-                const bool interiorRow = y > 0 && y + 1 < m_heightReduced;
-                unsigned int begin = x0 == 0 ? 1 : 0;
-                unsigned int end = x0 + w == m_widthReduced ? w - 1 : w;
-                if (!interiorRow || begin >= end)
-                    begin = end = w;
-                for (unsigned int i = 0; i < w; ++i) {
-                    if (i == begin) {
-                        const unsigned char* rows[3];
-                        for (int r = 0; r < 3; ++r)
-                            rows[r] = current + (y - 1 + r - ry0) * currentStride + (x0 + i - 1 - rx0);
-                        kernels.sobel(rows, row + begin, end - begin);
-                        i = end - 1;
-                        continue;
-                    }
-                    // A border pixel: the window of the neighbours that exist.
+                // A border pixel: the window of the neighbours that exist.
+                auto border = [&](unsigned int i) {
                     const unsigned long x = x0 + i;
                     const unsigned long c0 = x > 0 ? x - 1 : x;
                     const unsigned long c1 = std::min<unsigned long>(x + 1, m_widthReduced - 1);
@@ -490,7 +477,23 @@ void PXIntelligentScissorsWeightCalculator::calculateBlock(unsigned int bx, unsi
                     row[i] = static_cast<unsigned char>(PXScissors::SobelFilterCB(rows,
                         static_cast<unsigned int>(c1 - c0 + 1), static_cast<unsigned int>(r1 - r0 + 1),
                         static_cast<unsigned int>(x - c0), static_cast<unsigned int>(y - r0), nullptr));
+                };
+                const bool interiorRow = y > 0 && y + 1 < m_heightReduced;
+                const unsigned int begin = x0 == 0 ? 1 : 0;
+                const unsigned int end = x0 + w == m_widthReduced ? w - 1 : w;
+                if (!interiorRow || begin >= end) {
+                    for (unsigned int i = 0; i < w; ++i)
+                        border(i);
+                    continue;
                 }
+                for (unsigned int i = 0; i < begin; ++i)
+                    border(i);
+                const unsigned char* rows[3];
+                for (int r = 0; r < 3; ++r)
+                    rows[r] = current + (y - 1 + r - ry0) * currentStride + (x0 + begin - 1 - rx0);
+                kernels.sobel(rows, row + begin, end - begin);
+                for (unsigned int i = end; i < w; ++i)
+                    border(i);
             }
             const unsigned long written = static_cast<unsigned long>(w) * h;
             if (target == grey)

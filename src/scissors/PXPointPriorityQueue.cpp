@@ -155,11 +155,6 @@ void PXPointPriorityQueue::deleteRoot()
     Entry::release(root);
 }
 
-bool PXPointPriorityQueue::contains(unsigned int x, unsigned int y) const
-{
-    return m_positions.get(x, y) != nullptr;
-}
-
 bool PXPointPriorityQueue::descreaseScore(unsigned int x, unsigned int y, unsigned int score)
 {
     Entry* entry = entryOf(m_positions.get(x, y));

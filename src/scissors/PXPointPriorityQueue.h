@@ -75,7 +75,7 @@ public:
     void deleteRoot();
 
     /** Whether (@p x, @p y) is queued. */
-    bool contains(unsigned int x, unsigned int y) const;
+    bool contains(unsigned int x, unsigned int y) const { return m_positions.get(x, y) != nullptr; }
 
     /**
      * Lowers the score of the queued pixel (@p x, @p y) to @p score and moves
