@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QColor>
+#include <QImage>
+#include <QList>
+#include <QPoint>
+
+/**
+ * The pictures a host makes from the library's results. Every function takes
+ * images of one size; a mask is the library's: opaque where the background
+ * is, fully transparent over the object (see PXImageSegmentation).
+ */
+namespace PXHostImages {
+
+/** The contour colour of overlays: bright enough on both dark and light photos. */
+inline QColor contourColour() { return QColor(0x00, 0xE5, 0xFF); }
+
+/**
+ * @p photo with the background made transparent: each pixel keeps
+ * (1 - mask alpha) of its own alpha. QImage::Format_ARGB32.
+ */
+QImage cutOut(const QImage& photo, const QImage& mask);
+
+/**
+ * @p photo with @p mask drawn over it at @p maskOpacity and the opaque pixels
+ * of @p contours (may be null) drawn in contourColour(). QImage::Format_RGB32.
+ */
+QImage overlay(const QImage& photo, const QImage& mask, const QImage& contours,
+    qreal maskOpacity = 0.5);
+
+/** @p image's opaque pixels recoloured to @p colour, alpha kept. */
+QImage recoloured(const QImage& image, const QColor& colour);
+
+/** Share, from 0 to 1, of the pixels where @p mask is more than half transparent. */
+double objectShare(const QImage& mask);
+
+/**
+ * @p photo with each wire drawn as a two-pixel line and each wire's first
+ * point marked. QImage::Format_RGB32.
+ */
+QImage wires(const QImage& photo, const QList<QList<QPoint>>& wires);
+
+} // namespace PXHostImages

@@ -1,0 +1,261 @@
+#include "PXCutArguments.h"
+
+#include "PXPointList.h"
+
+#include <cmath>
+
+namespace {
+
+// Walks the arguments; each take...() consumes what an option needs and says
+// what is missing when the command line ends too early.
+class ArgumentReader
+{
+public:
+    explicit ArgumentReader(const QStringList& arguments)
+        : m_arguments(arguments)
+    {
+    }
+
+    bool atEnd() const { return m_index >= m_arguments.size(); }
+    QString next() { return m_arguments.at(m_index++); }
+
+    bool takeValue(const QString& option, const QString& what, QString* value, QString* error)
+    {
+        if (atEnd()) {
+            *error = QStringLiteral("%1 needs %2").arg(option, what);
+            return false;
+        }
+        *value = next();
+        return true;
+    }
+
+private:
+    QStringList m_arguments;
+    qsizetype m_index = 0;
+};
+
+bool parsePositive(const QString& option, const QString& text, qreal* value, QString* error)
+{
+    bool ok = false;
+    const double parsed = text.toDouble(&ok);
+    if (!ok || !std::isfinite(parsed) || parsed <= 0) {
+        *error = QStringLiteral("%1: radius '%2' is not a positive number").arg(option, text);
+        return false;
+    }
+    *value = parsed;
+    return true;
+}
+
+bool parsePoints(const QString& option, const QString& text, QList<QPointF>* points, QString* error)
+{
+    QString reason;
+    if (!PXPointList::parse(text, points, &reason)) {
+        *error = QStringLiteral("%1: %2").arg(option, reason);
+        return false;
+    }
+    return true;
+}
+
+bool parseOnePoint(const QString& option, const QString& text, QPointF* point, QString* error)
+{
+    QString reason;
+    if (!PXPointList::parsePoint(text.trimmed(), point, &reason)) {
+        *error = QStringLiteral("%1: %2").arg(option, reason);
+        return false;
+    }
+    return true;
+}
+
+bool isOption(const QString& argument)
+{
+    return argument.startsWith(QLatin1Char('-')) && argument.size() > 1
+        && !argument.at(1).isDigit();
+}
+
+} // namespace
+
+QString PXCutArguments::usage()
+{
+    return QStringLiteral(
+        "usage: pxcut cut [PHOTO] [--lasso \"x,y x,y ...\" | --lasso-file FILE] [--click x,y]...\n"
+        "                 [--paint fg|bg RADIUS \"x,y ...\"]... [--scribble fg|bg RADIUS \"x,y ...\"]...\n"
+        "                 [--invert] [--mask-color #RRGGBB] [--smooth RADIUS] [--out DIR]\n"
+        "       pxcut wire [PHOTO] --seed x,y --to x,y [--seed x,y --to x,y]... [--out DIR]\n"
+        "\n"
+        "cut   cuts the object inside the lasso out of PHOTO and writes mask.png, cutout.png\n"
+        "      and overlay.png into DIR (default: out). Clicks, paint and scribble strokes\n"
+        "      refine the cut in the order given. Without a lasso option the file\n"
+        "      PHOTO's-name.lasso beside the photo is used; without PHOTO the shipped\n"
+        "      coffee photo and its lasso.\n"
+        "wire  traces the live wire from each seed to its target and writes wire.png\n"
+        "      and wire.json.\n"
+        "\n"
+        "Points are photo pixels \"x,y\", separated by spaces. Exit status: 0 on success,\n"
+        "1 when an input does not fit (photo, lasso, points, output), 2 when the command\n"
+        "line cannot be understood.\n");
+}
+
+bool PXCutArguments::parse(const QStringList& arguments, QString* error)
+{
+    if (arguments.isEmpty()) {
+        *error = QStringLiteral("missing command: cut or wire");
+        return false;
+    }
+    const QString command = arguments.first();
+    const QStringList rest = arguments.mid(1);
+    if (command == QLatin1String("--help") || command == QLatin1String("-h")
+        || command == QLatin1String("help")) {
+        this->command = Help;
+        return true;
+    }
+    if (rest.contains(QLatin1String("--help")) || rest.contains(QLatin1String("-h"))) {
+        this->command = Help;
+        return true;
+    }
+    if (command == QLatin1String("cut")) {
+        this->command = Cut;
+        return parseCut(rest, error);
+    }
+    if (command == QLatin1String("wire")) {
+        this->command = Wire;
+        return parseWire(rest, error);
+    }
+    *error = QStringLiteral("unknown command '%1' (expected cut or wire)").arg(command);
+    return false;
+}
+
+bool PXCutArguments::parseCut(const QStringList& arguments, QString* error)
+{
+    ArgumentReader reader(arguments);
+    bool lassoGiven = false;
+    while (!reader.atEnd()) {
+        const QString argument = reader.next();
+        QString value;
+        if (argument == QLatin1String("--lasso") || argument == QLatin1String("--lasso-file")) {
+            if (lassoGiven) {
+                *error = QStringLiteral("give the lasso once, with --lasso or --lasso-file");
+                return false;
+            }
+            lassoGiven = true;
+            const bool fromFile = argument == QLatin1String("--lasso-file");
+            if (!reader.takeValue(argument, fromFile ? QStringLiteral("a file") : QStringLiteral("a list of points"),
+                    &value, error))
+                return false;
+            if (fromFile) {
+                lassoFile = value;
+            } else {
+                lassoSource = argument;
+                if (!parsePoints(argument, value, &lasso, error))
+                    return false;
+            }
+        } else if (argument == QLatin1String("--click")) {
+            PXCutStep step;
+            step.kind = PXCutStep::Click;
+            step.option = argument;
+            QPointF point;
+            if (!reader.takeValue(argument, QStringLiteral("a point x,y"), &value, error)
+                || !parseOnePoint(argument, value, &point, error))
+                return false;
+            step.points.append(point);
+            steps.append(step);
+        } else if (argument == QLatin1String("--paint") || argument == QLatin1String("--scribble")) {
+            PXCutStep step;
+            step.kind = argument == QLatin1String("--paint") ? PXCutStep::Paint : PXCutStep::Scribble;
+            step.option = argument;
+            QString side;
+            QString radius;
+            QString points;
+            if (!reader.takeValue(argument, QStringLiteral("fg or bg, a radius and points"), &side, error))
+                return false;
+            if (side != QLatin1String("fg") && side != QLatin1String("bg")) {
+                *error = QStringLiteral("%1: expected fg or bg, got '%2'").arg(argument, side);
+                return false;
+            }
+            step.foreground = side == QLatin1String("fg");
+            if (!reader.takeValue(argument, QStringLiteral("a radius and points"), &radius, error)
+                || !parsePositive(argument, radius, &step.radius, error)
+                || !reader.takeValue(argument, QStringLiteral("points after the radius"), &points, error)
+                || !parsePoints(argument, points, &step.points, error))
+                return false;
+            if (step.points.isEmpty()) {
+                *error = QStringLiteral("%1: the stroke has no points").arg(argument);
+                return false;
+            }
+            steps.append(step);
+        } else if (argument == QLatin1String("--invert")) {
+            invert = true;
+        } else if (argument == QLatin1String("--mask-color")) {
+            if (!reader.takeValue(argument, QStringLiteral("a colour such as #RRGGBB"), &value, error))
+                return false;
+            maskColour = QColor::fromString(value);
+            if (!maskColour.isValid()) {
+                *error = QStringLiteral("--mask-color: '%1' is not a colour (expected #RRGGBB)").arg(value);
+                return false;
+            }
+        } else if (argument == QLatin1String("--smooth")) {
+            if (!reader.takeValue(argument, QStringLiteral("a radius"), &value, error))
+                return false;
+            bool ok = false;
+            smoothRadius = value.toInt(&ok);
+            if (!ok || smoothRadius < 1) {
+                *error = QStringLiteral("--smooth: radius '%1' is not a positive whole number").arg(value);
+                return false;
+            }
+        } else if (argument == QLatin1String("--out")) {
+            if (!reader.takeValue(argument, QStringLiteral("a folder"), &outputDirectory, error))
+                return false;
+        } else if (isOption(argument)) {
+            *error = QStringLiteral("cut: unknown option '%1'").arg(argument);
+            return false;
+        } else if (photo.isEmpty()) {
+            photo = argument;
+        } else {
+            *error = QStringLiteral("cut: one photo only; '%1' is one too many").arg(argument);
+            return false;
+        }
+    }
+    return true;
+}
+
+bool PXCutArguments::parseWire(const QStringList& arguments, QString* error)
+{
+    ArgumentReader reader(arguments);
+    while (!reader.atEnd()) {
+        const QString argument = reader.next();
+        QString value;
+        if (argument == QLatin1String("--seed") || argument == QLatin1String("--to")) {
+            QPointF point;
+            if (!reader.takeValue(argument, QStringLiteral("a point x,y"), &value, error)
+                || !parseOnePoint(argument, value, &point, error))
+                return false;
+            const bool isSeed = argument == QLatin1String("--seed");
+            // Pairs must alternate, so each --to belongs to the --seed before it.
+            if (isSeed != (seeds.size() == targets.size())) {
+                *error = isSeed ? QStringLiteral("--seed %1 follows a --seed without its --to").arg(value)
+                                : QStringLiteral("--to %1 has no --seed before it").arg(value);
+                return false;
+            }
+            (isSeed ? seeds : targets).append(point);
+        } else if (argument == QLatin1String("--out")) {
+            if (!reader.takeValue(argument, QStringLiteral("a folder"), &outputDirectory, error))
+                return false;
+        } else if (isOption(argument)) {
+            *error = QStringLiteral("wire: unknown option '%1'").arg(argument);
+            return false;
+        } else if (photo.isEmpty()) {
+            photo = argument;
+        } else {
+            *error = QStringLiteral("wire: one photo only; '%1' is one too many").arg(argument);
+            return false;
+        }
+    }
+    if (seeds.isEmpty()) {
+        *error = QStringLiteral("wire needs at least one --seed x,y --to x,y pair");
+        return false;
+    }
+    if (seeds.size() != targets.size()) {
+        *error = QStringLiteral("--seed %1 has no --to after it").arg(PXPointList::format(seeds.last()));
+        return false;
+    }
+    return true;
+}

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <QColor>
+#include <QList>
+#include <QPointF>
+#include <QString>
+#include <QStringList>
+
+/** One refinement step of `pxcut cut`, applied in command-line order. */
+struct PXCutStep
+{
+    enum Kind { Click, Paint, Scribble };
+
+    Kind kind = Click;
+    /** Paint and scribble: add to the object (fg) or to the background (bg). */
+    bool foreground = true;
+    /** Paint and scribble: brush radius in photo pixels. */
+    qreal radius = 0;
+    /** One point for a click, the brush's path for paint and scribble. */
+    QList<QPointF> points;
+    /** The option as typed, for messages ("--click", "--paint", "--scribble"). */
+    QString option;
+};
+
+/**
+ * The command line of pxcut:
+ *
+ *   pxcut cut [PHOTO] [--lasso "x,y x,y ..." | --lasso-file FILE] [--click x,y]...
+ *             [--paint fg|bg RADIUS "x,y ..."]... [--scribble fg|bg RADIUS "x,y ..."]...
+ *             [--invert] [--mask-color COLOUR] [--smooth RADIUS] [--out DIR]
+ *   pxcut wire [PHOTO] --seed x,y --to x,y [--seed x,y --to x,y]... [--out DIR]
+ *
+ * parse() checks the syntax only (options, numbers, points); the lasso file
+ * is read and the points are checked against the photo once it is loaded.
+ */
+class PXCutArguments
+{
+public:
+    enum Command { Cut, Wire, Help };
+
+    /**
+     * Parses @p arguments (without the program name). On failure returns false
+     * with @p error set; nothing else is then meaningful.
+     */
+    bool parse(const QStringList& arguments, QString* error);
+
+    /** The usage text printed for --help and after command-line errors. */
+    static QString usage();
+
+    Command command = Help;
+    /** Empty: the shipped sample photo. */
+    QString photo;
+    QString outputDirectory = QStringLiteral("out");
+
+    /** Cut: the lasso of --lasso in photo pixels. */
+    QList<QPointF> lasso;
+    /** "--lasso" when that option was given, for messages. */
+    QString lassoSource;
+    /** Cut: the file of --lasso-file; read by the caller, as it is an input like the photo. */
+    QString lassoFile;
+    QList<PXCutStep> steps;
+    bool invert = false;
+    /** Invalid: the library's default mask colour. */
+    QColor maskColour;
+    /** 0: no smoothing. */
+    int smoothRadius = 0;
+
+    /** Wire: seeds and targets, pairwise. */
+    QList<QPointF> seeds;
+    QList<QPointF> targets;
+
+private:
+    bool parseCut(const QStringList& arguments, QString* error);
+    bool parseWire(const QStringList& arguments, QString* error);
+};

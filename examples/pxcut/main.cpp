@@ -1,0 +1,431 @@
+// pxcut: cuts an object out of a photo from the command line, the way a photo
+// application drives the library: scale the photo, send a lasso, wait for the
+// mask, refine, and write the results. `pxcut wire` traces live wires.
+//
+// Run `pxcut --help` for the command line.
+#include "PXCutArguments.h"
+#include "PXHostImages.h"
+#include "PXHostPhoto.h"
+#include "PXPointList.h"
+
+#include <PXImageCutterSettings.h>
+#include <PXImageSegmentation.h>
+#include <PXIntelligentScissors.h>
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QHash>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QThread>
+#include <QThreadPool>
+#include <QTimer>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <unistd.h>
+
+namespace {
+
+// Generous: a large photo on a slow machine under a sanitizer still finishes
+// well within it, and a library fault ends with a message instead of a hang.
+constexpr int myStepTimeoutMs = 300000;
+
+enum ExitStatus { Success = 0, InputError = 1, UsageError = 2 };
+
+int fail(const QString& message, int status = InputError)
+{
+    std::fprintf(stderr, "pxcut: %s\n", qPrintable(message));
+    return status;
+}
+
+QString photosFolder()
+{
+    return QStringLiteral(PX_PHOTOS_DIR);
+}
+
+// A one-line bar on stderr. On a terminal it redraws in place; otherwise it
+// writes a line per tenth, so logs stay short.
+class ProgressBar
+{
+public:
+    explicit ProgressBar(const char* label)
+        : m_label(label)
+        , m_terminal(isatty(fileno(stderr)))
+    {
+    }
+
+    ~ProgressBar() { finish(); }
+
+    void show(double fraction)
+    {
+        fraction = std::clamp(fraction, 0.0, 1.0);
+        const int percent = int(fraction * 100);
+        if (percent == m_percent || (!m_terminal && percent / 10 == m_percent / 10 && m_percent >= 0))
+            return;
+        m_percent = percent;
+        constexpr int width = 30;
+        const int filled = int(fraction * width);
+        std::fprintf(stderr, "%s%-8s [%s%s] %3d%%%s", m_terminal ? "\r" : "", m_label,
+            std::string(filled, '#').c_str(), std::string(width - filled, '.').c_str(), percent,
+            m_terminal ? "" : "\n");
+        std::fflush(stderr);
+    }
+
+    void finish()
+    {
+        if (m_terminal && m_percent >= 0)
+            std::fputc('\n', stderr);
+        m_percent = -1;
+    }
+
+private:
+    const char* m_label;
+    bool m_terminal;
+    int m_percent = -1;
+};
+
+// Sends one request and waits for the mask it produces: the controller
+// emits sendNewMask() from its own thread and its run() ends right after.
+// Null masks (emitted by reset()) are not answers.
+QImage requestMask(PXImageSegmentation& controller, const std::function<void()>& request)
+{
+    QEventLoop loop;
+    QImage mask;
+    QObject receiver;
+    QObject::connect(&controller, &PXImageSegmentation::sendNewMask, &receiver,
+        [&](const QImage& image) {
+            if (!image.isNull()) {
+                mask = image;
+                loop.quit();
+            }
+        },
+        Qt::QueuedConnection);
+    QTimer::singleShot(myStepTimeoutMs, &loop, &QEventLoop::quit);
+    request();
+    loop.exec();
+    if (!mask.isNull())
+        controller.wait();
+    return mask;
+}
+
+// The number of regions: every label under a brush that covers the photo.
+int regionCount(const PXImageSegmentation& controller, const QSize& size)
+{
+    const QPoint centre(size.width() / 2, size.height() / 2);
+    const int reach = int(std::ceil(std::hypot(size.width(), size.height()))) + 2;
+    return int(controller.superpixels(centre, 2 * reach).size());
+}
+
+// The smooth mask is one bit deep: a pixel is set where the blurred mask is
+// nearer white than black. Set pixels are background; they take the mask colour.
+QImage maskFromSmooth(const QImage& smooth, const QColor& maskColour)
+{
+    QImage mask(smooth.size(), QImage::Format_ARGB32_Premultiplied);
+    const QRgb background = maskColour.rgb();
+    for (int y = 0; y < smooth.height(); ++y) {
+        QRgb* line = reinterpret_cast<QRgb*>(mask.scanLine(y));
+        for (int x = 0; x < smooth.width(); ++x)
+            line[x] = smooth.pixelIndex(x, y) ? background : 0;
+    }
+    return mask;
+}
+
+bool writeImages(const QDir& out, const QList<std::pair<QString, QImage>>& images, QString* error)
+{
+    if (!QDir().mkpath(out.path())) {
+        *error = QStringLiteral("cannot create the folder %1").arg(out.path());
+        return false;
+    }
+    for (const auto& [name, image] : images) {
+        if (!image.save(out.filePath(name))) {
+            *error = QStringLiteral("cannot write %1").arg(out.filePath(name));
+            return false;
+        }
+    }
+    return true;
+}
+
+QString outsideMessage(const QString& what, const QList<QPointF>& points, int index, const QSize& size)
+{
+    const QString which = points.size() == 1 ? what
+                                             : QStringLiteral("point %1 of %2").arg(index + 1).arg(what);
+    return QStringLiteral("%1 (%2) lies outside the %3x%4 photo")
+        .arg(which, PXPointList::format(points.at(index)))
+        .arg(size.width())
+        .arg(size.height());
+}
+
+bool checkInside(const QString& what, const QList<QPointF>& points, const QSize& size, QString* error)
+{
+    const int outside = PXPointList::firstOutside(points, size);
+    if (outside < 0)
+        return true;
+    *error = outsideMessage(what, points, outside, size);
+    return false;
+}
+
+QString defaultPhoto()
+{
+    return photosFolder() + QStringLiteral("/coffee.png");
+}
+
+int runCut(PXCutArguments arguments)
+{
+    const QString photoPath = arguments.photo.isEmpty() ? defaultPhoto() : arguments.photo;
+    QString error;
+    const int maximalLength = PXSingleton<PXImageCutterSettings>::instance()->maximalImageLength();
+    const PXHostPhoto photo = PXHostPhoto::load(photoPath, maximalLength, &error);
+    if (photo.isNull())
+        return fail(QStringLiteral("cannot read the photo %1").arg(error));
+
+    // Without a lasso option the lasso lies beside the photo, named after it.
+    if (arguments.lassoSource.isEmpty() && arguments.lassoFile.isEmpty()) {
+        const QFileInfo info(photoPath);
+        arguments.lassoFile = info.dir().filePath(info.completeBaseName() + QStringLiteral(".lasso"));
+        if (!QFileInfo::exists(arguments.lassoFile))
+            return fail(QStringLiteral("no lasso: give --lasso or --lasso-file, or put %1 beside the photo")
+                            .arg(QFileInfo(arguments.lassoFile).fileName()));
+    }
+    if (!arguments.lassoFile.isEmpty()) {
+        QFile file(arguments.lassoFile);
+        if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+            return fail(QStringLiteral("cannot read the lasso file %1: %2").arg(arguments.lassoFile, file.errorString()));
+        if (!PXPointList::parse(QString::fromUtf8(file.readAll()), &arguments.lasso, &error))
+            return fail(QStringLiteral("%1: %2").arg(arguments.lassoFile, error));
+        arguments.lassoSource = arguments.lassoFile;
+    }
+    if (arguments.lasso.size() < 3)
+        return fail(QStringLiteral("%1: a lasso needs at least 3 points, got %2")
+                        .arg(arguments.lassoSource)
+                        .arg(arguments.lasso.size()));
+
+    const QSize size = photo.photo().size();
+    if (!checkInside(QStringLiteral("the lasso"), arguments.lasso, size, &error))
+        return fail(error);
+    QHash<QString, int> occurrences;
+    for (const PXCutStep& step : std::as_const(arguments.steps)) {
+        const int occurrence = ++occurrences[step.option];
+        const QString what = step.kind == PXCutStep::Click
+            ? step.option
+            : QStringLiteral("%1 #%2").arg(step.option).arg(occurrence);
+        if (!checkInside(what, step.points, size, &error))
+            return fail(error);
+    }
+
+    PXImageSegmentation controller;
+    if (arguments.maskColour.isValid())
+        controller.setMaskColor(arguments.maskColour);
+    controller.setup(photo.working(), photo.fileInfo());
+
+    ProgressBar bar("cutting");
+    QObject::connect(&controller, &PXImageSegmentation::segmentationProgress, &controller,
+        [&bar](int current, int total) {
+            if (total > 0)
+                bar.show(double(current) / total);
+        },
+        Qt::QueuedConnection);
+
+    QElapsedTimer timer;
+    timer.start();
+    const QPainterPath lasso = PXPointList::closedPolygon(
+        PXPointList::scaled(arguments.lasso, photo.scaleX(), photo.scaleY()));
+    QImage mask = requestMask(controller, [&] { controller.startThreadWithInitialPath(lasso); });
+    bar.finish();
+    if (mask.isNull()) {
+        controller.cancel();
+        return fail(QStringLiteral("the cut produced no mask"));
+    }
+
+    const qreal brushScale = std::sqrt(photo.scaleX() * photo.scaleY());
+    for (const PXCutStep& step : arguments.steps) {
+        const QList<QPointF> points = PXPointList::scaled(step.points, photo.scaleX(), photo.scaleY());
+        switch (step.kind) {
+        case PXCutStep::Click:
+            // The clicker runs on the global pool and emits nothing; its result
+            // is read back once the pool is idle.
+            controller.startThreadWithClicker(points.first());
+            QThreadPool::globalInstance()->waitForDone();
+            mask = controller.maskForeground();
+            break;
+        case PXCutStep::Paint:
+        case PXCutStep::Scribble: {
+            const QPainterPath stroke = PXPointList::brushStroke(points, step.radius * brushScale);
+            const bool paint = step.kind == PXCutStep::Paint;
+            // One final stroke per option: a command line has no gesture to undo.
+            mask = requestMask(controller, [&] {
+                if (paint)
+                    controller.startThreadWithPaintSelection(stroke, step.foreground, false);
+                else
+                    controller.startThreadWithScribble(stroke, step.foreground, false);
+            });
+            break;
+        }
+        }
+        if (mask.isNull())
+            return fail(QStringLiteral("%1 produced no mask").arg(step.option));
+    }
+    if (arguments.invert) {
+        mask = requestMask(controller, [&] { controller.invertMask(); });
+        if (mask.isNull())
+            return fail(QStringLiteral("--invert produced no mask"));
+    }
+    const qint64 elapsed = timer.elapsed();
+
+    const QImage contours = controller.drawContour();
+    const int regions = regionCount(controller, photo.working().size());
+
+    if (arguments.smoothRadius > 0) {
+        // An invalid colour is the library's default: opaque black.
+        const QColor maskColour = QColor::fromRgb(arguments.maskColour.rgb());
+        // The one-bit smooth mask keeps only pixels nearer white than black, so
+        // it is taken with a white mask and given the mask colour afterwards.
+        const bool whiteAlready = maskColour.rgb() == QColor(Qt::white).rgb();
+        if (!whiteAlready)
+            requestMask(controller, [&] { controller.setMaskColor(Qt::white); });
+        const QImage smooth = controller.createSmoothForegroundMask(arguments.smoothRadius);
+        if (smooth.isNull())
+            return fail(QStringLiteral("--smooth produced no mask"));
+        mask = maskFromSmooth(smooth, maskColour);
+    }
+
+    const QImage finalMask = photo.toPhotoSize(mask);
+    const QImage cutout = PXHostImages::cutOut(photo.photo(), finalMask);
+    const QImage overlay = PXHostImages::overlay(photo.photo(), finalMask, photo.toPhotoSize(contours));
+
+    const QDir out(arguments.outputDirectory);
+    if (!writeImages(out,
+            { { QStringLiteral("mask.png"), finalMask }, { QStringLiteral("cutout.png"), cutout },
+                { QStringLiteral("overlay.png"), overlay } },
+            &error))
+        return fail(error);
+
+    std::printf("%s %dx%d (worked on %dx%d): %d regions, object %.1f%% of the photo, %.2f s -> %s\n",
+        qPrintable(photo.fileInfo().fileName()), size.width(), size.height(), photo.working().width(),
+        photo.working().height(), regions, 100 * PXHostImages::objectShare(finalMask), elapsed / 1000.0,
+        qPrintable(QDir::toNativeSeparators(out.path())));
+    return Success;
+}
+
+int runWire(const PXCutArguments& arguments)
+{
+    const QString photoPath = arguments.photo.isEmpty() ? defaultPhoto() : arguments.photo;
+    QString error;
+    // The scissors work at full resolution: they compute their costs lazily,
+    // block by block, around the seeds.
+    const PXHostPhoto photo = PXHostPhoto::load(photoPath, 0, &error);
+    if (photo.isNull())
+        return fail(QStringLiteral("cannot read the photo %1").arg(error));
+    const QSize size = photo.photo().size();
+    for (int i = 0; i < arguments.seeds.size(); ++i) {
+        if (!checkInside(QStringLiteral("--seed"), { arguments.seeds.at(i) }, size, &error)
+            || !checkInside(QStringLiteral("--to"), { arguments.targets.at(i) }, size, &error))
+            return fail(error);
+    }
+
+    PXIntelligentScissors scissors;
+    ProgressBar bar("tracing");
+    QObject::connect(&scissors, &PXIntelligentScissors::progessChanged, &scissors,
+        [&bar](double value) {
+            // stopRunning() reports the raw total; fractions are what a bar shows.
+            if (value <= 1)
+                bar.show(value);
+        },
+        Qt::QueuedConnection);
+    scissors.setup(photo.photo());
+
+    QElapsedTimer timer;
+    timer.start();
+    QList<QList<QPoint>> wires;
+    for (int i = 0; i < arguments.seeds.size(); ++i) {
+        const QPointF target = arguments.targets.at(i);
+        scissors.initializeSeed(arguments.seeds.at(i));
+        QElapsedTimer waiting;
+        waiting.start();
+        while (!scissors.containsWireToPoint(target)) {
+            if (waiting.elapsed() > myStepTimeoutMs) {
+                scissors.clear();
+                return fail(QStringLiteral("the wire to %1 was not found in time").arg(PXPointList::format(target)));
+            }
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+            QThread::msleep(2);
+        }
+        QList<QPoint> wire = scissors.bestWire(target);
+        // The scissors trace back from the target; a wire reads from its seed.
+        std::reverse(wire.begin(), wire.end());
+        wires.append(wire);
+    }
+    scissors.clear();
+    bar.finish();
+    const qint64 elapsed = timer.elapsed();
+
+    QJsonArray wireArray;
+    int pointCount = 0;
+    for (int i = 0; i < wires.size(); ++i) {
+        QJsonArray points;
+        for (const QPoint& p : wires.at(i))
+            points.append(QJsonArray { p.x(), p.y() });
+        pointCount += int(wires.at(i).size());
+        wireArray.append(QJsonObject {
+            { QStringLiteral("seed"), QJsonArray { arguments.seeds.at(i).x(), arguments.seeds.at(i).y() } },
+            { QStringLiteral("to"), QJsonArray { arguments.targets.at(i).x(), arguments.targets.at(i).y() } },
+            { QStringLiteral("points"), points } });
+    }
+    const QJsonObject document {
+        { QStringLiteral("photo"), photo.fileInfo().fileName() },
+        { QStringLiteral("width"), size.width() },
+        { QStringLiteral("height"), size.height() },
+        { QStringLiteral("wires"), wireArray } };
+
+    const QDir out(arguments.outputDirectory);
+    if (!writeImages(out, { { QStringLiteral("wire.png"), PXHostImages::wires(photo.photo(), wires) } }, &error))
+        return fail(error);
+    QFile json(out.filePath(QStringLiteral("wire.json")));
+    if (!json.open(QIODevice::WriteOnly | QIODevice::Truncate)
+        || json.write(QJsonDocument(document).toJson(QJsonDocument::Compact)) < 0)
+        return fail(QStringLiteral("cannot write %1").arg(json.fileName()));
+
+    std::printf("%s %dx%d: %d wire%s, %d points, %.2f s -> %s\n", qPrintable(photo.fileInfo().fileName()),
+        size.width(), size.height(), int(wires.size()), wires.size() == 1 ? "" : "s", pointCount,
+        elapsed / 1000.0, qPrintable(QDir::toNativeSeparators(out.path())));
+    return Success;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    // The smooth mask needs a GUI application; without a display it runs on
+    // the offscreen platform.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY")
+        && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication application(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("pxcut"));
+
+    PXCutArguments arguments;
+    QString error;
+    if (!arguments.parse(QCoreApplication::arguments().mid(1), &error)) {
+        std::fprintf(stderr, "pxcut: %s\n\n%s", qPrintable(error), qPrintable(PXCutArguments::usage()));
+        return UsageError;
+    }
+    switch (arguments.command) {
+    case PXCutArguments::Help:
+        std::printf("%s", qPrintable(PXCutArguments::usage()));
+        return Success;
+    case PXCutArguments::Cut:
+        return runCut(arguments);
+    case PXCutArguments::Wire:
+        return runWire(arguments);
+    }
+    return Success;
+}

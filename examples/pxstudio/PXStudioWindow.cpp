@@ -1,0 +1,692 @@
+#include "PXStudioWindow.h"
+
+#include "PXHostImages.h"
+#include "PXPointList.h"
+#include "PXStudioView.h"
+
+#include <PXImageCutterSettings.h>
+#include <PXImageSegmentation.h>
+#include <PXIntelligentScissors.h>
+#include <PXMementoSegmentation.h>
+#include <PXUndoCommandSegmentation.h>
+#include <PXUndoController.h>
+
+#include <QAction>
+#include <QActionGroup>
+#include <QColorDialog>
+#include <QFileDialog>
+#include <QImageReader>
+#include <QLabel>
+#include <QMenuBar>
+#include <QPainter>
+#include <QProgressBar>
+#include <QSpinBox>
+#include <QStatusBar>
+#include <QThreadPool>
+#include <QToolBar>
+#include <QUndoStack>
+
+#include <algorithm>
+
+namespace {
+
+QIcon swatch(const QColor& colour)
+{
+    QPixmap pixmap(16, 16);
+    pixmap.fill(Qt::transparent);
+    QPainter painter(&pixmap);
+    painter.setPen(QColor(0x80, 0x80, 0x80));
+    painter.setBrush(QColor(colour.rgb()));
+    painter.drawRect(0, 0, 15, 15);
+    return QIcon(pixmap);
+}
+
+QString photoFilter()
+{
+    QStringList patterns;
+    for (const QByteArray& format : QImageReader::supportedImageFormats())
+        patterns.append(QStringLiteral("*.") + QString::fromLatin1(format));
+    return PXStudioWindow::tr("Photos (%1);;All files (*)").arg(patterns.join(QLatin1Char(' ')));
+}
+
+} // namespace
+
+PXStudioWindow::PXStudioWindow(QWidget* parent)
+    : QMainWindow(parent)
+    , m_segmentation(std::make_unique<PXImageSegmentation>())
+    , m_scissors(std::make_unique<PXIntelligentScissors>())
+    , m_view(new PXStudioView(this))
+    , m_statusLabel(new QLabel(this))
+    , m_progress(new QProgressBar(this))
+    , m_brushRadius(new QSpinBox(this))
+    , m_maskColour(Qt::black)
+{
+    setWindowTitle(tr("pxstudio"));
+    setCentralWidget(m_view);
+
+    m_progress->setMaximumWidth(220);
+    m_progress->setTextVisible(true);
+    m_progress->setVisible(false);
+    statusBar()->addWidget(m_statusLabel, 1);
+    statusBar()->addPermanentWidget(m_progress);
+
+    m_brushRadius->setRange(1, 200);
+    m_brushRadius->setValue(m_view->brushRadius());
+    m_brushRadius->setSuffix(tr(" px"));
+    m_brushRadius->setToolTip(tr("Brush radius"));
+    connect(m_brushRadius, &QSpinBox::valueChanged, m_view, &PXStudioView::setBrushRadius);
+
+    createActions();
+
+    // The controller emits from its own thread; queued, every result is handled here.
+    connect(m_segmentation.get(), &PXImageSegmentation::sendNewMask, this, &PXStudioWindow::showMask,
+        Qt::QueuedConnection);
+    connect(m_segmentation.get(), &PXImageSegmentation::segmentationProgress, this,
+        &PXStudioWindow::showProgress, Qt::QueuedConnection);
+    connect(m_scissors.get(), &PXIntelligentScissors::progessChanged, this,
+        &PXStudioWindow::showScissorsProgress, Qt::QueuedConnection);
+
+    connect(m_view, &PXStudioView::lassoDrawn, this, &PXStudioWindow::startCut);
+    connect(m_view, &PXStudioView::clicked, this, &PXStudioWindow::toggleSuperpixel);
+    connect(m_view, &PXStudioView::strokeDrawn, this, &PXStudioWindow::applyStroke);
+    connect(m_view, &PXStudioView::brushHovered, this, &PXStudioWindow::previewBrush);
+    connect(m_view, &PXStudioView::brushLeft, this, &PXStudioWindow::endPreview);
+    connect(m_view, &PXStudioView::scissorsClicked, this, &PXStudioWindow::addScissorsSeed);
+    connect(m_view, &PXStudioView::scissorsMoved, this, &PXStudioWindow::followScissors);
+    connect(m_view, &PXStudioView::scissorsClosed, this, &PXStudioWindow::closeScissorsOutline);
+    connect(m_view, &PXStudioView::fileDropped, this, &PXStudioWindow::openPhoto);
+
+    m_clickTimer.setInterval(10);
+    connect(&m_clickTimer, &QTimer::timeout, this, &PXStudioWindow::finishClick);
+    m_restoreTimer.setInterval(10);
+    connect(&m_restoreTimer, &QTimer::timeout, this, &PXStudioWindow::restoreRealMask);
+    m_finalStrokeTimer.setInterval(5);
+    connect(&m_finalStrokeTimer, &QTimer::timeout, this, &PXStudioWindow::sendFinalStroke);
+    // Undo and redo restore a mask and emit it: a real mask, not a preview.
+    connect(PXUndoController::instanceForFotoEditor()->undoStack(), &QUndoStack::indexChanged, this,
+        &PXStudioWindow::beginRequest);
+
+    setStatus(tr("Open a photo: File > Open, or drop one here."));
+    resize(1000, 720);
+}
+
+PXStudioWindow::~PXStudioWindow()
+{
+    // The stack's commands point at the controller that is about to go.
+    clearUndoStack();
+    m_scissors->clear();
+    m_segmentation->cancel();
+}
+
+void PXStudioWindow::createActions()
+{
+    QUndoStack* stack = PXUndoController::instanceForFotoEditor()->undoStack();
+
+    auto makeAction = [this](const QString& text, const char* name, const QKeySequence& shortcut = {}) {
+        auto* action = new QAction(text, this);
+        action->setObjectName(QString::fromLatin1(name));
+        if (!shortcut.isEmpty())
+            action->setShortcut(shortcut);
+        return action;
+    };
+
+    QAction* open = makeAction(tr("&Open..."), "open", QKeySequence::Open);
+    connect(open, &QAction::triggered, this, &PXStudioWindow::openPhotoDialog);
+    QAction* exportAction = makeAction(tr("&Export cut-out..."), "export", QKeySequence(tr("Ctrl+E")));
+    connect(exportAction, &QAction::triggered, this, &PXStudioWindow::exportDialog);
+    QAction* quit = makeAction(tr("&Quit"), "quit", QKeySequence::Quit);
+    connect(quit, &QAction::triggered, this, &QWidget::close);
+
+    QAction* undo = stack->createUndoAction(this);
+    undo->setObjectName(QStringLiteral("undo"));
+    undo->setShortcut(QKeySequence::Undo);
+    QAction* redo = stack->createRedoAction(this);
+    redo->setObjectName(QStringLiteral("redo"));
+    redo->setShortcut(QKeySequence::Redo);
+    // Every command of the controller reads "UndoSegmentation"; the actions
+    // keep short names and show the command in their tool tips.
+    auto keepShortNames = [undo, redo, stack] {
+        undo->setText(tr("&Undo"));
+        redo->setText(tr("&Redo"));
+        undo->setToolTip(stack->undoText());
+        redo->setToolTip(stack->redoText());
+    };
+    connect(stack, &QUndoStack::undoTextChanged, this, keepShortNames);
+    connect(stack, &QUndoStack::redoTextChanged, this, keepShortNames);
+    keepShortNames();
+    QAction* invert = makeAction(tr("&Invert"), "invert", QKeySequence(tr("Ctrl+I")));
+    connect(invert, &QAction::triggered, this, &PXStudioWindow::invertMask);
+    m_maskColourAction = makeAction(tr("&Colour..."), "maskColour");
+    m_maskColourAction->setToolTip(tr("The colour of what is not cut out"));
+    m_maskColourAction->setIcon(swatch(m_maskColour));
+    connect(m_maskColourAction, &QAction::triggered, this, &PXStudioWindow::chooseMaskColour);
+    QAction* cancelAction = makeAction(tr("&Cancel"), "cancel", QKeySequence(Qt::Key_Escape));
+    connect(cancelAction, &QAction::triggered, this, &PXStudioWindow::cancel);
+
+    QAction* zoomIn = makeAction(tr("Zoom &in"), "zoomIn", QKeySequence::ZoomIn);
+    connect(zoomIn, &QAction::triggered, m_view, &PXStudioView::zoomIn);
+    QAction* zoomOut = makeAction(tr("Zoom &out"), "zoomOut", QKeySequence::ZoomOut);
+    connect(zoomOut, &QAction::triggered, m_view, &PXStudioView::zoomOut);
+    QAction* fit = makeAction(tr("&Fit to window"), "fit", QKeySequence(tr("Ctrl+0")));
+    connect(fit, &QAction::triggered, m_view, &PXStudioView::fitToWindow);
+    QAction* actualSize = makeAction(tr("&Actual size"), "actualSize", QKeySequence(tr("Ctrl+1")));
+    connect(actualSize, &QAction::triggered, m_view, [this] { m_view->setZoom(1); });
+    m_contoursAction = makeAction(tr("Superpixel &contours"), "contours", QKeySequence(tr("Ctrl+K")));
+    m_contoursAction->setIconText(tr("Contours"));
+    m_contoursAction->setCheckable(true);
+    connect(m_contoursAction, &QAction::toggled, this, &PXStudioWindow::setContoursVisible);
+
+    m_tools = new QActionGroup(this);
+    struct ToolEntry {
+        QString text;
+        const char* name;
+        QKeySequence key;
+        PXStudioView::Tool tool;
+        QString tip;
+    };
+    const QList<ToolEntry> tools {
+        { tr("&Lasso"), "tool.lasso", QKeySequence(tr("L")), PXStudioView::Lasso,
+            tr("Draw round the object; releasing the button starts the cut") },
+        { tr("&Click"), "tool.click", QKeySequence(tr("C")), PXStudioView::Click,
+            tr("Click a superpixel to move it between object and background") },
+        { tr("&Paint"), "tool.paint", QKeySequence(tr("P")), PXStudioView::Paint,
+            tr("Paint whole superpixels into the object or the background") },
+        { tr("&Scribble"), "tool.scribble", QKeySequence(tr("S")), PXStudioView::Scribble,
+            tr("Paint single pixels into the object or the background") },
+        { tr("Sc&issors"), "tool.scissors", QKeySequence(tr("W")), PXStudioView::Scissors,
+            tr("Click seeds along an edge; double-click closes the outline and cuts") },
+    };
+    for (const ToolEntry& entry : tools) {
+        QAction* action = makeAction(entry.text, entry.name, entry.key);
+        action->setCheckable(true);
+        action->setToolTip(entry.tip);
+        action->setStatusTip(entry.tip);
+        action->setData(int(entry.tool));
+        action->setChecked(entry.tool == m_view->tool());
+        m_tools->addAction(action);
+    }
+    connect(m_tools, &QActionGroup::triggered, this, [this](QAction* action) {
+        if (m_view->tool() == PXStudioView::Scissors)
+            dropScissorsOutline();
+        m_view->setTool(PXStudioView::Tool(action->data().toInt()));
+    });
+
+    auto* targets = new QActionGroup(this);
+    m_objectTarget = makeAction(tr("&Object"), "target.object");
+    m_objectTarget->setToolTip(tr("Paint and scribble add to the object"));
+    QAction* backgroundTarget = makeAction(tr("&Background"), "target.background");
+    backgroundTarget->setToolTip(tr("Paint and scribble add to the background"));
+    for (QAction* action : { m_objectTarget, backgroundTarget }) {
+        action->setCheckable(true);
+        targets->addAction(action);
+    }
+    m_objectTarget->setChecked(true);
+
+    QMenu* file = menuBar()->addMenu(tr("&File"));
+    file->addAction(open);
+    file->addAction(exportAction);
+    file->addSeparator();
+    file->addAction(quit);
+    QMenu* edit = menuBar()->addMenu(tr("&Edit"));
+    edit->addAction(undo);
+    edit->addAction(redo);
+    edit->addSeparator();
+    edit->addAction(invert);
+    edit->addAction(m_maskColourAction);
+    edit->addSeparator();
+    edit->addAction(cancelAction);
+    QMenu* viewMenu = menuBar()->addMenu(tr("&View"));
+    viewMenu->addAction(zoomIn);
+    viewMenu->addAction(zoomOut);
+    viewMenu->addAction(fit);
+    viewMenu->addAction(actualSize);
+    viewMenu->addSeparator();
+    viewMenu->addAction(m_contoursAction);
+    QMenu* toolsMenu = menuBar()->addMenu(tr("&Tools"));
+    toolsMenu->addActions(m_tools->actions());
+    toolsMenu->addSeparator();
+    toolsMenu->addActions(targets->actions());
+
+    QToolBar* bar = addToolBar(tr("Tools"));
+    bar->setObjectName(QStringLiteral("tools"));
+    bar->setMovable(false);
+    bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    bar->addActions(m_tools->actions());
+    bar->addSeparator();
+    bar->addActions(targets->actions());
+    bar->addWidget(m_brushRadius);
+    bar->addSeparator();
+    bar->addAction(undo);
+    bar->addAction(redo);
+    bar->addAction(invert);
+    bar->addAction(m_maskColourAction);
+    bar->addAction(m_contoursAction);
+    // Esc must reach the window wherever the focus is.
+    addAction(cancelAction);
+}
+
+bool PXStudioWindow::openPhoto(const QString& path)
+{
+    QString error;
+    const int maximalLength = PXSingleton<PXImageCutterSettings>::instance()->maximalImageLength();
+    PXHostPhoto photo = PXHostPhoto::load(path, maximalLength, &error);
+    if (photo.isNull()) {
+        setStatus(tr("Cannot open %1").arg(error));
+        return false;
+    }
+    dropScissorsOutline();
+    m_scissors->clear();
+    m_scissorsReady = false;
+    clearUndoStack();
+    m_clickTimer.stop();
+    m_beforeClick.reset();
+    setCutRunning(false);
+
+    m_photo = photo;
+    m_segmentation->setup(m_photo.working(), m_photo.fileInfo());
+    m_view->setPhoto(m_photo.working());
+    m_contoursStale = true;
+    setWindowTitle(tr("%1 - pxstudio").arg(m_photo.fileInfo().fileName()));
+    const QSize size = m_photo.photo().size();
+    setStatus(m_photo.isScaled()
+            ? tr("%1: %2x%3, working on %4x%5. Draw a lasso round the object.")
+                  .arg(m_photo.fileInfo().fileName())
+                  .arg(size.width())
+                  .arg(size.height())
+                  .arg(m_photo.working().width())
+                  .arg(m_photo.working().height())
+            : tr("%1: %2x%3. Draw a lasso round the object.")
+                  .arg(m_photo.fileInfo().fileName())
+                  .arg(size.width())
+                  .arg(size.height()));
+    return true;
+}
+
+bool PXStudioWindow::exportCutOut(const QString& path)
+{
+    const QImage mask = m_segmentation->maskForeground();
+    if (m_photo.isNull() || mask.isNull() || isBusy()) {
+        setStatus(tr("Nothing to export yet: cut something out first."));
+        return false;
+    }
+    const QImage cutout = PXHostImages::cutOut(m_photo.photo(), m_photo.toPhotoSize(mask));
+    if (!cutout.save(path)) {
+        setStatus(tr("Cannot write %1").arg(path));
+        return false;
+    }
+    setStatus(tr("Cut-out written to %1").arg(path));
+    return true;
+}
+
+void PXStudioWindow::setMaskColour(const QColor& colour)
+{
+    if (!colour.isValid())
+        return;
+    m_maskColour = colour;
+    m_maskColourAction->setIcon(swatch(colour));
+    beginRequest();
+    m_segmentation->setMaskColor(colour);
+}
+
+void PXStudioWindow::setBrushRadius(int radius)
+{
+    m_brushRadius->setValue(radius);
+}
+
+void PXStudioWindow::setBrushTargetIsObject(bool object)
+{
+    const auto actions = m_objectTarget->actionGroup()->actions();
+    for (QAction* action : actions)
+        action->setChecked((action == m_objectTarget) == object);
+}
+
+bool PXStudioWindow::isBusy() const
+{
+    return m_cutRunning || m_segmentation->isRunning() || m_clickTimer.isActive()
+        || m_finalStrokeTimer.isActive() || m_restoreTimer.isActive();
+}
+
+QString PXStudioWindow::statusText() const
+{
+    return m_statusLabel->text();
+}
+
+void PXStudioWindow::setStatus(const QString& text)
+{
+    m_statusLabel->setText(text);
+}
+
+void PXStudioWindow::cancel()
+{
+    if (!m_outline.isEmpty()) {
+        dropScissorsOutline();
+        setStatus(tr("Outline dropped."));
+        return;
+    }
+    if (isBusy()) {
+        m_clickTimer.stop();
+        m_beforeClick.reset();
+        m_finalStrokeTimer.stop();
+        m_segmentation->cancel();
+        setCutRunning(false);
+        m_view->clearToolFeedback();
+        setStatus(tr("Cancelled."));
+    }
+}
+
+void PXStudioWindow::openPhotoDialog()
+{
+    const QString path = QFileDialog::getOpenFileName(this, tr("Open photo"),
+        m_photo.isNull() ? QString() : m_photo.fileInfo().absolutePath(), photoFilter());
+    if (!path.isEmpty())
+        openPhoto(path);
+}
+
+void PXStudioWindow::exportDialog()
+{
+    if (m_photo.isNull())
+        return;
+    const QFileInfo& info = m_photo.fileInfo();
+    const QString suggestion = info.absoluteDir().filePath(info.completeBaseName() + QStringLiteral("-cutout.png"));
+    const QString path = QFileDialog::getSaveFileName(this, tr("Export cut-out"), suggestion,
+        tr("PNG image (*.png)"));
+    if (!path.isEmpty())
+        exportCutOut(path);
+}
+
+void PXStudioWindow::chooseMaskColour()
+{
+    const QColor colour = QColorDialog::getColor(m_maskColour, this, tr("Mask colour"));
+    setMaskColour(colour);
+}
+
+void PXStudioWindow::invertMask()
+{
+    // While the controller works, an inversion would flip only its flag.
+    if (isBusy() || !m_segmentation->isValid())
+        return;
+    beginRequest();
+    m_segmentation->invertMask();
+}
+
+void PXStudioWindow::setContoursVisible(bool visible)
+{
+    if (m_contoursAction->isChecked() != visible)
+        m_contoursAction->setChecked(visible);
+    if (visible)
+        refreshContours();
+    else
+        m_view->setContours(QImage());
+}
+
+void PXStudioWindow::refreshContours()
+{
+    if (!m_contoursAction->isChecked())
+        return;
+    if (!m_segmentation->isValid()) {
+        m_view->setContours(QImage());
+        return;
+    }
+    if (m_contoursStale || !m_view->hasContours()) {
+        m_view->setContours(m_segmentation->drawContour());
+        m_contoursStale = false;
+    }
+}
+
+void PXStudioWindow::setCutRunning(bool running)
+{
+    m_cutRunning = running;
+    m_progress->setVisible(running);
+    if (running) {
+        m_progress->setRange(0, 0);
+        m_progress->setValue(0);
+    }
+}
+
+void PXStudioWindow::showMask(const QImage& mask)
+{
+    if (m_expectPreview && !m_hovering) {
+        m_restoreTimer.start();
+        return;
+    }
+    if (mask.isNull()) {
+        // reset() announces a new cut or a cancellation with a null mask.
+        m_view->setMask(QImage());
+        return;
+    }
+    m_view->setMask(mask);
+    if (m_cutRunning) {
+        setCutRunning(false);
+        m_view->clearToolFeedback();
+        m_contoursStale = true;
+        refreshContours();
+        setStatus(tr("Cut: the object covers %1% of the photo. Refine with click, paint or scribble.")
+                      .arg(100 * PXHostImages::objectShare(mask), 0, 'f', 1));
+    }
+}
+
+void PXStudioWindow::showProgress(int current, int total)
+{
+    if (!m_cutRunning || total <= 0)
+        return;
+    m_progress->setRange(0, total);
+    m_progress->setValue(std::clamp(current, 0, total));
+}
+
+void PXStudioWindow::showScissorsProgress(double value)
+{
+    if (m_cutRunning)
+        return;
+    // Fractions while the costs are computed; stopping reports a raw count.
+    m_progress->setVisible(value < 1);
+    if (value >= 1)
+        return;
+    m_progress->setRange(0, 100);
+    m_progress->setValue(int(value * 100));
+}
+
+void PXStudioWindow::startCut(const QPainterPath& lasso)
+{
+    if (m_photo.isNull())
+        return;
+    clearUndoStack();
+    m_clickTimer.stop();
+    m_beforeClick.reset();
+    m_finalStrokeTimer.stop();
+    beginRequest();
+    setCutRunning(true);
+    setStatus(tr("Cutting... (Esc cancels)"));
+    m_segmentation->startThreadWithInitialPath(lasso);
+}
+
+bool PXStudioWindow::canRefine()
+{
+    if (!m_segmentation->isValid()) {
+        setStatus(tr("Draw a lasso first."));
+        return false;
+    }
+    return !m_cutRunning && !m_clickTimer.isActive() && !m_finalStrokeTimer.isActive();
+}
+
+void PXStudioWindow::toggleSuperpixel(const QPointF& position)
+{
+    // The clicker changes the mask on a pool thread without a lock of its own.
+    if (!canRefine() || m_segmentation->isRunning())
+        return;
+    beginRequest();
+    m_beforeClick.reset(m_segmentation->createMemento(false));
+    m_segmentation->startThreadWithClicker(position);
+    m_clickTimer.start();
+}
+
+void PXStudioWindow::finishClick()
+{
+    if (QThreadPool::globalInstance()->activeThreadCount() > 0)
+        return;
+    m_clickTimer.stop();
+    if (!m_beforeClick)
+        return;
+    // The library makes no undo command for a click; the studio does, from
+    // the states before and after it.
+    PXMementoSegmentation* after = m_segmentation->createMemento(false);
+    m_segmentation->undoController()->push(
+        new PXUndoCommandSegmentation(m_beforeClick.release(), after, m_segmentation.get()));
+    m_view->setMask(m_segmentation->maskForeground());
+}
+
+void PXStudioWindow::applyStroke(const QPainterPath& stroke, bool isFinal)
+{
+    if (!canRefine())
+        return;
+    const bool object = m_objectTarget->isChecked();
+    const bool scribble = m_view->tool() == PXStudioView::Scribble;
+    beginRequest();
+    if (isFinal && m_segmentation->isRunning()) {
+        m_finalStroke = stroke;
+        m_finalStrokeIsScribble = scribble;
+        m_finalStrokeIsObject = object;
+        m_finalStrokeTimer.start();
+        return;
+    }
+    // Every piece but the last is temporary: the controller keeps the state
+    // before the first one and pushes one undo command at the last.
+    if (scribble)
+        m_segmentation->startThreadWithScribble(stroke, object, !isFinal);
+    else
+        m_segmentation->startThreadWithPaintSelection(stroke, object, !isFinal);
+}
+
+void PXStudioWindow::sendFinalStroke()
+{
+    if (m_segmentation->isRunning())
+        return;
+    m_finalStrokeTimer.stop();
+    if (m_finalStrokeIsScribble)
+        m_segmentation->startThreadWithScribble(m_finalStroke, m_finalStrokeIsObject, false);
+    else
+        m_segmentation->startThreadWithPaintSelection(m_finalStroke, m_finalStrokeIsObject, false);
+    m_finalStroke = QPainterPath();
+}
+
+void PXStudioWindow::previewBrush(const QPointF& position)
+{
+    // A hover request replaces the controller's mode; sent while a stroke is
+    // still being applied it would leave that stroke unpainted.
+    if (!m_segmentation->isValid() || isBusy())
+        return;
+    // The controller's brush reaches half its radius argument.
+    const QSet<int> clusters = m_segmentation->superpixels(position.toPoint(), 2 * m_view->brushRadius());
+    if (clusters == m_hoverClusters && m_hovering)
+        return;
+    m_hoverClusters = clusters;
+    if (clusters.isEmpty()) {
+        endPreview();
+        return;
+    }
+    m_hovering = true;
+    m_expectPreview = true;
+    m_segmentation->startThreadWithPaintSelectionHover(clusters, m_objectTarget->isChecked());
+}
+
+void PXStudioWindow::endPreview()
+{
+    if (!m_hovering)
+        return;
+    m_hovering = false;
+    m_hoverClusters.clear();
+    m_restoreTimer.start();
+}
+
+void PXStudioWindow::restoreRealMask()
+{
+    if (m_segmentation->isRunning())
+        return;
+    m_restoreTimer.stop();
+    m_view->setMask(m_segmentation->maskForeground());
+}
+
+QPointF PXStudioWindow::clampedToPhoto(const QPointF& position) const
+{
+    const QSize size = m_photo.working().size();
+    return QPointF(std::clamp(position.x(), 0.0, qreal(size.width() - 1)),
+        std::clamp(position.y(), 0.0, qreal(size.height() - 1)));
+}
+
+QList<QPointF> PXStudioWindow::wireTo(const QPointF& position)
+{
+    QList<QPointF> wire;
+    if (!m_scissors->containsWireToPoint(position))
+        return wire;
+    const QList<QPoint> trace = m_scissors->bestWire(position);
+    // The scissors trace from the point back to the seed.
+    for (auto it = trace.crbegin(); it != trace.crend(); ++it)
+        wire.append(QPointF(*it));
+    return wire;
+}
+
+void PXStudioWindow::addScissorsSeed(const QPointF& position)
+{
+    if (m_photo.isNull() || m_cutRunning)
+        return;
+    const QPointF point = clampedToPhoto(position);
+    if (!m_scissorsReady) {
+        m_scissors->setup(m_photo.working());
+        m_scissorsReady = true;
+    }
+    if (m_outline.isEmpty()) {
+        m_outline.append(point);
+    } else {
+        // Where the search has not reached yet, the outline takes a straight line.
+        const QList<QPointF> wire = wireTo(point);
+        if (wire.isEmpty())
+            m_outline.append(point);
+        else
+            m_outline.append(wire.mid(1));
+    }
+    m_scissors->initializeSeed(point);
+    m_view->setScissorsOutline(m_outline, {});
+    setStatus(tr("Scissors: %1 points. Click to add a seed, double-click to close, Esc to drop.")
+                  .arg(m_outline.size()));
+}
+
+void PXStudioWindow::followScissors(const QPointF& position)
+{
+    if (m_outline.isEmpty())
+        return;
+    const QList<QPointF> wire = wireTo(clampedToPhoto(position));
+    if (!wire.isEmpty())
+        m_view->setScissorsOutline(m_outline, wire);
+}
+
+void PXStudioWindow::closeScissorsOutline()
+{
+    if (m_outline.size() < 3) {
+        setStatus(tr("An outline needs at least three points."));
+        return;
+    }
+    const QPainterPath lasso = PXPointList::closedPolygon(m_outline);
+    dropScissorsOutline();
+    m_view->setScissorsOutline({}, {});
+    startCut(lasso);
+}
+
+void PXStudioWindow::dropScissorsOutline()
+{
+    m_outline.clear();
+    if (m_scissorsReady)
+        m_scissors->stopRunning();
+    m_view->clearToolFeedback();
+}
+
+void PXStudioWindow::beginRequest()
+{
+    m_restoreTimer.stop();
+    m_hovering = false;
+    m_expectPreview = false;
+    m_hoverClusters.clear();
+}
+
+void PXStudioWindow::clearUndoStack()
+{
+    PXUndoController::instanceForFotoEditor()->undoStack()->clear();
+}

@@ -1,0 +1,231 @@
+#include "PXCutArguments.h"
+#include "PXHostImages.h"
+#include "PXHostPhoto.h"
+#include "PXPointList.h"
+
+#include <QPainter>
+#include <QTest>
+
+// What the hosts read from people: point lists, command lines, photo sizes.
+class TestPXHostInput : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void pointLists_data();
+    void pointLists();
+    void firstOutside_data();
+    void firstOutside();
+    void brushStrokeCoversItsPath();
+    void commandLines_data();
+    void commandLines();
+    void refinementKeepsItsOrder();
+    void photoScaling_data();
+    void photoScaling();
+    void cutOutKeepsTheObject();
+};
+
+void TestPXHostInput::pointLists_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QList<QPointF>>("points");
+    QTest::addColumn<QString>("error");
+
+    using Points = QList<QPointF>;
+    QTest::newRow("one") << "3,4" << Points { { 3, 4 } } << QString();
+    QTest::newRow("spaces and lines") << "  1,2\n\t3.5,-4  5e1,6 \n" << Points { { 1, 2 }, { 3.5, -4 }, { 50, 6 } }
+                                      << QString();
+    QTest::newRow("comments") << "# a lasso\n1,2 # first\n3,4" << Points { { 1, 2 }, { 3, 4 } } << QString();
+    QTest::newRow("empty") << "  \n# nothing\n" << Points {} << QString();
+    QTest::newRow("semicolon") << "1,2 3;4" << Points {} << "malformed point '3;4' (expected x,y)";
+    QTest::newRow("space after comma") << "1, 2" << Points {} << "malformed point '1,' (expected x,y)";
+    QTest::newRow("three numbers") << "1,2,3" << Points {} << "malformed point '1,2,3' (expected x,y)";
+    QTest::newRow("not a number") << "a,2" << Points {} << "malformed point 'a,2' (expected x,y)";
+    QTest::newRow("nan") << "nan,2" << Points {} << "malformed point 'nan,2' (expected x,y)";
+    QTest::newRow("infinite") << "1,inf" << Points {} << "malformed point '1,inf' (expected x,y)";
+}
+
+void TestPXHostInput::pointLists()
+{
+    QFETCH(QString, text);
+    QFETCH(QList<QPointF>, points);
+    QFETCH(QString, error);
+
+    QList<QPointF> parsed { { -1, -1 } };
+    QString message;
+    QCOMPARE(PXPointList::parse(text, &parsed, &message), error.isEmpty());
+    QCOMPARE(message, error);
+    if (error.isEmpty())
+        QCOMPARE(parsed, points);
+    else
+        QCOMPARE(parsed, QList<QPointF>({ { -1, -1 } })); // untouched on failure
+}
+
+void TestPXHostInput::firstOutside_data()
+{
+    QTest::addColumn<QList<QPointF>>("points");
+    QTest::addColumn<int>("index");
+
+    using Points = QList<QPointF>;
+    QTest::newRow("all inside") << Points { { 0, 0 }, { 9.99, 7.5 } } << -1;
+    QTest::newRow("right edge") << Points { { 1, 1 }, { 10, 1 } } << 1;
+    QTest::newRow("bottom edge") << Points { { 1, 8 } } << 0;
+    QTest::newRow("negative") << Points { { 1, 1 }, { 2, 2 }, { -0.5, 2 } } << 2;
+    QTest::newRow("empty") << Points {} << -1;
+}
+
+void TestPXHostInput::firstOutside()
+{
+    QFETCH(QList<QPointF>, points);
+    QFETCH(int, index);
+    QCOMPARE(PXPointList::firstOutside(points, QSize(10, 8)), index);
+}
+
+void TestPXHostInput::brushStrokeCoversItsPath()
+{
+    const QPainterPath dot = PXPointList::brushStroke({ { 20, 20 } }, 5);
+    QVERIFY(dot.contains(QPointF(24, 20)));
+    QVERIFY(!dot.contains(QPointF(26, 20)));
+
+    const QPainterPath stroke = PXPointList::brushStroke({ { 10, 10 }, { 50, 10 }, { 50, 40 } }, 4);
+    for (const QPointF& p : { QPointF(10, 10), QPointF(30, 13), QPointF(50, 40), QPointF(53, 25), QPointF(7, 10) })
+        QVERIFY2(stroke.contains(p), qPrintable(PXPointList::format(p)));
+    QVERIFY(!stroke.contains(QPointF(30, 30)));
+
+    // A drag that never moved still paints a dot.
+    QVERIFY(PXPointList::brushStroke({ { 5, 5 }, { 5, 5 } }, 3).contains(QPointF(6, 6)));
+    QVERIFY(PXPointList::brushStroke({}, 3).isEmpty());
+}
+
+void TestPXHostInput::commandLines_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("error");
+
+    QTest::newRow("cut alone") << QStringList { "cut" } << QString();
+    QTest::newRow("full cut") << QStringList { "cut", "p.png", "--lasso", "1,1 9,1 9,9", "--click", "2,2",
+        "--paint", "bg", "3", "1,1 2,2", "--scribble", "fg", "1.5", "4,4", "--invert", "--mask-color",
+        "#ff8000", "--smooth", "2", "--out", "o" } << QString();
+    QTest::newRow("wire") << QStringList { "wire", "--seed", "1,1", "--to", "5,5", "--seed", "5,5", "--to", "9,1" }
+                          << QString();
+    QTest::newRow("help") << QStringList { "cut", "--lasso", "x", "--help" } << QString();
+    QTest::newRow("nothing") << QStringList {} << "missing command: cut or wire";
+    QTest::newRow("unknown command") << QStringList { "paste" } << "unknown command 'paste' (expected cut or wire)";
+    QTest::newRow("unknown option") << QStringList { "cut", "--lass", "1,1" } << "cut: unknown option '--lass'";
+    QTest::newRow("two photos") << QStringList { "cut", "a.png", "b.png" }
+                                << "cut: one photo only; 'b.png' is one too many";
+    QTest::newRow("lasso without value") << QStringList { "cut", "--lasso" } << "--lasso needs a list of points";
+    QTest::newRow("two lassos") << QStringList { "cut", "--lasso", "1,1", "--lasso-file", "f" }
+                                << "give the lasso once, with --lasso or --lasso-file";
+    QTest::newRow("malformed lasso") << QStringList { "cut", "--lasso", "1,1 2;2" }
+                                     << "--lasso: malformed point '2;2' (expected x,y)";
+    QTest::newRow("negative coordinates parse") << QStringList { "cut", "--click", "-3,4" } << QString();
+    QTest::newRow("paint side") << QStringList { "cut", "--paint", "in", "3", "1,1" }
+                                << "--paint: expected fg or bg, got 'in'";
+    QTest::newRow("paint radius") << QStringList { "cut", "--paint", "fg", "-3", "1,1" }
+                                  << "--paint: radius '-3' is not a positive number";
+    QTest::newRow("paint without points") << QStringList { "cut", "--scribble", "fg", "3" }
+                                          << "--scribble needs points after the radius";
+    QTest::newRow("paint empty points") << QStringList { "cut", "--paint", "fg", "3", " " }
+                                        << "--paint: the stroke has no points";
+    QTest::newRow("colour") << QStringList { "cut", "--mask-color", "#12345" }
+                            << "--mask-color: '#12345' is not a colour (expected #RRGGBB)";
+    QTest::newRow("smooth") << QStringList { "cut", "--smooth", "1.5" }
+                            << "--smooth: radius '1.5' is not a positive whole number";
+    QTest::newRow("wire without pairs") << QStringList { "wire", "p.png" }
+                                        << "wire needs at least one --seed x,y --to x,y pair";
+    QTest::newRow("seed without to") << QStringList { "wire", "--seed", "1,1", "--to", "2,2", "--seed", "3,3" }
+                                     << "--seed 3,3 has no --to after it";
+    QTest::newRow("to first") << QStringList { "wire", "--to", "2,2" } << "--to 2,2 has no --seed before it";
+    QTest::newRow("two seeds") << QStringList { "wire", "--seed", "1,1", "--seed", "2,2" }
+                               << "--seed 2,2 follows a --seed without its --to";
+}
+
+void TestPXHostInput::commandLines()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, error);
+
+    PXCutArguments parsed;
+    QString message;
+    QCOMPARE(parsed.parse(arguments, &message), error.isEmpty());
+    QCOMPARE(message, error);
+}
+
+void TestPXHostInput::refinementKeepsItsOrder()
+{
+    PXCutArguments parsed;
+    QString error;
+    QVERIFY(parsed.parse({ "cut", "--scribble", "bg", "2", "1,1 3,3", "--click", "5,6", "--paint", "fg", "4",
+                             "7,8", "--lasso-file", "l.txt" },
+        &error));
+    QCOMPARE(parsed.command, PXCutArguments::Cut);
+    QCOMPARE(parsed.lassoFile, QStringLiteral("l.txt"));
+    QCOMPARE(parsed.outputDirectory, QStringLiteral("out"));
+    QCOMPARE(parsed.steps.size(), 3);
+    QCOMPARE(parsed.steps.at(0).kind, PXCutStep::Scribble);
+    QCOMPARE(parsed.steps.at(0).foreground, false);
+    QCOMPARE(parsed.steps.at(0).radius, 2.0);
+    QCOMPARE(parsed.steps.at(0).points, QList<QPointF>({ { 1, 1 }, { 3, 3 } }));
+    QCOMPARE(parsed.steps.at(1).kind, PXCutStep::Click);
+    QCOMPARE(parsed.steps.at(1).points, QList<QPointF>({ { 5, 6 } }));
+    QCOMPARE(parsed.steps.at(2).kind, PXCutStep::Paint);
+    QCOMPARE(parsed.steps.at(2).foreground, true);
+}
+
+void TestPXHostInput::photoScaling_data()
+{
+    QTest::addColumn<QSize>("size");
+    QTest::addColumn<int>("maximalLength");
+    QTest::addColumn<QSize>("working");
+
+    QTest::newRow("landscape") << QSize(600, 400) << 300 << QSize(300, 200);
+    QTest::newRow("portrait rounds") << QSize(301, 1000) << 500 << QSize(151, 500);
+    QTest::newRow("small enough") << QSize(600, 400) << 600 << QSize(600, 400);
+    QTest::newRow("no limit") << QSize(600, 400) << 0 << QSize(600, 400);
+    QTest::newRow("thin line keeps a pixel") << QSize(1000, 1) << 100 << QSize(100, 1);
+}
+
+void TestPXHostInput::photoScaling()
+{
+    QFETCH(QSize, size);
+    QFETCH(int, maximalLength);
+    QFETCH(QSize, working);
+
+    QImage image(size, QImage::Format_Indexed8);
+    image.setColorTable({ qRgb(10, 20, 30) });
+    image.fill(0);
+    const PXHostPhoto photo = PXHostPhoto::fromImage(image, QFileInfo(), maximalLength);
+    QCOMPARE(photo.photo().size(), size);
+    QCOMPARE(photo.photo().format(), QImage::Format_ARGB32);
+    QCOMPARE(photo.working().size(), working);
+    QCOMPARE(photo.working().format(), QImage::Format_ARGB32);
+    QCOMPARE(photo.isScaled(), size != working);
+    const QPointF corner(size.width(), size.height());
+    QCOMPARE(photo.toWorking(corner), QPointF(working.width(), working.height()));
+    QCOMPARE(photo.toPhoto(photo.toWorking(QPointF(7, 1))), QPointF(7, 1));
+    QCOMPARE(photo.toPhotoSize(QImage(working, QImage::Format_ARGB32)).size(), size);
+}
+
+void TestPXHostInput::cutOutKeepsTheObject()
+{
+    QImage photo(4, 1, QImage::Format_RGB32);
+    photo.fill(qRgb(200, 100, 50));
+    QImage mask(4, 1, QImage::Format_ARGB32_Premultiplied);
+    mask.fill(qRgb(0, 0, 255)); // background, opaque
+    mask.setPixel(1, 0, 0);     // object, transparent
+    mask.setPixel(2, 0, 0);
+
+    const QImage cutout = PXHostImages::cutOut(photo, mask);
+    QCOMPARE(cutout.pixel(0, 0), qRgba(0, 0, 0, 0));
+    QCOMPARE(cutout.pixel(1, 0), qRgba(200, 100, 50, 255));
+    QCOMPARE(cutout.pixel(3, 0), qRgba(0, 0, 0, 0));
+    QCOMPARE(PXHostImages::objectShare(mask), 0.5);
+
+    const QImage overlay = PXHostImages::overlay(photo, mask, QImage(), 0.5);
+    QCOMPARE(overlay.pixel(2, 0), qRgb(200, 100, 50));
+    QVERIFY(qBlue(overlay.pixel(0, 0)) > 120 && qRed(overlay.pixel(0, 0)) < 110);
+}
+
+QTEST_GUILESS_MAIN(TestPXHostInput)
+#include "tst_pxhostinput.moc"
