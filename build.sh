@@ -32,7 +32,7 @@ ensure_packages
 case "${1:-}" in
 demo)
     build default
-    ./build/default/examples/pxycbcr --out out
+    ./build/default/examples/pxcut cut --out out
     ;;
 test)
     build default
