@@ -43,7 +43,9 @@ test)
 bench)
     build default
     for benchmark in build/default/bench/*/bench_*; do
-        "$benchmark"
+        if [[ -f "$benchmark" && -x "$benchmark" ]]; then
+            "$benchmark"
+        fi
     done
     ;;
 *)

@@ -5,7 +5,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <QCoreApplication>
 #include <QRandomGenerator>
 
 #include <chrono>
@@ -74,13 +73,3 @@ void BM_YCbCrConversionScalar(benchmark::State& state)
 
 BENCHMARK(BM_YCbCrConversion)->Args({ 1200, 800 })->Args({ 4000, 3000 })->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_YCbCrConversionScalar)->Args({ 1200, 800 })->Args({ 4000, 3000 })->UseManualTime()->Unit(benchmark::kMillisecond);
-
-int main(int argc, char** argv)
-{
-    // The main thread of an application always maps on the pool, as in a host.
-    QCoreApplication application(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

@@ -12,7 +12,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <QCoreApplication>
 #include <QImage>
 #include <QRandomGenerator>
 
@@ -251,12 +250,3 @@ void ResidentMemory(benchmark::State& state)
 BENCHMARK(ResidentMemory)->Apply(setArgs)->Iterations(1);
 
 } // namespace
-
-int main(int argc, char** argv)
-{
-    QCoreApplication application(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

@@ -9,7 +9,6 @@
 #include "PXImage.h"
 #include "PXSlic.h"
 
-#include <QGuiApplication>
 #include <QPainter>
 #include <QPainterPath>
 #include <QRandomGenerator>
@@ -235,16 +234,3 @@ double minimum(const std::vector<double>& values)
 BENCHMARK(BM_SlicRun_Scalar)->UseManualTime()->Unit(benchmark::kMillisecond)->ComputeStatistics("min", minimum);
 BENCHMARK(BM_SlicRun_SSE)->UseManualTime()->Unit(benchmark::kMillisecond)->ComputeStatistics("min", minimum);
 BENCHMARK(BM_SlicRun_AVX)->UseManualTime()->Unit(benchmark::kMillisecond)->ComputeStatistics("min", minimum);
-
-int main(int argc, char** argv)
-{
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    QGuiApplication application(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
