@@ -8,6 +8,7 @@
 // lasso and the cut, one plain copy of the mask for the refinement tools.
 #include "PXImageSegmentation.h"
 #include "PXInitialSegmentationWorker.h"
+#include "WorkerTestPhoto.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -63,22 +64,7 @@ QImage benchPhoto()
 /** An octagon round the middle whose bounding box is 60 % of the photo. */
 QPainterPath benchLasso()
 {
-    const double side = std::sqrt(0.6);
-    const QRectF box((1 - side) / 2 * myWidth, (1 - side) / 2 * myHeight, side * myWidth,
-                     side * myHeight);
-    const double cutX = box.width() * 0.2;
-    const double cutY = box.height() * 0.2;
-    QPainterPath path;
-    path.moveTo(box.left() + cutX, box.top());
-    path.lineTo(box.right() - cutX, box.top());
-    path.lineTo(box.right(), box.top() + cutY);
-    path.lineTo(box.right(), box.bottom() - cutY);
-    path.lineTo(box.right() - cutX, box.bottom());
-    path.lineTo(box.left() + cutX, box.bottom());
-    path.lineTo(box.left(), box.bottom() - cutY);
-    path.lineTo(box.left(), box.top() + cutY);
-    path.closeSubpath();
-    return path;
+    return WorkerTestPhoto::lasso(myWidth, myHeight, 0.6);
 }
 
 /** A brush stroke of radius 40 from one side of the figure to the other. */
