@@ -21,7 +21,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cmath>
 
 namespace {
 
