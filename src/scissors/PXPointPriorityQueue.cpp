@@ -77,12 +77,6 @@ PXPointPriorityQueue::Entry* PXPointPriorityQueue::Entry::get(
     return entry;
 }
 
-void PXPointPriorityQueue::Entry::release(Entry* entry)
-{
-    EntryLocker locker;
-    myAvailable.append(entry);
-}
-
 void PXPointPriorityQueue::Entry::release(Entry* const* entries, unsigned long count)
 {
     EntryLocker locker;
@@ -103,6 +97,7 @@ PXPointPriorityQueue::PXPointPriorityQueue(unsigned int width, unsigned int heig
         while (capacity < n)
             capacity *= 2;
         m_heap.reserve(capacity);
+        m_scores.reserve(capacity);
     }
 }
 
@@ -116,12 +111,27 @@ PXPointPriorityQueue::Entry* PXPointPriorityQueue::entryOf(unsigned long* heapIn
     return reinterpret_cast<Entry*>(reinterpret_cast<char*>(heapIndex) - offsetof(Entry, heapIndex));
 }
 
+PXPointPriorityQueue::Entry* PXPointPriorityQueue::takeEntry(
+    unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y, unsigned int data)
+{
+    if (m_spare.isEmpty())
+        return Entry::get(score, heapIndex, x, y, data);
+    Entry* entry = m_spare.takeLast();
+    entry->score = score;
+    entry->heapIndex = heapIndex;
+    entry->x = x;
+    entry->y = y;
+    entry->data = data;
+    return entry;
+}
+
 void PXPointPriorityQueue::insert(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
 {
-    Entry* entry = Entry::get(score, m_heap.size(), x, y, data);
+    Entry* entry = takeEntry(score, m_heap.size(), x, y, data);
     m_heap.append(entry);
+    m_scores.append(score);
     m_positions.set(x, y, &entry->heapIndex);
-    heapifyFromEndToBeginning(m_heap.size() - 1);
+    siftUp(m_heap.size() - 1);
 }
 
 void PXPointPriorityQueue::enqueue(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
@@ -137,7 +147,7 @@ bool PXPointPriorityQueue::dequeue(unsigned int& x, unsigned int& y, unsigned in
     x = root->x;
     y = root->y;
     data = root->data;
-    score = root->score;
+    score = m_scores[0];
     deleteRoot();
     return true;
 }
@@ -146,22 +156,40 @@ void PXPointPriorityQueue::deleteRoot()
 {
     Entry* root = m_heap[0];
     Entry* last = m_heap.takeLast();
+    const unsigned int lastScore = m_scores.takeLast();
     m_positions.set(root->x, root->y, nullptr);
     if (root != last) {
         m_heap[0] = last;
-        last->heapIndex = 0;
-        heapifyFromBeginningToEnd(0);
+        m_scores[0] = lastScore;
+        siftDown(0);
     }
-    Entry::release(root);
+    m_spare.append(root);
 }
 
 bool PXPointPriorityQueue::descreaseScore(unsigned int x, unsigned int y, unsigned int score)
 {
-    Entry* entry = entryOf(m_positions.get(x, y));
-    if (entry->score <= score)
+    const unsigned long i = *m_positions.get(x, y);
+    if (m_scores[i] <= score)
         return false;
-    entry->score = score;
-    heapifyFromEndToBeginning(entry->heapIndex);
+    m_heap[i]->score = score;
+    m_scores[i] = score;
+    siftUp(i);
+    return true;
+}
+
+bool PXPointPriorityQueue::enqueueOrDescrease(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
+{
+    const unsigned long* heapIndex = m_positions.get(x, y);
+    if (!heapIndex) {
+        insert(x, y, data, score);
+        return true;
+    }
+    const unsigned long i = *heapIndex;
+    if (m_scores[i] <= score)
+        return false;
+    m_heap[i]->score = score;
+    m_scores[i] = score;
+    siftUp(i);
     return true;
 }
 
@@ -171,51 +199,84 @@ void PXPointPriorityQueue::updateAllScores(ScoreCallback callback, void const* c
     for (unsigned long i = 0; i < count; ++i) {
         Entry* entry = m_heap[i];
         entry->score = callback(entry->x, entry->y, entry->data, context);
+        m_scores[i] = entry->score;
     }
     if (count < 2)
         return;
     for (unsigned long i = count / 2; i-- > 0;)
-        heapifyFromBeginningToEnd(i);
+        siftDown(i);
 }
 
 void PXPointPriorityQueue::clear()
 {
     Entry::release(m_heap.data(), m_heap.size());
+    Entry::release(m_spare.data(), m_spare.size());
     m_heap.clear();
+    m_scores.clear();
+    m_spare.clear();
     m_positions.clear();
 }
 
 void PXPointPriorityQueue::heapifyFromEndToBeginning(unsigned long i)
 {
-    while (i > 0) {
-        const unsigned long parent = (i - 1) / 2;
-        if (m_heap[parent]->score <= m_heap[i]->score)
-            return;
-        exchangeElements(parent, i);
-        i = parent;
-    }
+    siftUp(i);
 }
 
 void PXPointPriorityQueue::heapifyFromBeginningToEnd(unsigned long i)
 {
-    const unsigned long count = m_heap.size();
-    for (;;) {
-        const unsigned int score = m_heap[i]->score;
-        const unsigned long left = 2 * i + 1;
-        const unsigned long right = left + 1;
-        unsigned long candidate = i;
-        unsigned int candidateScore = score;
-        if (left < count && m_heap[left]->score < score) {
-            candidate = left;
-            candidateScore = m_heap[left]->score;
-        }
-        if (right < count && m_heap[right]->score < candidateScore)
-            candidate = right;
-        if (candidate == i)
-            return;
-        exchangeElements(i, candidate);
-        i = candidate;
+    siftDown(i);
+}
+
+// Both sifts move a hole instead of swapping: every entry passed over moves
+// once, and the moving entry is written once at the end. The comparisons,
+// and so the order, are those of pairwise exchanges.
+void PXPointPriorityQueue::siftUp(unsigned long i)
+{
+    Entry** heap = m_heap.data();
+    unsigned int* scores = m_scores.data();
+    Entry* entry = heap[i];
+    const unsigned int score = scores[i];
+    while (i > 0) {
+        const unsigned long parent = (i - 1) / 2;
+        // Never past an equal parent.
+        if (scores[parent] <= score)
+            break;
+        heap[i] = heap[parent];
+        scores[i] = scores[parent];
+        heap[i]->heapIndex = i;
+        i = parent;
     }
+    heap[i] = entry;
+    scores[i] = score;
+    entry->heapIndex = i;
+}
+
+void PXPointPriorityQueue::siftDown(unsigned long i)
+{
+    Entry** heap = m_heap.data();
+    unsigned int* scores = m_scores.data();
+    const unsigned long count = m_heap.size();
+    Entry* entry = heap[i];
+    const unsigned int score = scores[i];
+    for (;;) {
+        const unsigned long left = 2 * i + 1;
+        if (left >= count)
+            break;
+        // The smaller child, the left one on a tie; it rises only when
+        // strictly smaller than the moving entry.
+        unsigned long child = left;
+        if (left + 1 < count)
+            child += scores[left + 1] < scores[left];
+        if (scores[child] >= score)
+            break;
+        heap[i] = heap[child];
+        scores[i] = scores[child];
+        heap[i]->heapIndex = i;
+        i = child;
+    }
+    heap[i] = entry;
+    scores[i] = score;
+    entry->heapIndex = i;
 }
 
 void PXPointPriorityQueue::exchangeElements(unsigned long i, unsigned long j)
@@ -224,6 +285,9 @@ void PXPointPriorityQueue::exchangeElements(unsigned long i, unsigned long j)
     Entry* b = m_heap[j];
     m_heap[i] = b;
     m_heap[j] = a;
+    const unsigned int score = m_scores[i];
+    m_scores[i] = m_scores[j];
+    m_scores[j] = score;
     b->heapIndex = i;
     a->heapIndex = j;
 }

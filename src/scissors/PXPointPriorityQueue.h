@@ -15,7 +15,13 @@
  *
  * Every queued pixel has a position-index slot (a tiled sparse matrix over
  * the image) pointing at its entry's heapIndex field, which is kept exact at
- * every move. Entries come from a process-wide pool in blocks of 4096.
+ * every move. Entries come from a process-wide pool in blocks of 4096; a
+ * queue keeps the entries it dequeues for its next inserts and gives them
+ * back to the pool in clear(), so that a long search takes the pool's lock
+ * only now and then.
+ *
+ * The scores are mirrored in an array parallel to the heap, so that sifting
+ * compares neighbouring integers instead of following entry pointers.
  *
  * A queue belongs to one thread at a time; it does not lock. Coordinates must
  * lie inside the size given to the constructor.
@@ -35,8 +41,6 @@ public:
         /** Takes an entry from the pool and fills it. Thread-safe. */
         static Entry* get(unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y,
             unsigned int data);
-        /** Gives @p entry back to the pool. Thread-safe. */
-        static void release(Entry* entry);
         /** Gives @p count entries back to the pool under one lock. Thread-safe. */
         static void release(Entry* const* entries, unsigned long count);
 
@@ -84,10 +88,17 @@ public:
      */
     bool descreaseScore(unsigned int x, unsigned int y, unsigned int score);
 
+    /**
+     * Queues (@p x, @p y) with @p score when it is not queued, otherwise the
+     * same as descreaseScore(). Returns whether the pixel was queued or its
+     * score lowered.
+     */
+    bool enqueueOrDescrease(unsigned int x, unsigned int y, unsigned int data, unsigned int score);
+
     /** Recomputes every score with @p callback(x, y, data, @p context) and rebuilds the heap. */
     void updateAllScores(ScoreCallback callback, void const* context);
 
-    /** Empties the queue; keeps the heap array, hands the index tiles back. */
+    /** Empties the queue; keeps the heap array, hands the index tiles and the kept entries back. */
     void clear();
 
     /** Sift-up from @p i. */
@@ -104,7 +115,14 @@ public:
 
 private:
     static Entry* entryOf(unsigned long* heapIndex);
+    Entry* takeEntry(unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y, unsigned int data);
+    void siftUp(unsigned long i);
+    void siftDown(unsigned long i);
 
     PXScissors::vector<Entry*> m_heap;
     PXScissors::SparseMatrix<unsigned long*, 4096u> m_positions;
+    // m_scores[i] == m_heap[i]->score, always.
+    PXScissors::vector<unsigned int> m_scores;
+    // Entries dequeued from this queue, reused before the pool's.
+    PXScissors::vector<Entry*> m_spare;
 };
