@@ -10,6 +10,11 @@ namespace {
 
 constexpr unsigned int mySeedMark = 0xFFFFFFFFu;
 
+// The weight calculator's blocks and the matrices' tiles share this grid.
+constexpr unsigned int myBlockSize = 4096;
+constexpr unsigned int myBlockShift = 12;
+constexpr unsigned int myBlockMask = myBlockSize - 1;
+
 // truncate(c x sqrt(2)) for every cost byte.
 struct DiagonalCosts
 {
@@ -84,11 +89,37 @@ void PXIntelligentScissorsWireCalculator::runningThread()
 
     const unsigned int width = m_width;
     const unsigned int height = m_height;
+    // The block of the last pixel settled, with its size.
+    unsigned int blockX = UINT_MAX;
+    unsigned int blockY = UINT_MAX;
+    unsigned int blockWidth = 0;
+    unsigned int blockHeight = 0;
     unsigned int x, y, index, score;
     while (isExecuting() && m_queue.dequeue(x, y, index, score)) {
         // Release order: a reader that sees the pixel settled sees its whole path.
         m_settled.set(x, y, true);
-        if (x > 0 && x + 1 < width && y > 0 && y + 1 < height) {
+
+        // Most pixels have their whole 3 x 3 square inside one computed
+        // block (and so inside one tile of every matrix, whose grid is the
+        // blocks'): their neighbours are read straight from the block.
+        const unsigned int bx = x >> myBlockShift;
+        const unsigned int by = y >> myBlockShift;
+        if (bx != blockX || by != blockY) {
+            blockX = bx;
+            blockY = by;
+            blockWidth = m_weights->blockWidth(bx);
+            blockHeight = m_weights->blockHeight(by);
+        }
+        const unsigned int lx = x & myBlockMask;
+        const unsigned int ly = y & myBlockMask;
+        const unsigned char* block = nullptr;
+        if (lx > 0 && ly > 0 && lx + 1 < blockWidth && ly + 1 < blockHeight)
+            block = m_weights->calculatedBlock(bx, by);
+
+        if (block) {
+            relaxInsideBlock(x, y, index, score, block + static_cast<unsigned long>(ly) * blockWidth + lx,
+                blockWidth);
+        } else if (x > 0 && x + 1 < width && y > 0 && y + 1 < height) {
             calculatePoint(x - 1, y - 1, index - width - 1, true, index, score);
             calculatePoint(x, y - 1, index - width, false, index, score);
             calculatePoint(x + 1, y - 1, index - width + 1, true, index, score);
@@ -114,6 +145,35 @@ void PXIntelligentScissorsWireCalculator::runningThread()
     m_weights->endReading();
 }
 
+// calculatePoint() for the eight neighbours of (x, y), in its order, when
+// all of them lie in the computed block whose cost of (x, y) is at @p cost.
+void PXIntelligentScissorsWireCalculator::relaxInsideBlock(unsigned int x, unsigned int y, unsigned int index,
+    unsigned int score, const unsigned char* cost, unsigned int blockWidth)
+{
+    const bool* settled = m_settled.slotAddress(x, y);
+    const long up = -static_cast<long>(myBlockSize);
+    const long down = myBlockSize;
+    const long costUp = -static_cast<long>(blockWidth);
+    const long costDown = blockWidth;
+    const unsigned int width = m_width;
+    auto relax = [&](int dx, long settledRow, long costRow, unsigned int neighbour, bool diagonal, int dy) {
+        if (settled[settledRow + dx])
+            return;
+        const unsigned char c = cost[costRow + dx];
+        const unsigned int total = score + (diagonal ? myDiagonalCosts.cost[c] : c);
+        if (m_queue.enqueueOrDescrease(x + dx, y + dy, neighbour, total))
+            m_predecessor.set(x + dx, y + dy, index);
+    };
+    relax(-1, up, costUp, index - width - 1, true, -1);
+    relax(0, up, costUp, index - width, false, -1);
+    relax(1, up, costUp, index - width + 1, true, -1);
+    relax(-1, 0, 0, index - 1, false, 0);
+    relax(1, 0, 0, index + 1, false, 0);
+    relax(-1, down, costDown, index + width - 1, true, 1);
+    relax(0, down, costDown, index + width, false, 1);
+    relax(1, down, costDown, index + width + 1, true, 1);
+}
+
 void PXIntelligentScissorsWireCalculator::calculatePoint(
     unsigned int x, unsigned int y, unsigned int index, bool diagonal, unsigned int from, unsigned int score)
 {
@@ -123,13 +183,8 @@ void PXIntelligentScissorsWireCalculator::calculatePoint(
     if (!m_weights->get(x, y, &cost))
         return;
     const unsigned int total = score + (diagonal ? myDiagonalCosts.cost[cost] : cost);
-    if (m_queue.contains(x, y)) {
-        if (!m_queue.descreaseScore(x, y, total))
-            return;
-    } else {
-        m_queue.enqueue(x, y, index, total);
-    }
-    m_predecessor.set(x, y, from);
+    if (m_queue.enqueueOrDescrease(x, y, index, total))
+        m_predecessor.set(x, y, from);
 }
 
 QList<QPoint> PXIntelligentScissorsWireCalculator::calculateTrace(unsigned int x, unsigned int y) const

@@ -80,6 +80,8 @@ public:
 private:
     using PXIntelligentScissorsWorker::startThread;
     void forgetResults();
+    void relaxInsideBlock(unsigned int x, unsigned int y, unsigned int index, unsigned int score,
+        const unsigned char* cost, unsigned int blockWidth);
 
     PXIntelligentScissorsWeightCalculator* m_weights;
     unsigned int m_width;

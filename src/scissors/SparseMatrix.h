@@ -80,6 +80,17 @@ public:
         return tile ? __atomic_load_n(&tile[slotOf(x, y)], __ATOMIC_ACQUIRE) : T();
     }
 
+    /**
+     * The address of (@p x, @p y)'s slot, or null while its tile is absent.
+     * Inside a tile, the slot of (x + dx, y + dy) lies dx + dy TileSize
+     * slots further on. For the writing thread.
+     */
+    const T* slotAddress(unsigned int x, unsigned int y) const
+    {
+        T* tile = cellOf(x, y).tile;
+        return tile ? tile + slotOf(x, y) : nullptr;
+    }
+
     /** Whether the tile holding (@p x, @p y) is present. */
     bool hasTile(unsigned int x, unsigned int y) const
     {
