@@ -151,8 +151,8 @@ void PXIntelligentScissorsWireCalculator::relaxInsideBlock(unsigned int x, unsig
     unsigned int score, const unsigned char* cost, unsigned int blockWidth)
 {
     const bool* settled = m_settled.slotAddress(x, y);
-    const long up = -static_cast<long>(myBlockSize);
-    const long down = myBlockSize;
+    const long down = m_settled.rowLength(x);
+    const long up = -down;
     const long costUp = -static_cast<long>(blockWidth);
     const long costDown = blockWidth;
     const unsigned int width = m_width;
