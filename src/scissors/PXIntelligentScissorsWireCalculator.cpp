@@ -41,10 +41,10 @@ PXIntelligentScissorsWireCalculator::PXIntelligentScissorsWireCalculator(PXIntel
     , m_width(weights->widthReduced())
     , m_height(weights->heightReduced())
     , m_scale(weights->scale())
-    , m_settled(m_width, m_height)
+    // Readers on other threads read both matrices while the search writes:
+    // no tile may go back to the pool before the next search.
+    , m_settled(m_width, m_height, PXScissors::SparseMatrix<bool, 4096u>::KeepTilesUntilClear)
     , m_queue(m_width, m_height)
-    // Readers on other threads follow predecessors while the search writes:
-    // no predecessor tile may go back to the pool before the next search.
     , m_predecessor(m_width, m_height, PXScissors::SparseMatrix<unsigned int, 4096u>::KeepTilesUntilClear)
 {
     setTotalProgress(progressTotal(m_width, m_height));

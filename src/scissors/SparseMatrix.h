@@ -111,7 +111,10 @@ public:
         return __atomic_load_n(&cellOf(x, y).tile, __ATOMIC_RELAXED) != nullptr;
     }
 
-    /** Number of empty slots of the tile holding (@p x, @p y) (meaningful while it is present). */
+    /**
+     * Number of empty slots of the tile holding (@p x, @p y); meaningful
+     * while the tile is present, and only with ReturnEmptyTiles.
+     */
     unsigned int freeCount(unsigned int x, unsigned int y) const { return cellOf(x, y).freeCount; }
 
     /** Stores @p value (release order), creating or handing back the tile as needed. */
@@ -122,14 +125,19 @@ public:
         T* tile = cell.tile;
         const bool empty = value == T();
         if (tile) {
+            if (m_policy == KeepTilesUntilClear) {
+                // Such a tile goes back only in clear(), so its count is not
+                // kept up and the old value need not be read.
+                if (!empty)
+                    extendDirty(cell, slot);
+                __atomic_store_n(&tile[slot], value, __ATOMIC_RELEASE);
+                return;
+            }
             const bool wasEmpty = tile[slot] == T();
             if (!empty) {
                 if (wasEmpty)
                     --cell.freeCount;
-                if (slot < cell.dirtyBegin)
-                    cell.dirtyBegin = slot;
-                if (slot >= cell.dirtyEnd)
-                    cell.dirtyEnd = slot + 1;
+                extendDirty(cell, slot);
                 __atomic_store_n(&tile[slot], value, __ATOMIC_RELEASE);
                 return;
             }
@@ -183,6 +191,13 @@ private:
     Cell& cellOf(unsigned int x, unsigned int y) const
     {
         return m_cells[(y >> myShift) * m_columns + (x >> myShift)];
+    }
+    static void extendDirty(Cell& cell, unsigned int slot)
+    {
+        if (slot < cell.dirtyBegin)
+            cell.dirtyBegin = slot;
+        if (slot >= cell.dirtyEnd)
+            cell.dirtyEnd = slot + 1;
     }
     static unsigned int slotOf(const Cell& cell, unsigned int x, unsigned int y)
     {
