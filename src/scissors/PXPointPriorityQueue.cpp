@@ -3,7 +3,6 @@
 #include <QtGlobal>
 
 #include <atomic>
-#include <cstddef>
 #include <cstdlib>
 #include <thread>
 
@@ -106,16 +105,15 @@ PXPointPriorityQueue::~PXPointPriorityQueue()
     clear();
 }
 
-PXPointPriorityQueue::Entry* PXPointPriorityQueue::entryOf(unsigned long* heapIndex)
-{
-    return reinterpret_cast<Entry*>(reinterpret_cast<char*>(heapIndex) - offsetof(Entry, heapIndex));
-}
-
 PXPointPriorityQueue::Entry* PXPointPriorityQueue::takeEntry(
     unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y, unsigned int data)
 {
-    if (m_spare.isEmpty())
-        return Entry::get(score, heapIndex, x, y, data);
+    if (m_spare.isEmpty()) {
+        Entry* entry = Entry::get(score, heapIndex, x, y, data);
+        entry->number = static_cast<unsigned int>(m_entries.size());
+        m_entries.append(entry);
+        return entry;
+    }
     Entry* entry = m_spare.takeLast();
     entry->score = score;
     entry->heapIndex = heapIndex;
@@ -130,7 +128,7 @@ void PXPointPriorityQueue::insert(unsigned int x, unsigned int y, unsigned int d
     Entry* entry = takeEntry(score, m_heap.size(), x, y, data);
     m_heap.append(entry);
     m_scores.append(score);
-    m_positions.set(x, y, &entry->heapIndex);
+    m_positions.set(x, y, positionOf(score, entry->number));
     siftUp(m_heap.size() - 1);
 }
 
@@ -157,7 +155,7 @@ void PXPointPriorityQueue::deleteRoot()
     Entry* root = m_heap[0];
     Entry* last = m_heap.takeLast();
     const unsigned int lastScore = m_scores.takeLast();
-    m_positions.set(root->x, root->y, nullptr);
+    m_positions.set(root->x, root->y, 0);
     if (root != last) {
         m_heap[0] = last;
         m_scores[0] = lastScore;
@@ -168,29 +166,21 @@ void PXPointPriorityQueue::deleteRoot()
 
 bool PXPointPriorityQueue::descreaseScore(unsigned int x, unsigned int y, unsigned int score)
 {
-    const unsigned long i = *m_positions.get(x, y);
-    if (m_scores[i] <= score)
+    const unsigned long position = m_positions.get(x, y);
+    if (scoreOf(position) <= score)
         return false;
-    m_heap[i]->score = score;
-    m_scores[i] = score;
-    siftUp(i);
+    lowerScore(x, y, position, score);
     return true;
 }
 
-bool PXPointPriorityQueue::enqueueOrDescrease(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
+void PXPointPriorityQueue::lowerScore(unsigned int x, unsigned int y, unsigned long position, unsigned int score)
 {
-    const unsigned long* heapIndex = m_positions.get(x, y);
-    if (!heapIndex) {
-        insert(x, y, data, score);
-        return true;
-    }
-    const unsigned long i = *heapIndex;
-    if (m_scores[i] <= score)
-        return false;
-    m_heap[i]->score = score;
-    m_scores[i] = score;
-    siftUp(i);
-    return true;
+    const unsigned int number = numberOf(position);
+    Entry* entry = m_entries[number];
+    m_positions.set(x, y, positionOf(score, number));
+    entry->score = score;
+    m_scores[entry->heapIndex] = score;
+    siftUp(entry->heapIndex);
 }
 
 void PXPointPriorityQueue::updateAllScores(ScoreCallback callback, void const* context)
@@ -200,6 +190,9 @@ void PXPointPriorityQueue::updateAllScores(ScoreCallback callback, void const* c
         Entry* entry = m_heap[i];
         entry->score = callback(entry->x, entry->y, entry->data, context);
         m_scores[i] = entry->score;
+        // A pixel queued twice is indexed by its newer entry only.
+        if (numberOf(m_positions.get(entry->x, entry->y)) == entry->number)
+            m_positions.set(entry->x, entry->y, positionOf(entry->score, entry->number));
     }
     if (count < 2)
         return;
@@ -209,8 +202,9 @@ void PXPointPriorityQueue::updateAllScores(ScoreCallback callback, void const* c
 
 void PXPointPriorityQueue::clear()
 {
-    Entry::release(m_heap.data(), m_heap.size());
-    Entry::release(m_spare.data(), m_spare.size());
+    // The heap and the spare entries are all numbered.
+    Entry::release(m_entries.data(), m_entries.size());
+    m_entries.clear();
     m_heap.clear();
     m_scores.clear();
     m_spare.clear();

@@ -14,11 +14,12 @@
  * to the moving entry stay where they are.
  *
  * Every queued pixel has a position-index slot (a tiled sparse matrix over
- * the image) pointing at its entry's heapIndex field, which is kept exact at
- * every move. Entries come from a process-wide pool in blocks of 4096; a
- * queue keeps the entries it dequeues for its next inserts and gives them
- * back to the pool in clear(), so that a long search takes the pool's lock
- * only now and then.
+ * the image) that names its entry, whose heapIndex is kept exact at every
+ * move, and holds its score: a search that finds a queued pixel already
+ * reached as cheaply, the common case, reads nothing else. Entries come from
+ * a process-wide pool in blocks of 4096; a queue numbers the entries it
+ * takes, keeps them for its next inserts and gives them back to the pool in
+ * clear(), so that a long search takes the pool's lock only now and then.
  *
  * The scores are mirrored in an array parallel to the heap, so that sifting
  * compares neighbouring integers instead of following entry pointers.
@@ -33,6 +34,7 @@ public:
     struct PXIMAGECUTTER_EXPORT Entry
     {
         unsigned int score;      ///< the heap key, smaller is better
+        unsigned int number;     ///< the queue's own number for the entry (in what would be padding)
         unsigned long heapIndex; ///< current position in the heap array
         unsigned int x;
         unsigned int y;
@@ -79,7 +81,7 @@ public:
     void deleteRoot();
 
     /** Whether (@p x, @p y) is queued. */
-    bool contains(unsigned int x, unsigned int y) const { return m_positions.get(x, y) != nullptr; }
+    bool contains(unsigned int x, unsigned int y) const { return m_positions.get(x, y) != 0; }
 
     /**
      * Lowers the score of the queued pixel (@p x, @p y) to @p score and moves
@@ -93,7 +95,18 @@ public:
      * same as descreaseScore(). Returns whether the pixel was queued or its
      * score lowered.
      */
-    bool enqueueOrDescrease(unsigned int x, unsigned int y, unsigned int data, unsigned int score);
+    bool enqueueOrDescrease(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
+    {
+        const unsigned long position = m_positions.get(x, y);
+        if (position == 0) {
+            insert(x, y, data, score);
+            return true;
+        }
+        if (scoreOf(position) <= score)
+            return false;
+        lowerScore(x, y, position, score);
+        return true;
+    }
 
     /** Recomputes every score with @p callback(x, y, data, @p context) and rebuilds the heap. */
     void updateAllScores(ScoreCallback callback, void const* context);
@@ -114,15 +127,26 @@ public:
     const PXScissors::vector<Entry*>& heap() const { return m_heap; }
 
 private:
-    static Entry* entryOf(unsigned long* heapIndex);
+    // A position-index value: the score above the entry's number + 1 (so a
+    // queued pixel's value is never 0).
+    static unsigned long positionOf(unsigned int score, unsigned int number)
+    {
+        return (static_cast<unsigned long>(score) << 32) | (static_cast<unsigned long>(number) + 1);
+    }
+    static unsigned int scoreOf(unsigned long position) { return static_cast<unsigned int>(position >> 32); }
+    static unsigned int numberOf(unsigned long position) { return static_cast<unsigned int>(position) - 1; }
+
     Entry* takeEntry(unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y, unsigned int data);
+    void lowerScore(unsigned int x, unsigned int y, unsigned long position, unsigned int score);
     void siftUp(unsigned long i);
     void siftDown(unsigned long i);
 
     PXScissors::vector<Entry*> m_heap;
-    PXScissors::SparseMatrix<unsigned long*, 4096u> m_positions;
+    PXScissors::SparseMatrix<unsigned long, 4096u> m_positions;
     // m_scores[i] == m_heap[i]->score, always.
     PXScissors::vector<unsigned int> m_scores;
+    // Every entry this queue took from the pool, by its number.
+    PXScissors::vector<Entry*> m_entries;
     // Entries dequeued from this queue, reused before the pool's.
     PXScissors::vector<Entry*> m_spare;
 };
