@@ -253,19 +253,27 @@ void PXPointPriorityQueue::siftDown(unsigned long i)
     Entry* entry = heap[i];
     const unsigned int score = scores[i];
     for (;;) {
-        const unsigned long left = 2 * i + 1;
-        if (left >= count)
-            break;
         // The smaller child, the left one on a tie; it rises only when
         // strictly smaller than the moving entry.
-        unsigned long child = left;
-        if (left + 1 < count)
-            child += scores[left + 1] < scores[left];
-        if (scores[child] >= score)
+        unsigned long child = 2 * i + 1;
+        unsigned int childScore;
+        if (child + 1 < count) {
+            const unsigned int left = scores[child];
+            const unsigned int right = scores[child + 1];
+            const bool rightWins = right < left;
+            child += rightWins;
+            childScore = rightWins ? right : left;
+        } else if (child < count) {
+            childScore = scores[child];
+        } else {
             break;
-        heap[i] = heap[child];
-        scores[i] = scores[child];
-        heap[i]->heapIndex = i;
+        }
+        if (childScore >= score)
+            break;
+        Entry* moved = heap[child];
+        heap[i] = moved;
+        scores[i] = childScore;
+        moved->heapIndex = i;
         i = child;
     }
     heap[i] = entry;
