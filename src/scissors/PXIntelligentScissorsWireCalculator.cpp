@@ -84,8 +84,11 @@ void PXIntelligentScissorsWireCalculator::runningThread()
         return;
     m_weights->beginReading();
     m_weights->calculateRegion(m_seedX, m_seedY, m_radius);
-    m_queue.enqueue(m_seedX, m_seedY, m_seedX + m_seedY * m_width, 0);
-    m_predecessor.set(m_seedX, m_seedY, mySeedMark);
+    // The queue carries with every pixel the pixel it is best reached from;
+    // it becomes the predecessor when the pixel settles. Readers only follow
+    // the predecessors of settled pixels, so they see the same paths as if
+    // every improvement were written at once, with far fewer writes.
+    m_queue.enqueue(m_seedX, m_seedY, mySeedMark, 0);
 
     const unsigned int width = m_width;
     const unsigned int height = m_height;
@@ -94,10 +97,13 @@ void PXIntelligentScissorsWireCalculator::runningThread()
     unsigned int blockY = UINT_MAX;
     unsigned int blockWidth = 0;
     unsigned int blockHeight = 0;
-    unsigned int x, y, index, score;
-    while (isExecuting() && m_queue.dequeue(x, y, index, score)) {
+    bool sameRows = false;
+    unsigned int x, y, from, score;
+    while (isExecuting() && m_queue.dequeue(x, y, from, score)) {
         // Release order: a reader that sees the pixel settled sees its whole path.
+        m_predecessor.set(x, y, from);
         m_settled.set(x, y, true);
+        const unsigned int index = x + y * width;
 
         // Most pixels have their whole 3 x 3 square inside one computed
         // block (and so inside one tile of every matrix, whose grid is the
@@ -109,16 +115,16 @@ void PXIntelligentScissorsWireCalculator::runningThread()
             blockY = by;
             blockWidth = m_weights->blockWidth(bx);
             blockHeight = m_weights->blockHeight(by);
+            sameRows = blockWidth == m_settled.rowLength(x);
         }
         const unsigned int lx = x & myBlockMask;
         const unsigned int ly = y & myBlockMask;
         const unsigned char* block = nullptr;
-        if (lx > 0 && ly > 0 && lx + 1 < blockWidth && ly + 1 < blockHeight)
+        if (sameRows && lx > 0 && ly > 0 && lx + 1 < blockWidth && ly + 1 < blockHeight)
             block = m_weights->calculatedBlock(bx, by);
 
         if (block) {
-            relaxInsideBlock(x, y, index, score, block + static_cast<unsigned long>(ly) * blockWidth + lx,
-                blockWidth);
+            relaxInsideBlock(x, y, index, score, block + static_cast<unsigned long>(ly) * blockWidth + lx);
         } else if (x > 0 && x + 1 < width && y > 0 && y + 1 < height) {
             calculatePoint(x - 1, y - 1, index - width - 1, true, index, score);
             calculatePoint(x, y - 1, index - width, false, index, score);
@@ -147,44 +153,42 @@ void PXIntelligentScissorsWireCalculator::runningThread()
 
 // calculatePoint() for the eight neighbours of (x, y), in its order, when
 // all of them lie in the computed block whose cost of (x, y) is at @p cost.
-void PXIntelligentScissorsWireCalculator::relaxInsideBlock(unsigned int x, unsigned int y, unsigned int index,
-    unsigned int score, const unsigned char* cost, unsigned int blockWidth)
+// The block's rows and the tiles' rows have the same length.
+void PXIntelligentScissorsWireCalculator::relaxInsideBlock(
+    unsigned int x, unsigned int y, unsigned int index, unsigned int score, const unsigned char* cost)
 {
     const bool* settled = m_settled.slotAddress(x, y);
     const long down = m_settled.rowLength(x);
     const long up = -down;
-    const long costUp = -static_cast<long>(blockWidth);
-    const long costDown = blockWidth;
-    const unsigned int width = m_width;
-    auto relax = [&](int dx, long settledRow, long costRow, unsigned int neighbour, bool diagonal, int dy) {
-        if (settled[settledRow + dx])
+    auto relax = [&](int dx, long row, int dy, bool diagonal) {
+        if (settled[row + dx])
             return;
-        const unsigned char c = cost[costRow + dx];
+        const unsigned char c = cost[row + dx];
         const unsigned int total = score + (diagonal ? myDiagonalCosts.cost[c] : c);
-        if (m_queue.enqueueOrDescrease(x + dx, y + dy, neighbour, total))
-            m_predecessor.set(x + dx, y + dy, index);
+        m_queue.enqueueOrDescrease(x + dx, y + dy, index, total);
     };
-    relax(-1, up, costUp, index - width - 1, true, -1);
-    relax(0, up, costUp, index - width, false, -1);
-    relax(1, up, costUp, index - width + 1, true, -1);
-    relax(-1, 0, 0, index - 1, false, 0);
-    relax(1, 0, 0, index + 1, false, 0);
-    relax(-1, down, costDown, index + width - 1, true, 1);
-    relax(0, down, costDown, index + width, false, 1);
-    relax(1, down, costDown, index + width + 1, true, 1);
+    relax(-1, up, -1, true);
+    relax(0, up, -1, false);
+    relax(1, up, -1, true);
+    relax(-1, 0, 0, false);
+    relax(1, 0, 0, false);
+    relax(-1, down, 1, true);
+    relax(0, down, 1, false);
+    relax(1, down, 1, true);
 }
 
 void PXIntelligentScissorsWireCalculator::calculatePoint(
     unsigned int x, unsigned int y, unsigned int index, bool diagonal, unsigned int from, unsigned int score)
 {
+    // The queue carries the predecessor, so the neighbour's own index is not needed.
+    Q_UNUSED(index);
     if (m_settled.get(x, y))
         return;
     unsigned char cost;
     if (!m_weights->get(x, y, &cost))
         return;
     const unsigned int total = score + (diagonal ? myDiagonalCosts.cost[cost] : cost);
-    if (m_queue.enqueueOrDescrease(x, y, index, total))
-        m_predecessor.set(x, y, from);
+    m_queue.enqueueOrDescrease(x, y, from, total);
 }
 
 QList<QPoint> PXIntelligentScissorsWireCalculator::calculateTrace(unsigned int x, unsigned int y) const

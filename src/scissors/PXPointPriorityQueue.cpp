@@ -173,7 +173,8 @@ bool PXPointPriorityQueue::descreaseScore(unsigned int x, unsigned int y, unsign
     return true;
 }
 
-void PXPointPriorityQueue::lowerScore(unsigned int x, unsigned int y, unsigned long position, unsigned int score)
+PXPointPriorityQueue::Entry* PXPointPriorityQueue::lowerScore(
+    unsigned int x, unsigned int y, unsigned long position, unsigned int score)
 {
     const unsigned int number = numberOf(position);
     Entry* entry = m_entries[number];
@@ -181,6 +182,7 @@ void PXPointPriorityQueue::lowerScore(unsigned int x, unsigned int y, unsigned l
     entry->score = score;
     m_scores[entry->heapIndex] = score;
     siftUp(entry->heapIndex);
+    return entry;
 }
 
 void PXPointPriorityQueue::updateAllScores(ScoreCallback callback, void const* context)

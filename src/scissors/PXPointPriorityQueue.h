@@ -91,9 +91,11 @@ public:
     bool descreaseScore(unsigned int x, unsigned int y, unsigned int score);
 
     /**
-     * Queues (@p x, @p y) with @p score when it is not queued, otherwise the
-     * same as descreaseScore(). Returns whether the pixel was queued or its
-     * score lowered.
+     * Queues (@p x, @p y) with @p data and @p score when it is not queued.
+     * When it is queued with a higher score, lowers that to @p score like
+     * descreaseScore() and, unlike it, replaces its data with @p data (a
+     * search keeps there where the pixel is best reached from). Returns
+     * whether the pixel was queued or lowered.
      */
     bool enqueueOrDescrease(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
     {
@@ -104,7 +106,7 @@ public:
         }
         if (scoreOf(position) <= score)
             return false;
-        lowerScore(x, y, position, score);
+        lowerScore(x, y, position, score)->data = data;
         return true;
     }
 
@@ -137,7 +139,7 @@ private:
     static unsigned int numberOf(unsigned long position) { return static_cast<unsigned int>(position) - 1; }
 
     Entry* takeEntry(unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y, unsigned int data);
-    void lowerScore(unsigned int x, unsigned int y, unsigned long position, unsigned int score);
+    Entry* lowerScore(unsigned int x, unsigned int y, unsigned long position, unsigned int score);
     void siftUp(unsigned long i);
     void siftDown(unsigned long i);
 
