@@ -158,6 +158,7 @@ void PXIntelligentScissorsWireCalculator::relaxInsideBlock(
     unsigned int x, unsigned int y, unsigned int index, unsigned int score, const unsigned char* cost)
 {
     const bool* settled = m_settled.slotAddress(x, y);
+    const PXPointPriorityQueue::Square queued = m_queue.square(x, y);
     const long down = m_settled.rowLength(x);
     const long up = -down;
     auto relax = [&](int dx, long row, int dy, bool diagonal) {
@@ -165,7 +166,7 @@ void PXIntelligentScissorsWireCalculator::relaxInsideBlock(
             return;
         const unsigned char c = cost[row + dx];
         const unsigned int total = score + (diagonal ? myDiagonalCosts.cost[c] : c);
-        m_queue.enqueueOrDescrease(x + dx, y + dy, index, total);
+        m_queue.enqueueOrDescrease(queued, dx, dy, x + dx, y + dy, index, total);
     };
     relax(-1, up, -1, true);
     relax(0, up, -1, false);

@@ -99,15 +99,37 @@ public:
      */
     bool enqueueOrDescrease(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
     {
-        const unsigned long position = m_positions.get(x, y);
-        if (position == 0) {
-            insert(x, y, data, score);
-            return true;
-        }
-        if (scoreOf(position) <= score)
-            return false;
-        lowerScore(x, y, position, score)->data = data;
-        return true;
+        return enqueueOrDescrease(m_positions.get(x, y), x, y, data, score);
+    }
+
+
+    /** The position index over the 3 x 3 square around one pixel; see square(). */
+    struct Square
+    {
+        const unsigned long* centre; ///< the centre's value; null while no pixel of its tile is queued
+        long rowLength;              ///< values from one row to the next
+    };
+
+    /**
+     * The position index around (@p x, @p y), for a search that relaxes the
+     * neighbours of one pixel without looking each up: the whole square must
+     * lie in one tile of the index. Valid until the next deleteRoot(),
+     * dequeue() or clear().
+     */
+    Square square(unsigned int x, unsigned int y) const
+    {
+        return Square {m_positions.slotAddress(x, y), static_cast<long>(m_positions.rowLength(x))};
+    }
+
+    /**
+     * enqueueOrDescrease() for (@p x, @p y), which lies (@p dx, @p dy) from the
+     * centre of @p square.
+     */
+    bool enqueueOrDescrease(const Square& square, int dx, int dy, unsigned int x, unsigned int y, unsigned int data,
+        unsigned int score)
+    {
+        const unsigned long position = square.centre ? square.centre[dx + dy * square.rowLength] : m_positions.get(x, y);
+        return enqueueOrDescrease(position, x, y, data, score);
     }
 
     /** Recomputes every score with @p callback(x, y, data, @p context) and rebuilds the heap. */
@@ -138,6 +160,18 @@ private:
     static unsigned int scoreOf(unsigned long position) { return static_cast<unsigned int>(position >> 32); }
     static unsigned int numberOf(unsigned long position) { return static_cast<unsigned int>(position) - 1; }
 
+    bool enqueueOrDescrease(unsigned long position, unsigned int x, unsigned int y, unsigned int data,
+        unsigned int score)
+    {
+        if (position == 0) {
+            insert(x, y, data, score);
+            return true;
+        }
+        if (scoreOf(position) <= score)
+            return false;
+        lowerScore(x, y, position, score)->data = data;
+        return true;
+    }
     Entry* takeEntry(unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y, unsigned int data);
     Entry* lowerScore(unsigned int x, unsigned int y, unsigned long position, unsigned int score);
     void siftUp(unsigned long i);
