@@ -125,6 +125,13 @@ PXPointPriorityQueue::Entry* PXPointPriorityQueue::takeEntry(
 
 void PXPointPriorityQueue::insert(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
 {
+    if (m_positions.get(x, y) != 0)
+        m_shadowed = true;
+    insertUnqueued(x, y, data, score);
+}
+
+void PXPointPriorityQueue::insertUnqueued(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
+{
     Entry* entry = takeEntry(score, m_heap.size(), x, y, data);
     m_heap.append(entry);
     m_scores.append(score);
@@ -155,7 +162,11 @@ void PXPointPriorityQueue::deleteRoot()
     Entry* root = m_heap[0];
     Entry* last = m_heap.takeLast();
     const unsigned int lastScore = m_scores.takeLast();
-    m_positions.set(root->x, root->y, 0);
+    // Unless a pixel was queued twice, the root's index value is its own.
+    if (m_shadowed)
+        m_positions.set(root->x, root->y, 0);
+    else
+        m_positions.clearOccupied(root->x, root->y);
     if (root != last) {
         m_heap[0] = last;
         m_scores[0] = lastScore;
@@ -211,6 +222,7 @@ void PXPointPriorityQueue::clear()
     m_scores.clear();
     m_spare.clear();
     m_positions.clear();
+    m_shadowed = false;
 }
 
 void PXPointPriorityQueue::heapifyFromEndToBeginning(unsigned long i)

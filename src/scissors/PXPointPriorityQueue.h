@@ -164,7 +164,7 @@ private:
         unsigned int score)
     {
         if (position == 0) {
-            insert(x, y, data, score);
+            insertUnqueued(x, y, data, score);
             return true;
         }
         if (scoreOf(position) <= score)
@@ -172,6 +172,7 @@ private:
         lowerScore(x, y, position, score)->data = data;
         return true;
     }
+    void insertUnqueued(unsigned int x, unsigned int y, unsigned int data, unsigned int score);
     Entry* takeEntry(unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y, unsigned int data);
     Entry* lowerScore(unsigned int x, unsigned int y, unsigned long position, unsigned int score);
     void siftUp(unsigned long i);
@@ -185,4 +186,7 @@ private:
     PXScissors::vector<Entry*> m_entries;
     // Entries dequeued from this queue, reused before the pool's.
     PXScissors::vector<Entry*> m_spare;
+    // Whether a pixel was inserted while queued; its older entry is then no
+    // longer named by the index (see insert()).
+    bool m_shadowed = false;
 };
