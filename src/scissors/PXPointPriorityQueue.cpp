@@ -96,7 +96,6 @@ PXPointPriorityQueue::PXPointPriorityQueue(unsigned int width, unsigned int heig
         while (capacity < n)
             capacity *= 2;
         m_heap.reserve(capacity);
-        m_scores.reserve(capacity);
     }
 }
 
@@ -112,6 +111,7 @@ PXPointPriorityQueue::Entry* PXPointPriorityQueue::takeEntry(
         Entry* entry = Entry::get(score, heapIndex, x, y, data);
         entry->number = static_cast<unsigned int>(m_entries.size());
         m_entries.append(entry);
+        m_heapIndexOf.append(0);
         return entry;
     }
     Entry* entry = m_spare.takeLast();
@@ -133,8 +133,7 @@ void PXPointPriorityQueue::insert(unsigned int x, unsigned int y, unsigned int d
 void PXPointPriorityQueue::insertUnqueued(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
 {
     Entry* entry = takeEntry(score, m_heap.size(), x, y, data);
-    m_heap.append(entry);
-    m_scores.append(score);
+    m_heap.append(Slot {score, entry->number});
     m_positions.set(x, y, positionOf(score, entry->number));
     siftUp(m_heap.size() - 1);
 }
@@ -148,28 +147,26 @@ bool PXPointPriorityQueue::dequeue(unsigned int& x, unsigned int& y, unsigned in
 {
     if (m_heap.isEmpty())
         return false;
-    const Entry* root = m_heap[0];
+    const Entry* root = m_entries[m_heap[0].number];
     x = root->x;
     y = root->y;
     data = root->data;
-    score = m_scores[0];
+    score = m_heap[0].score;
     deleteRoot();
     return true;
 }
 
 void PXPointPriorityQueue::deleteRoot()
 {
-    Entry* root = m_heap[0];
-    Entry* last = m_heap.takeLast();
-    const unsigned int lastScore = m_scores.takeLast();
+    Entry* root = m_entries[m_heap[0].number];
+    const Slot last = m_heap.takeLast();
     // Unless a pixel was queued twice, the root's index value is its own.
     if (m_shadowed)
         m_positions.set(root->x, root->y, 0);
     else
         m_positions.clearOccupied(root->x, root->y);
-    if (root != last) {
+    if (last.number != root->number) {
         m_heap[0] = last;
-        m_scores[0] = lastScore;
         siftDown(0);
     }
     m_spare.append(root);
@@ -191,8 +188,9 @@ PXPointPriorityQueue::Entry* PXPointPriorityQueue::lowerScore(
     Entry* entry = m_entries[number];
     m_positions.set(x, y, positionOf(score, number));
     entry->score = score;
-    m_scores[entry->heapIndex] = score;
-    siftUp(entry->heapIndex);
+    const unsigned long i = m_heapIndexOf[number];
+    m_heap[i].score = score;
+    siftUp(i);
     return entry;
 }
 
@@ -200,9 +198,9 @@ void PXPointPriorityQueue::updateAllScores(ScoreCallback callback, void const* c
 {
     const unsigned long count = m_heap.size();
     for (unsigned long i = 0; i < count; ++i) {
-        Entry* entry = m_heap[i];
+        Entry* entry = m_entries[m_heap[i].number];
         entry->score = callback(entry->x, entry->y, entry->data, context);
-        m_scores[i] = entry->score;
+        m_heap[i].score = entry->score;
         // A pixel queued twice is indexed by its newer entry only.
         if (numberOf(m_positions.get(entry->x, entry->y)) == entry->number)
             m_positions.set(entry->x, entry->y, positionOf(entry->score, entry->number));
@@ -218,11 +216,24 @@ void PXPointPriorityQueue::clear()
     // The heap and the spare entries are all numbered.
     Entry::release(m_entries.data(), m_entries.size());
     m_entries.clear();
+    m_heapIndexOf.clear();
     m_heap.clear();
-    m_scores.clear();
     m_spare.clear();
+    m_view.clear();
     m_positions.clear();
     m_shadowed = false;
+}
+
+const PXScissors::vector<PXPointPriorityQueue::Entry*>& PXPointPriorityQueue::heap() const
+{
+    m_view.clear();
+    m_view.reserve(m_heap.capacity());
+    for (unsigned long i = 0; i < m_heap.size(); ++i) {
+        Entry* entry = m_entries[m_heap[i].number];
+        entry->heapIndex = i;
+        m_view.append(entry);
+    }
+    return m_view;
 }
 
 void PXPointPriorityQueue::heapifyFromEndToBeginning(unsigned long i)
@@ -235,75 +246,52 @@ void PXPointPriorityQueue::heapifyFromBeginningToEnd(unsigned long i)
     siftDown(i);
 }
 
-// Both sifts move a hole instead of swapping: every entry passed over moves
-// once, and the moving entry is written once at the end. The comparisons,
+// Both sifts move a hole instead of swapping: every slot passed over moves
+// once, and the moving slot is written once at the end. The comparisons,
 // and so the order, are those of pairwise exchanges.
 void PXPointPriorityQueue::siftUp(unsigned long i)
 {
-    Entry** heap = m_heap.data();
-    unsigned int* scores = m_scores.data();
-    Entry* entry = heap[i];
-    const unsigned int score = scores[i];
+    const Slot moving = m_heap[i];
     while (i > 0) {
         const unsigned long parent = (i - 1) / 2;
         // Never past an equal parent.
-        if (scores[parent] <= score)
+        if (m_heap[parent].score <= moving.score)
             break;
-        heap[i] = heap[parent];
-        scores[i] = scores[parent];
-        heap[i]->heapIndex = i;
+        place(i, m_heap[parent]);
         i = parent;
     }
-    heap[i] = entry;
-    scores[i] = score;
-    entry->heapIndex = i;
+    place(i, moving);
 }
 
 void PXPointPriorityQueue::siftDown(unsigned long i)
 {
-    Entry** heap = m_heap.data();
-    unsigned int* scores = m_scores.data();
+    Slot* heap = m_heap.data();
+    unsigned int* heapIndexOf = m_heapIndexOf.data();
     const unsigned long count = m_heap.size();
-    Entry* entry = heap[i];
-    const unsigned int score = scores[i];
+    const Slot moving = heap[i];
     for (;;) {
         // The smaller child, the left one on a tie; it rises only when
-        // strictly smaller than the moving entry.
+        // strictly smaller than the moving slot.
         unsigned long child = 2 * i + 1;
-        unsigned int childScore;
         if (child + 1 < count) {
-            const unsigned int left = scores[child];
-            const unsigned int right = scores[child + 1];
-            const bool rightWins = right < left;
-            child += rightWins;
-            childScore = rightWins ? right : left;
-        } else if (child < count) {
-            childScore = scores[child];
-        } else {
+            child += heap[child + 1].score < heap[child].score;
+        } else if (child >= count) {
             break;
         }
-        if (childScore >= score)
+        const Slot rising = heap[child];
+        if (rising.score >= moving.score)
             break;
-        Entry* moved = heap[child];
-        heap[i] = moved;
-        scores[i] = childScore;
-        moved->heapIndex = i;
+        heap[i] = rising;
+        heapIndexOf[rising.number] = static_cast<unsigned int>(i);
         i = child;
     }
-    heap[i] = entry;
-    scores[i] = score;
-    entry->heapIndex = i;
+    heap[i] = moving;
+    heapIndexOf[moving.number] = static_cast<unsigned int>(i);
 }
 
 void PXPointPriorityQueue::exchangeElements(unsigned long i, unsigned long j)
 {
-    Entry* a = m_heap[i];
-    Entry* b = m_heap[j];
-    m_heap[i] = b;
-    m_heap[j] = a;
-    const unsigned int score = m_scores[i];
-    m_scores[i] = m_scores[j];
-    m_scores[j] = score;
-    b->heapIndex = i;
-    a->heapIndex = j;
+    const Slot a = m_heap[i];
+    place(i, m_heap[j]);
+    place(j, a);
 }

@@ -13,16 +13,21 @@
  * the way down the left child wins between equal children and children equal
  * to the moving entry stay where they are.
  *
- * Every queued pixel has a position-index slot (a tiled sparse matrix over
- * the image) that names its entry, whose heapIndex is kept exact at every
- * move, and holds its score: a search that finds a queued pixel already
- * reached as cheaply, the common case, reads nothing else. Entries come from
- * a process-wide pool in blocks of 4096; a queue numbers the entries it
- * takes, keeps them for its next inserts and gives them back to the pool in
- * clear(), so that a long search takes the pool's lock only now and then.
+ * Entries come from a process-wide pool in blocks of 4096; a queue numbers
+ * the entries it takes, keeps them for its next inserts and gives them back
+ * to the pool in clear(), so that a long search takes the pool's lock only
+ * now and then.
  *
- * The scores are mirrored in an array parallel to the heap, so that sifting
- * compares neighbouring integers instead of following entry pointers.
+ * The heap array itself holds (score, entry number) pairs, and the queue
+ * keeps every entry's heap position in an array by number: sifting moves
+ * eight bytes and writes four per level, all in two compact arrays, instead
+ * of writing into entries scattered over the pool. heap() brings the
+ * entries' heapIndex fields up to date and returns them in heap order.
+ *
+ * Every queued pixel has a position-index slot (a tiled sparse matrix over
+ * the image) holding its score and its entry's number: a search that finds
+ * a queued pixel already reached as cheaply, the common case, reads nothing
+ * else.
  *
  * A queue belongs to one thread at a time; it does not lock. Coordinates must
  * lie inside the size given to the constructor.
@@ -35,7 +40,7 @@ public:
     {
         unsigned int score;      ///< the heap key, smaller is better
         unsigned int number;     ///< the queue's own number for the entry (in what would be padding)
-        unsigned long heapIndex; ///< current position in the heap array
+        unsigned long heapIndex; ///< position in the heap array, as of the last heap()
         unsigned int x;
         unsigned int y;
         unsigned int data;       ///< carried unchanged for the caller
@@ -147,8 +152,12 @@ public:
 
     unsigned long size() const { return m_heap.size(); }
     bool isEmpty() const { return m_heap.isEmpty(); }
-    /** The heap array, for inspection. */
-    const PXScissors::vector<Entry*>& heap() const { return m_heap; }
+    /**
+     * The entries in heap order, for inspection, with their heapIndex fields
+     * brought up to date; its capacity is the heap array's. Valid until the
+     * queue changes.
+     */
+    const PXScissors::vector<Entry*>& heap() const;
 
 private:
     // A position-index value: the score above the entry's number + 1 (so a
@@ -175,15 +184,28 @@ private:
     void insertUnqueued(unsigned int x, unsigned int y, unsigned int data, unsigned int score);
     Entry* takeEntry(unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y, unsigned int data);
     Entry* lowerScore(unsigned int x, unsigned int y, unsigned long position, unsigned int score);
+    // One heap slot: the entry's score (always equal to entry->score) and number.
+    struct Slot
+    {
+        unsigned int score;
+        unsigned int number;
+    };
+    void place(unsigned long i, Slot slot)
+    {
+        m_heap[i] = slot;
+        m_heapIndexOf[slot.number] = static_cast<unsigned int>(i);
+    }
     void siftUp(unsigned long i);
     void siftDown(unsigned long i);
 
-    PXScissors::vector<Entry*> m_heap;
+    PXScissors::vector<Slot> m_heap;
     PXScissors::SparseMatrix<unsigned long, 4096u> m_positions;
-    // m_scores[i] == m_heap[i]->score, always.
-    PXScissors::vector<unsigned int> m_scores;
-    // Every entry this queue took from the pool, by its number.
+    // Every entry this queue took from the pool, and its heap position while
+    // queued, by its number.
     PXScissors::vector<Entry*> m_entries;
+    PXScissors::vector<unsigned int> m_heapIndexOf;
+    // What heap() hands out.
+    mutable PXScissors::vector<Entry*> m_view;
     // Entries dequeued from this queue, reused before the pool's.
     PXScissors::vector<Entry*> m_spare;
     // Whether a pixel was inserted while queued; its older entry is then no
