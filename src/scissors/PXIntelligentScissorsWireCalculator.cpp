@@ -98,12 +98,27 @@ void PXIntelligentScissorsWireCalculator::runningThread()
     unsigned int blockWidth = 0;
     unsigned int blockHeight = 0;
     bool sameRows = false;
+    const unsigned char* cachedBlock = nullptr;
     unsigned int x, y, from, score;
     while (isExecuting() && m_queue.dequeue(x, y, from, score)) {
         // Release order: a reader that sees the pixel settled sees its whole path.
         m_predecessor.set(x, y, from);
         m_settled.set(x, y, true);
         const unsigned int index = x + y * width;
+        // The pixel now at the top of the queue usually settles next: its
+        // neighbourhood is fetched while this pixel's is worked on.
+        if (const PXPointPriorityQueue::Entry* next = m_queue.top()) {
+            m_settled.prefetchColumn(next->x, next->y);
+            m_queue.prefetchColumn(next->x, next->y);
+            const unsigned int nly = next->y & myBlockMask;
+            if ((next->x >> myBlockShift) == blockX && (next->y >> myBlockShift) == blockY && nly > 0
+                && nly + 1 < blockHeight && cachedBlock) {
+                const unsigned char* c = cachedBlock + static_cast<unsigned long>(nly) * blockWidth + (next->x & myBlockMask);
+                __builtin_prefetch(c - blockWidth);
+                __builtin_prefetch(c);
+                __builtin_prefetch(c + blockWidth);
+            }
+        }
 
         // Most pixels have their whole 3 x 3 square inside one computed
         // block (and so inside one tile of every matrix, whose grid is the
@@ -122,6 +137,7 @@ void PXIntelligentScissorsWireCalculator::runningThread()
         const unsigned char* block = nullptr;
         if (sameRows && lx > 0 && ly > 0 && lx + 1 < blockWidth && ly + 1 < blockHeight)
             block = m_weights->calculatedBlock(bx, by);
+        cachedBlock = block;
 
         if (block) {
             relaxInsideBlock(x, y, index, score, block + static_cast<unsigned long>(ly) * blockWidth + lx);

@@ -133,8 +133,9 @@ void PXPointPriorityQueue::insert(unsigned int x, unsigned int y, unsigned int d
 void PXPointPriorityQueue::insertUnqueued(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
 {
     Entry* entry = takeEntry(score, m_heap.size(), x, y, data);
-    m_heap.append(Slot {score, entry->number});
-    m_positions.set(x, y, positionOf(score, entry->number));
+    const unsigned long key = keyOf(score, entry->number);
+    m_heap.append(key);
+    m_positions.set(x, y, key);
     siftUp(m_heap.size() - 1);
 }
 
@@ -147,25 +148,25 @@ bool PXPointPriorityQueue::dequeue(unsigned int& x, unsigned int& y, unsigned in
 {
     if (m_heap.isEmpty())
         return false;
-    const Entry* root = m_entries[m_heap[0].number];
+    const Entry* root = m_entries[numberOf(m_heap[0])];
     x = root->x;
     y = root->y;
     data = root->data;
-    score = m_heap[0].score;
+    score = scoreOf(m_heap[0]);
     deleteRoot();
     return true;
 }
 
 void PXPointPriorityQueue::deleteRoot()
 {
-    Entry* root = m_entries[m_heap[0].number];
-    const Slot last = m_heap.takeLast();
+    Entry* root = m_entries[numberOf(m_heap[0])];
+    const unsigned long last = m_heap.takeLast();
     // Unless a pixel was queued twice, the root's index value is its own.
     if (m_shadowed)
         m_positions.set(root->x, root->y, 0);
     else
         m_positions.clearOccupied(root->x, root->y);
-    if (last.number != root->number) {
+    if (numberOf(last) != root->number) {
         m_heap[0] = last;
         siftDown(0);
     }
@@ -186,10 +187,11 @@ PXPointPriorityQueue::Entry* PXPointPriorityQueue::lowerScore(
 {
     const unsigned int number = numberOf(position);
     Entry* entry = m_entries[number];
-    m_positions.set(x, y, positionOf(score, number));
+    const unsigned long key = keyOf(score, number);
+    m_positions.set(x, y, key);
     entry->score = score;
     const unsigned long i = m_heapIndexOf[number];
-    m_heap[i].score = score;
+    m_heap[i] = key;
     siftUp(i);
     return entry;
 }
@@ -198,12 +200,12 @@ void PXPointPriorityQueue::updateAllScores(ScoreCallback callback, void const* c
 {
     const unsigned long count = m_heap.size();
     for (unsigned long i = 0; i < count; ++i) {
-        Entry* entry = m_entries[m_heap[i].number];
+        Entry* entry = m_entries[numberOf(m_heap[i])];
         entry->score = callback(entry->x, entry->y, entry->data, context);
-        m_heap[i].score = entry->score;
+        m_heap[i] = keyOf(entry->score, entry->number);
         // A pixel queued twice is indexed by its newer entry only.
         if (numberOf(m_positions.get(entry->x, entry->y)) == entry->number)
-            m_positions.set(entry->x, entry->y, positionOf(entry->score, entry->number));
+            m_positions.set(entry->x, entry->y, keyOf(entry->score, entry->number));
     }
     if (count < 2)
         return;
@@ -229,7 +231,7 @@ const PXScissors::vector<PXPointPriorityQueue::Entry*>& PXPointPriorityQueue::he
     m_view.clear();
     m_view.reserve(m_heap.capacity());
     for (unsigned long i = 0; i < m_heap.size(); ++i) {
-        Entry* entry = m_entries[m_heap[i].number];
+        Entry* entry = m_entries[numberOf(m_heap[i])];
         entry->heapIndex = i;
         m_view.append(entry);
     }
@@ -246,16 +248,17 @@ void PXPointPriorityQueue::heapifyFromBeginningToEnd(unsigned long i)
     siftDown(i);
 }
 
-// Both sifts move a hole instead of swapping: every slot passed over moves
-// once, and the moving slot is written once at the end. The comparisons,
-// and so the order, are those of pairwise exchanges.
+// Both sifts move a hole instead of swapping: every key passed over moves
+// once, and the moving key is written once at the end. The comparisons, and
+// so the order, are those of pairwise exchanges.
 void PXPointPriorityQueue::siftUp(unsigned long i)
 {
-    const Slot moving = m_heap[i];
+    const unsigned long moving = m_heap[i];
+    const unsigned long movingScore = moving & myScoreBits;
     while (i > 0) {
         const unsigned long parent = (i - 1) / 2;
         // Never past an equal parent.
-        if (m_heap[parent].score <= moving.score)
+        if ((m_heap[parent] & myScoreBits) <= movingScore)
             break;
         place(i, m_heap[parent]);
         i = parent;
@@ -265,33 +268,40 @@ void PXPointPriorityQueue::siftUp(unsigned long i)
 
 void PXPointPriorityQueue::siftDown(unsigned long i)
 {
-    Slot* heap = m_heap.data();
+    unsigned long* heap = m_heap.data();
     unsigned int* heapIndexOf = m_heapIndexOf.data();
     const unsigned long count = m_heap.size();
-    const Slot moving = heap[i];
+    const unsigned long moving = heap[i];
+    const unsigned long movingScore = moving & myScoreBits;
     for (;;) {
         // The smaller child, the left one on a tie; it rises only when
-        // strictly smaller than the moving slot.
+        // strictly smaller than the moving key.
         unsigned long child = 2 * i + 1;
+        unsigned long rising;
         if (child + 1 < count) {
-            child += heap[child + 1].score < heap[child].score;
-        } else if (child >= count) {
+            const unsigned long left = heap[child];
+            const unsigned long right = heap[child + 1];
+            const bool rightWins = right < (left & myScoreBits);
+            child += rightWins;
+            rising = rightWins ? right : left;
+        } else if (child < count) {
+            rising = heap[child];
+        } else {
             break;
         }
-        const Slot rising = heap[child];
-        if (rising.score >= moving.score)
+        if (rising >= movingScore)
             break;
         heap[i] = rising;
-        heapIndexOf[rising.number] = static_cast<unsigned int>(i);
+        heapIndexOf[numberOf(rising)] = static_cast<unsigned int>(i);
         i = child;
     }
     heap[i] = moving;
-    heapIndexOf[moving.number] = static_cast<unsigned int>(i);
+    heapIndexOf[numberOf(moving)] = static_cast<unsigned int>(i);
 }
 
 void PXPointPriorityQueue::exchangeElements(unsigned long i, unsigned long j)
 {
-    const Slot a = m_heap[i];
+    const unsigned long a = m_heap[i];
     place(i, m_heap[j]);
     place(j, a);
 }

@@ -18,16 +18,15 @@
  * to the pool in clear(), so that a long search takes the pool's lock only
  * now and then.
  *
- * The heap array itself holds (score, entry number) pairs, and the queue
- * keeps every entry's heap position in an array by number: sifting moves
- * eight bytes and writes four per level, all in two compact arrays, instead
- * of writing into entries scattered over the pool. heap() brings the
- * entries' heapIndex fields up to date and returns them in heap order.
+ * The heap array itself holds keys, a score above an entry number, and the
+ * queue keeps every entry's heap position in an array by number: sifting
+ * moves eight bytes and writes four per level, all in two compact arrays,
+ * instead of writing into entries scattered over the pool. heap() brings
+ * the entries' heapIndex fields up to date and returns them in heap order.
  *
  * Every queued pixel has a position-index slot (a tiled sparse matrix over
- * the image) holding its score and its entry's number: a search that finds
- * a queued pixel already reached as cheaply, the common case, reads nothing
- * else.
+ * the image) holding its entry's key: a search that finds a queued pixel
+ * already reached as cheaply, the common case, reads nothing else.
  *
  * A queue belongs to one thread at a time; it does not lock. Coordinates must
  * lie inside the size given to the constructor.
@@ -137,6 +136,12 @@ public:
         return enqueueOrDescrease(position, x, y, data, score);
     }
 
+    /** The entry at the top of the heap, the next to come out unless a cheaper one comes first; null when empty. */
+    const Entry* top() const { return m_heap.isEmpty() ? nullptr : m_entries[numberOf(m_heap[0])]; }
+
+    /** Hints that (@p x, @p y) and the pixels around it are about to be looked up. */
+    void prefetchColumn(unsigned int x, unsigned int y) const { m_positions.prefetchColumn(x, y); }
+
     /** Recomputes every score with @p callback(x, y, data, @p context) and rebuilds the heap. */
     void updateAllScores(ScoreCallback callback, void const* context);
 
@@ -160,14 +165,16 @@ public:
     const PXScissors::vector<Entry*>& heap() const;
 
 private:
-    // A position-index value: the score above the entry's number + 1 (so a
-    // queued pixel's value is never 0).
-    static unsigned long positionOf(unsigned int score, unsigned int number)
+    // A heap key and position-index value: the score above the entry's
+    // number + 1 (so a queued pixel's value is never 0). Keys compare by
+    // score with key < (other & myScoreBits).
+    static constexpr unsigned long myScoreBits = 0xFFFFFFFF00000000ul;
+    static unsigned long keyOf(unsigned int score, unsigned int number)
     {
         return (static_cast<unsigned long>(score) << 32) | (static_cast<unsigned long>(number) + 1);
     }
-    static unsigned int scoreOf(unsigned long position) { return static_cast<unsigned int>(position >> 32); }
-    static unsigned int numberOf(unsigned long position) { return static_cast<unsigned int>(position) - 1; }
+    static unsigned int scoreOf(unsigned long key) { return static_cast<unsigned int>(key >> 32); }
+    static unsigned int numberOf(unsigned long key) { return static_cast<unsigned int>(key) - 1; }
 
     bool enqueueOrDescrease(unsigned long position, unsigned int x, unsigned int y, unsigned int data,
         unsigned int score)
@@ -184,21 +191,16 @@ private:
     void insertUnqueued(unsigned int x, unsigned int y, unsigned int data, unsigned int score);
     Entry* takeEntry(unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y, unsigned int data);
     Entry* lowerScore(unsigned int x, unsigned int y, unsigned long position, unsigned int score);
-    // One heap slot: the entry's score (always equal to entry->score) and number.
-    struct Slot
+    void place(unsigned long i, unsigned long key)
     {
-        unsigned int score;
-        unsigned int number;
-    };
-    void place(unsigned long i, Slot slot)
-    {
-        m_heap[i] = slot;
-        m_heapIndexOf[slot.number] = static_cast<unsigned int>(i);
+        m_heap[i] = key;
+        m_heapIndexOf[numberOf(key)] = static_cast<unsigned int>(i);
     }
     void siftUp(unsigned long i);
     void siftDown(unsigned long i);
 
-    PXScissors::vector<Slot> m_heap;
+    // The keys; the score in each is always equal to its entry's.
+    PXScissors::vector<unsigned long> m_heap;
     PXScissors::SparseMatrix<unsigned long, 4096u> m_positions;
     // Every entry this queue took from the pool, and its heap position while
     // queued, by its number.

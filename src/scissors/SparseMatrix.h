@@ -102,6 +102,23 @@ public:
         return cell.tile ? cell.tile + slotOf(cell, x, y) : nullptr;
     }
 
+    /**
+     * Asks the processor to fetch the slots of (@p x, @p y) and of the pixels
+     * above and below it, which are about to be read. Only a hint.
+     */
+    void prefetchColumn(unsigned int x, unsigned int y) const
+    {
+        const Cell& cell = cellOf(x, y);
+        if (!cell.tile)
+            return;
+        const T* slot = cell.tile + slotOf(cell, x, y);
+        __builtin_prefetch(slot);
+        if ((y & myMask) > 0)
+            __builtin_prefetch(slot - cell.rowLength);
+        if ((y & myMask) < myMask)
+            __builtin_prefetch(slot + cell.rowLength);
+    }
+
     /** The length of the rows of the tiles holding column @p x. */
     unsigned int rowLength(unsigned int x) const { return m_cells[x >> myShift].rowLength; }
 
