@@ -414,52 +414,66 @@ void PXIntelligentScissorsWeightCalculator::calculateBlock(unsigned int bx, unsi
         const unsigned int sh = static_cast<unsigned int>(std::min<unsigned long>(ry1 * k, m_height) - sy0);
 
         const unsigned long side = myBlockSize + 2ul * m;
-        auto* grey = static_cast<unsigned char*>(BlockPool::get(side * k * side * k));
+        // With a reduction the grey source is made k rows at a time, right
+        // before they are reduced, so it never exists as a whole (for a 2 x 2
+        // reduction that would be four times the block's bytes to write and
+        // read again). The Sobel filter then needs a block-sized buffer of
+        // its own.
+        const bool stripwise = k >= 2;
+        const bool sobel = m_settings.edgeDetection() == Sobel3x3;
+        auto* grey = static_cast<unsigned char*>(BlockPool::get(
+            stripwise ? (sobel ? side * side : static_cast<unsigned long>(k) * sw) : side * k * side * k));
         auto* reduced = static_cast<unsigned char*>(BlockPool::get(side * side));
         unsigned long greyWritten = 0;
         unsigned long reducedWritten = 0;
 
-        // Grey source, sw x sh.
-        for (unsigned int r = 0; r < sh; ++r) {
+        // Grey source row r (of sh) into target, sw bytes.
+        auto greyRow = [&](unsigned int r, unsigned char* target) {
             const unsigned char* source = m_image + (sy0 + r) * m_stride;
-            unsigned char* target = grey + static_cast<unsigned long>(r) * sw;
             if (m_format == Gray8)
                 std::memcpy(target, source + sx0, sw);
             else if (m_format == Xrgb32)
                 kernels.grey(source + 4 * sx0, target, sw);
             else
                 std::memset(target, 0, sw); // formats without a conversion read as black
-        }
-        greyWritten = static_cast<unsigned long>(sw) * sh;
+        };
 
-        // Reduced image, rw x rh.
         unsigned char* current = grey;
         unsigned int currentStride = sw;
-        if (k >= 2) {
+        if (stripwise) {
+            // Reduced image, rw x rh; grey rows of each strip at the start of grey.
             for (unsigned int j = 0; j < rh; ++j) {
-                unsigned char* target = reduced + static_cast<unsigned long>(j) * rw;
                 const unsigned long top = static_cast<unsigned long>(k) * j;
-                const bool fullRows = top + k <= sh;
-                const unsigned int fullColumns = fullRows ? std::min(rw, sw / k) : 0;
+                const unsigned int rows = top < sh ? static_cast<unsigned int>(std::min<unsigned long>(k, sh - top)) : 0;
+                for (unsigned int r = 0; r < rows; ++r)
+                    greyRow(static_cast<unsigned int>(top) + r, grey + static_cast<unsigned long>(r) * sw);
+                greyWritten = std::max(greyWritten, static_cast<unsigned long>(rows) * sw);
+
+                unsigned char* target = reduced + static_cast<unsigned long>(j) * rw;
+                const unsigned int fullColumns = rows == k ? std::min(rw, sw / k) : 0;
                 if (fullColumns > 0) {
-                    const unsigned char* rows[3] = {grey + top * sw, grey + (top + 1) * sw,
-                        grey + (top + (k == 3 ? 2 : 1)) * sw};
+                    const unsigned char* strip[3] = {grey, grey + sw, grey + (k == 3 ? 2ul : 1ul) * sw};
                     if (k == 2)
-                        kernels.reduce2x2(rows[0], rows[1], target, fullColumns);
+                        kernels.reduce2x2(strip[0], strip[1], target, fullColumns);
                     else if (k == 3)
-                        kernels.reduce3x3(rows, target, fullColumns);
+                        kernels.reduce3x3(strip, target, fullColumns);
                 }
                 for (unsigned int i = fullColumns; i < rw; ++i)
-                    target[i] = partialMean(grey, sw, sh, k, i, j);
+                    target[i] = partialMean(grey, sw, rows, k, i, 0);
             }
             reducedWritten = static_cast<unsigned long>(rw) * rh;
             current = reduced;
             currentStride = rw;
+        } else {
+            // Grey source, sw x sh, used as it is.
+            for (unsigned int r = 0; r < sh; ++r)
+                greyRow(r, grey + static_cast<unsigned long>(r) * sw);
+            greyWritten = static_cast<unsigned long>(sw) * sh;
         }
         unsigned long offset = (y0 - ry0) * currentStride + (x0 - rx0);
 
         // Sobel into the other buffer, w x h.
-        if (m_settings.edgeDetection() == Sobel3x3) {
+        if (sobel) {
             unsigned char* target = current == grey ? reduced : grey;
             for (unsigned int j = 0; j < h; ++j) {
                 const unsigned long y = y0 + j;

@@ -166,6 +166,21 @@ public:
     bool get(unsigned int x, unsigned int y, unsigned char* cost);
 
     /**
+     * The cost bytes of block (@p bx, @p by), row-major with blockWidth(@p bx)
+     * bytes per row and blockHeight(@p by) rows, once the block is computed;
+     * null before (or when it holds no pixels), and then get() decides. Only
+     * for a thread between beginReading() and endReading(): the bracket keeps
+     * the bytes alive if stop() discards the block meanwhile.
+     */
+    const unsigned char* calculatedBlock(unsigned int bx, unsigned int by) const
+    {
+        const unsigned int index = by * m_blockColumns + bx;
+        if (m_blockState[index].load(std::memory_order_acquire) != Calculated)
+            return nullptr;
+        return m_weights[index].load(std::memory_order_relaxed);
+    }
+
+    /**
      * Appends the top-left corner, in full-resolution pixels, of every block
      * (rows outer) to the list for its state: computed, queued or being
      * computed, not requested.

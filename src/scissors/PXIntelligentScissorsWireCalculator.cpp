@@ -10,6 +10,11 @@ namespace {
 
 constexpr unsigned int mySeedMark = 0xFFFFFFFFu;
 
+// The weight calculator's blocks and the matrices' tiles share this grid.
+constexpr unsigned int myBlockSize = 4096;
+constexpr unsigned int myBlockShift = 12;
+constexpr unsigned int myBlockMask = myBlockSize - 1;
+
 // truncate(c x sqrt(2)) for every cost byte.
 struct DiagonalCosts
 {
@@ -36,10 +41,10 @@ PXIntelligentScissorsWireCalculator::PXIntelligentScissorsWireCalculator(PXIntel
     , m_width(weights->widthReduced())
     , m_height(weights->heightReduced())
     , m_scale(weights->scale())
-    , m_settled(m_width, m_height)
+    // Readers on other threads read both matrices while the search writes:
+    // no tile may go back to the pool before the next search.
+    , m_settled(m_width, m_height, PXScissors::SparseMatrix<bool, 4096u>::KeepTilesUntilClear)
     , m_queue(m_width, m_height)
-    // Readers on other threads follow predecessors while the search writes:
-    // no predecessor tile may go back to the pool before the next search.
     , m_predecessor(m_width, m_height, PXScissors::SparseMatrix<unsigned int, 4096u>::KeepTilesUntilClear)
 {
     setTotalProgress(progressTotal(m_width, m_height));
@@ -79,16 +84,64 @@ void PXIntelligentScissorsWireCalculator::runningThread()
         return;
     m_weights->beginReading();
     m_weights->calculateRegion(m_seedX, m_seedY, m_radius);
-    m_queue.enqueue(m_seedX, m_seedY, m_seedX + m_seedY * m_width, 0);
-    m_predecessor.set(m_seedX, m_seedY, mySeedMark);
+    // The queue carries with every pixel the pixel it is best reached from;
+    // it becomes the predecessor when the pixel settles. Readers only follow
+    // the predecessors of settled pixels, so they see the same paths as if
+    // every improvement were written at once, with far fewer writes.
+    m_queue.enqueue(m_seedX, m_seedY, mySeedMark, 0);
 
     const unsigned int width = m_width;
     const unsigned int height = m_height;
-    unsigned int x, y, index, score;
-    while (isExecuting() && m_queue.dequeue(x, y, index, score)) {
+    // The block of the last pixel settled, with its size.
+    unsigned int blockX = UINT_MAX;
+    unsigned int blockY = UINT_MAX;
+    unsigned int blockWidth = 0;
+    unsigned int blockHeight = 0;
+    bool sameRows = false;
+    const unsigned char* cachedBlock = nullptr;
+    unsigned int x, y, from, score;
+    while (isExecuting() && m_queue.dequeue(x, y, from, score)) {
         // Release order: a reader that sees the pixel settled sees its whole path.
+        m_predecessor.set(x, y, from);
         m_settled.set(x, y, true);
-        if (x > 0 && x + 1 < width && y > 0 && y + 1 < height) {
+        const unsigned int index = x + y * width;
+        // The pixel now at the top of the queue usually settles next: its
+        // neighbourhood is fetched while this pixel's is worked on.
+        if (const PXPointPriorityQueue::Entry* next = m_queue.top()) {
+            m_settled.prefetchColumn(next->x, next->y);
+            m_queue.prefetchColumn(next->x, next->y);
+            const unsigned int nly = next->y & myBlockMask;
+            if ((next->x >> myBlockShift) == blockX && (next->y >> myBlockShift) == blockY && nly > 0
+                && nly + 1 < blockHeight && cachedBlock) {
+                const unsigned char* c = cachedBlock + static_cast<unsigned long>(nly) * blockWidth + (next->x & myBlockMask);
+                __builtin_prefetch(c - blockWidth);
+                __builtin_prefetch(c);
+                __builtin_prefetch(c + blockWidth);
+            }
+        }
+
+        // Most pixels have their whole 3 x 3 square inside one computed
+        // block (and so inside one tile of every matrix, whose grid is the
+        // blocks'): their neighbours are read straight from the block.
+        const unsigned int bx = x >> myBlockShift;
+        const unsigned int by = y >> myBlockShift;
+        if (bx != blockX || by != blockY) {
+            blockX = bx;
+            blockY = by;
+            blockWidth = m_weights->blockWidth(bx);
+            blockHeight = m_weights->blockHeight(by);
+            sameRows = blockWidth == m_settled.rowLength(x);
+        }
+        const unsigned int lx = x & myBlockMask;
+        const unsigned int ly = y & myBlockMask;
+        const unsigned char* block = nullptr;
+        if (sameRows && lx > 0 && ly > 0 && lx + 1 < blockWidth && ly + 1 < blockHeight)
+            block = m_weights->calculatedBlock(bx, by);
+        cachedBlock = block;
+
+        if (block) {
+            relaxInsideBlock(x, y, index, score, block + static_cast<unsigned long>(ly) * blockWidth + lx);
+        } else if (x > 0 && x + 1 < width && y > 0 && y + 1 < height) {
             calculatePoint(x - 1, y - 1, index - width - 1, true, index, score);
             calculatePoint(x, y - 1, index - width, false, index, score);
             calculatePoint(x + 1, y - 1, index - width + 1, true, index, score);
@@ -114,22 +167,45 @@ void PXIntelligentScissorsWireCalculator::runningThread()
     m_weights->endReading();
 }
 
+// calculatePoint() for the eight neighbours of (x, y), in its order, when
+// all of them lie in the computed block whose cost of (x, y) is at @p cost.
+// The block's rows and the tiles' rows have the same length.
+void PXIntelligentScissorsWireCalculator::relaxInsideBlock(
+    unsigned int x, unsigned int y, unsigned int index, unsigned int score, const unsigned char* cost)
+{
+    const bool* settled = m_settled.slotAddress(x, y);
+    const PXPointPriorityQueue::Square queued = m_queue.square(x, y);
+    const long down = m_settled.rowLength(x);
+    const long up = -down;
+    auto relax = [&](int dx, long row, int dy, bool diagonal) {
+        if (settled[row + dx])
+            return;
+        const unsigned char c = cost[row + dx];
+        const unsigned int total = score + (diagonal ? myDiagonalCosts.cost[c] : c);
+        m_queue.enqueueOrDescrease(queued, dx, dy, x + dx, y + dy, index, total);
+    };
+    relax(-1, up, -1, true);
+    relax(0, up, -1, false);
+    relax(1, up, -1, true);
+    relax(-1, 0, 0, false);
+    relax(1, 0, 0, false);
+    relax(-1, down, 1, true);
+    relax(0, down, 1, false);
+    relax(1, down, 1, true);
+}
+
 void PXIntelligentScissorsWireCalculator::calculatePoint(
     unsigned int x, unsigned int y, unsigned int index, bool diagonal, unsigned int from, unsigned int score)
 {
+    // The queue carries the predecessor, so the neighbour's own index is not needed.
+    Q_UNUSED(index);
     if (m_settled.get(x, y))
         return;
     unsigned char cost;
     if (!m_weights->get(x, y, &cost))
         return;
     const unsigned int total = score + (diagonal ? myDiagonalCosts.cost[cost] : cost);
-    if (m_queue.contains(x, y)) {
-        if (!m_queue.descreaseScore(x, y, total))
-            return;
-    } else {
-        m_queue.enqueue(x, y, index, total);
-    }
-    m_predecessor.set(x, y, from);
+    m_queue.enqueueOrDescrease(x, y, from, total);
 }
 
 QList<QPoint> PXIntelligentScissorsWireCalculator::calculateTrace(unsigned int x, unsigned int y) const

@@ -51,8 +51,10 @@ public:
     void runningThread() override;
 
     /**
-     * Relaxes reduced pixel (@p x, @p y) (linear index @p index) from pixel
-     * @p from whose path costs @p score. Search thread only.
+     * Relaxes reduced pixel (@p x, @p y) from pixel @p from (linear indices)
+     * whose path costs @p score, over a diagonal step or not. @p index, the
+     * pixel's own linear index, is not needed: the queue carries @p from
+     * until the pixel settles. Search thread only.
      */
     void calculatePoint(unsigned int x, unsigned int y, unsigned int index, bool diagonal, unsigned int from,
         unsigned int score);
@@ -80,6 +82,8 @@ public:
 private:
     using PXIntelligentScissorsWorker::startThread;
     void forgetResults();
+    void relaxInsideBlock(unsigned int x, unsigned int y, unsigned int index, unsigned int score,
+        const unsigned char* cost);
 
     PXIntelligentScissorsWeightCalculator* m_weights;
     unsigned int m_width;

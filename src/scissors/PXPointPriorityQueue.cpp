@@ -3,7 +3,6 @@
 #include <QtGlobal>
 
 #include <atomic>
-#include <cstddef>
 #include <cstdlib>
 #include <thread>
 
@@ -77,12 +76,6 @@ PXPointPriorityQueue::Entry* PXPointPriorityQueue::Entry::get(
     return entry;
 }
 
-void PXPointPriorityQueue::Entry::release(Entry* entry)
-{
-    EntryLocker locker;
-    myAvailable.append(entry);
-}
-
 void PXPointPriorityQueue::Entry::release(Entry* const* entries, unsigned long count)
 {
     EntryLocker locker;
@@ -111,17 +104,39 @@ PXPointPriorityQueue::~PXPointPriorityQueue()
     clear();
 }
 
-PXPointPriorityQueue::Entry* PXPointPriorityQueue::entryOf(unsigned long* heapIndex)
+PXPointPriorityQueue::Entry* PXPointPriorityQueue::takeEntry(
+    unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y, unsigned int data)
 {
-    return reinterpret_cast<Entry*>(reinterpret_cast<char*>(heapIndex) - offsetof(Entry, heapIndex));
+    if (m_spare.isEmpty()) {
+        Entry* entry = Entry::get(score, heapIndex, x, y, data);
+        entry->number = static_cast<unsigned int>(m_entries.size());
+        m_entries.append(entry);
+        m_heapIndexOf.append(0);
+        return entry;
+    }
+    Entry* entry = m_spare.takeLast();
+    entry->score = score;
+    entry->heapIndex = heapIndex;
+    entry->x = x;
+    entry->y = y;
+    entry->data = data;
+    return entry;
 }
 
 void PXPointPriorityQueue::insert(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
 {
-    Entry* entry = Entry::get(score, m_heap.size(), x, y, data);
-    m_heap.append(entry);
-    m_positions.set(x, y, &entry->heapIndex);
-    heapifyFromEndToBeginning(m_heap.size() - 1);
+    if (m_positions.get(x, y) != 0)
+        m_shadowed = true;
+    insertUnqueued(x, y, data, score);
+}
+
+void PXPointPriorityQueue::insertUnqueued(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
+{
+    Entry* entry = takeEntry(score, m_heap.size(), x, y, data);
+    const unsigned long key = keyOf(score, entry->number);
+    m_heap.append(key);
+    m_positions.set(x, y, key);
+    siftUp(m_heap.size() - 1);
 }
 
 void PXPointPriorityQueue::enqueue(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
@@ -133,97 +148,160 @@ bool PXPointPriorityQueue::dequeue(unsigned int& x, unsigned int& y, unsigned in
 {
     if (m_heap.isEmpty())
         return false;
-    const Entry* root = m_heap[0];
+    const Entry* root = m_entries[numberOf(m_heap[0])];
     x = root->x;
     y = root->y;
     data = root->data;
-    score = root->score;
+    score = scoreOf(m_heap[0]);
     deleteRoot();
     return true;
 }
 
 void PXPointPriorityQueue::deleteRoot()
 {
-    Entry* root = m_heap[0];
-    Entry* last = m_heap.takeLast();
-    m_positions.set(root->x, root->y, nullptr);
-    if (root != last) {
+    Entry* root = m_entries[numberOf(m_heap[0])];
+    const unsigned long last = m_heap.takeLast();
+    // Unless a pixel was queued twice, the root's index value is its own.
+    if (m_shadowed)
+        m_positions.set(root->x, root->y, 0);
+    else
+        m_positions.clearOccupied(root->x, root->y);
+    if (numberOf(last) != root->number) {
         m_heap[0] = last;
-        last->heapIndex = 0;
-        heapifyFromBeginningToEnd(0);
+        siftDown(0);
     }
-    Entry::release(root);
+    m_spare.append(root);
 }
 
 bool PXPointPriorityQueue::descreaseScore(unsigned int x, unsigned int y, unsigned int score)
 {
-    Entry* entry = entryOf(m_positions.get(x, y));
-    if (entry->score <= score)
+    const unsigned long position = m_positions.get(x, y);
+    if (scoreOf(position) <= score)
         return false;
-    entry->score = score;
-    heapifyFromEndToBeginning(entry->heapIndex);
+    lowerScore(x, y, position, score);
     return true;
+}
+
+PXPointPriorityQueue::Entry* PXPointPriorityQueue::lowerScore(
+    unsigned int x, unsigned int y, unsigned long position, unsigned int score)
+{
+    const unsigned int number = numberOf(position);
+    Entry* entry = m_entries[number];
+    const unsigned long key = keyOf(score, number);
+    m_positions.set(x, y, key);
+    entry->score = score;
+    const unsigned long i = m_heapIndexOf[number];
+    m_heap[i] = key;
+    siftUp(i);
+    return entry;
 }
 
 void PXPointPriorityQueue::updateAllScores(ScoreCallback callback, void const* context)
 {
     const unsigned long count = m_heap.size();
     for (unsigned long i = 0; i < count; ++i) {
-        Entry* entry = m_heap[i];
+        Entry* entry = m_entries[numberOf(m_heap[i])];
         entry->score = callback(entry->x, entry->y, entry->data, context);
+        m_heap[i] = keyOf(entry->score, entry->number);
+        // A pixel queued twice is indexed by its newer entry only.
+        if (numberOf(m_positions.get(entry->x, entry->y)) == entry->number)
+            m_positions.set(entry->x, entry->y, keyOf(entry->score, entry->number));
     }
     if (count < 2)
         return;
     for (unsigned long i = count / 2; i-- > 0;)
-        heapifyFromBeginningToEnd(i);
+        siftDown(i);
 }
 
 void PXPointPriorityQueue::clear()
 {
-    Entry::release(m_heap.data(), m_heap.size());
+    // The heap and the spare entries are all numbered.
+    Entry::release(m_entries.data(), m_entries.size());
+    m_entries.clear();
+    m_heapIndexOf.clear();
     m_heap.clear();
+    m_spare.clear();
+    m_view.clear();
     m_positions.clear();
+    m_shadowed = false;
+}
+
+const PXScissors::vector<PXPointPriorityQueue::Entry*>& PXPointPriorityQueue::heap() const
+{
+    m_view.clear();
+    m_view.reserve(m_heap.capacity());
+    for (unsigned long i = 0; i < m_heap.size(); ++i) {
+        Entry* entry = m_entries[numberOf(m_heap[i])];
+        entry->heapIndex = i;
+        m_view.append(entry);
+    }
+    return m_view;
 }
 
 void PXPointPriorityQueue::heapifyFromEndToBeginning(unsigned long i)
 {
-    while (i > 0) {
-        const unsigned long parent = (i - 1) / 2;
-        if (m_heap[parent]->score <= m_heap[i]->score)
-            return;
-        exchangeElements(parent, i);
-        i = parent;
-    }
+    siftUp(i);
 }
 
 void PXPointPriorityQueue::heapifyFromBeginningToEnd(unsigned long i)
 {
-    const unsigned long count = m_heap.size();
-    for (;;) {
-        const unsigned int score = m_heap[i]->score;
-        const unsigned long left = 2 * i + 1;
-        const unsigned long right = left + 1;
-        unsigned long candidate = i;
-        unsigned int candidateScore = score;
-        if (left < count && m_heap[left]->score < score) {
-            candidate = left;
-            candidateScore = m_heap[left]->score;
-        }
-        if (right < count && m_heap[right]->score < candidateScore)
-            candidate = right;
-        if (candidate == i)
-            return;
-        exchangeElements(i, candidate);
-        i = candidate;
+    siftDown(i);
+}
+
+// Both sifts move a hole instead of swapping: every key passed over moves
+// once, and the moving key is written once at the end. The comparisons, and
+// so the order, are those of pairwise exchanges.
+void PXPointPriorityQueue::siftUp(unsigned long i)
+{
+    const unsigned long moving = m_heap[i];
+    const unsigned long movingScore = moving & myScoreBits;
+    while (i > 0) {
+        const unsigned long parent = (i - 1) / 2;
+        // Never past an equal parent.
+        if ((m_heap[parent] & myScoreBits) <= movingScore)
+            break;
+        place(i, m_heap[parent]);
+        i = parent;
     }
+    place(i, moving);
+}
+
+void PXPointPriorityQueue::siftDown(unsigned long i)
+{
+    unsigned long* heap = m_heap.data();
+    unsigned int* heapIndexOf = m_heapIndexOf.data();
+    const unsigned long count = m_heap.size();
+    const unsigned long moving = heap[i];
+    const unsigned long movingScore = moving & myScoreBits;
+    for (;;) {
+        // The smaller child, the left one on a tie; it rises only when
+        // strictly smaller than the moving key.
+        unsigned long child = 2 * i + 1;
+        unsigned long rising;
+        if (child + 1 < count) {
+            const unsigned long left = heap[child];
+            const unsigned long right = heap[child + 1];
+            const bool rightWins = right < (left & myScoreBits);
+            child += rightWins;
+            rising = rightWins ? right : left;
+        } else if (child < count) {
+            rising = heap[child];
+        } else {
+            break;
+        }
+        if (rising >= movingScore)
+            break;
+        heap[i] = rising;
+        heapIndexOf[numberOf(rising)] = static_cast<unsigned int>(i);
+        i = child;
+    }
+    heap[i] = moving;
+    heapIndexOf[numberOf(moving)] = static_cast<unsigned int>(i);
 }
 
 void PXPointPriorityQueue::exchangeElements(unsigned long i, unsigned long j)
 {
-    Entry* a = m_heap[i];
-    Entry* b = m_heap[j];
-    m_heap[i] = b;
-    m_heap[j] = a;
-    b->heapIndex = i;
-    a->heapIndex = j;
+    const unsigned long a = m_heap[i];
+    place(i, m_heap[j]);
+    place(j, a);
 }

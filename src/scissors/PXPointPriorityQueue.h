@@ -13,9 +13,20 @@
  * the way down the left child wins between equal children and children equal
  * to the moving entry stay where they are.
  *
+ * Entries come from a process-wide pool in blocks of 4096; a queue numbers
+ * the entries it takes, keeps them for its next inserts and gives them back
+ * to the pool in clear(), so that a long search takes the pool's lock only
+ * now and then.
+ *
+ * The heap array itself holds keys, a score above an entry number, and the
+ * queue keeps every entry's heap position in an array by number: sifting
+ * moves eight bytes and writes four per level, all in two compact arrays,
+ * instead of writing into entries scattered over the pool. heap() brings
+ * the entries' heapIndex fields up to date and returns them in heap order.
+ *
  * Every queued pixel has a position-index slot (a tiled sparse matrix over
- * the image) pointing at its entry's heapIndex field, which is kept exact at
- * every move. Entries come from a process-wide pool in blocks of 4096.
+ * the image) holding its entry's key: a search that finds a queued pixel
+ * already reached as cheaply, the common case, reads nothing else.
  *
  * A queue belongs to one thread at a time; it does not lock. Coordinates must
  * lie inside the size given to the constructor.
@@ -27,7 +38,8 @@ public:
     struct PXIMAGECUTTER_EXPORT Entry
     {
         unsigned int score;      ///< the heap key, smaller is better
-        unsigned long heapIndex; ///< current position in the heap array
+        unsigned int number;     ///< the queue's own number for the entry (in what would be padding)
+        unsigned long heapIndex; ///< position in the heap array, as of the last heap()
         unsigned int x;
         unsigned int y;
         unsigned int data;       ///< carried unchanged for the caller
@@ -35,8 +47,6 @@ public:
         /** Takes an entry from the pool and fills it. Thread-safe. */
         static Entry* get(unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y,
             unsigned int data);
-        /** Gives @p entry back to the pool. Thread-safe. */
-        static void release(Entry* entry);
         /** Gives @p count entries back to the pool under one lock. Thread-safe. */
         static void release(Entry* const* entries, unsigned long count);
 
@@ -75,7 +85,7 @@ public:
     void deleteRoot();
 
     /** Whether (@p x, @p y) is queued. */
-    bool contains(unsigned int x, unsigned int y) const { return m_positions.get(x, y) != nullptr; }
+    bool contains(unsigned int x, unsigned int y) const { return m_positions.get(x, y) != 0; }
 
     /**
      * Lowers the score of the queued pixel (@p x, @p y) to @p score and moves
@@ -84,10 +94,58 @@ public:
      */
     bool descreaseScore(unsigned int x, unsigned int y, unsigned int score);
 
+    /**
+     * Queues (@p x, @p y) with @p data and @p score when it is not queued.
+     * When it is queued with a higher score, lowers that to @p score like
+     * descreaseScore() and, unlike it, replaces its data with @p data (a
+     * search keeps there where the pixel is best reached from). Returns
+     * whether the pixel was queued or lowered.
+     */
+    bool enqueueOrDescrease(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
+    {
+        return enqueueOrDescrease(m_positions.get(x, y), x, y, data, score);
+    }
+
+
+    /** The position index over the 3 x 3 square around one pixel; see square(). */
+    struct Square
+    {
+        const unsigned long* centre; ///< the centre's value; null while no pixel of its tile is queued
+        long rowLength;              ///< values from one row to the next
+    };
+
+    /**
+     * The position index around (@p x, @p y), for a search that relaxes the
+     * neighbours of one pixel without looking each up: the whole square must
+     * lie in one tile of the index. Valid until the next deleteRoot(),
+     * dequeue() or clear().
+     */
+    Square square(unsigned int x, unsigned int y) const
+    {
+        return Square {m_positions.slotAddress(x, y), static_cast<long>(m_positions.rowLength(x))};
+    }
+
+    /**
+     * enqueueOrDescrease() for (@p x, @p y), which lies (@p dx, @p dy) from the
+     * centre of @p square.
+     */
+    bool enqueueOrDescrease(const Square& square, int dx, int dy, unsigned int x, unsigned int y, unsigned int data,
+        unsigned int score)
+    {
+        const unsigned long position = square.centre ? square.centre[dx + dy * square.rowLength] : m_positions.get(x, y);
+        return enqueueOrDescrease(position, x, y, data, score);
+    }
+
+    /** The entry at the top of the heap, the next to come out unless a cheaper one comes first; null when empty. */
+    const Entry* top() const { return m_heap.isEmpty() ? nullptr : m_entries[numberOf(m_heap[0])]; }
+
+    /** Hints that (@p x, @p y) and the pixels around it are about to be looked up. */
+    void prefetchColumn(unsigned int x, unsigned int y) const { m_positions.prefetchColumn(x, y); }
+
     /** Recomputes every score with @p callback(x, y, data, @p context) and rebuilds the heap. */
     void updateAllScores(ScoreCallback callback, void const* context);
 
-    /** Empties the queue; keeps the heap array, hands the index tiles back. */
+    /** Empties the queue; keeps the heap array, hands the index tiles and the kept entries back. */
     void clear();
 
     /** Sift-up from @p i. */
@@ -99,12 +157,60 @@ public:
 
     unsigned long size() const { return m_heap.size(); }
     bool isEmpty() const { return m_heap.isEmpty(); }
-    /** The heap array, for inspection. */
-    const PXScissors::vector<Entry*>& heap() const { return m_heap; }
+    /**
+     * The entries in heap order, for inspection, with their heapIndex fields
+     * brought up to date; its capacity is the heap array's. Valid until the
+     * queue changes.
+     */
+    const PXScissors::vector<Entry*>& heap() const;
 
 private:
-    static Entry* entryOf(unsigned long* heapIndex);
+    // A heap key and position-index value: the score above the entry's
+    // number + 1 (so a queued pixel's value is never 0). Keys compare by
+    // score with key < (other & myScoreBits).
+    static constexpr unsigned long myScoreBits = 0xFFFFFFFF00000000ul;
+    static unsigned long keyOf(unsigned int score, unsigned int number)
+    {
+        return (static_cast<unsigned long>(score) << 32) | (static_cast<unsigned long>(number) + 1);
+    }
+    static unsigned int scoreOf(unsigned long key) { return static_cast<unsigned int>(key >> 32); }
+    static unsigned int numberOf(unsigned long key) { return static_cast<unsigned int>(key) - 1; }
 
-    PXScissors::vector<Entry*> m_heap;
-    PXScissors::SparseMatrix<unsigned long*, 4096u> m_positions;
+    bool enqueueOrDescrease(unsigned long position, unsigned int x, unsigned int y, unsigned int data,
+        unsigned int score)
+    {
+        if (position == 0) {
+            insertUnqueued(x, y, data, score);
+            return true;
+        }
+        if (scoreOf(position) <= score)
+            return false;
+        lowerScore(x, y, position, score)->data = data;
+        return true;
+    }
+    void insertUnqueued(unsigned int x, unsigned int y, unsigned int data, unsigned int score);
+    Entry* takeEntry(unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y, unsigned int data);
+    Entry* lowerScore(unsigned int x, unsigned int y, unsigned long position, unsigned int score);
+    void place(unsigned long i, unsigned long key)
+    {
+        m_heap[i] = key;
+        m_heapIndexOf[numberOf(key)] = static_cast<unsigned int>(i);
+    }
+    void siftUp(unsigned long i);
+    void siftDown(unsigned long i);
+
+    // The keys; the score in each is always equal to its entry's.
+    PXScissors::vector<unsigned long> m_heap;
+    PXScissors::SparseMatrix<unsigned long, 4096u> m_positions;
+    // Every entry this queue took from the pool, and its heap position while
+    // queued, by its number.
+    PXScissors::vector<Entry*> m_entries;
+    PXScissors::vector<unsigned int> m_heapIndexOf;
+    // What heap() hands out.
+    mutable PXScissors::vector<Entry*> m_view;
+    // Entries dequeued from this queue, reused before the pool's.
+    PXScissors::vector<Entry*> m_spare;
+    // Whether a pixel was inserted while queued; its older entry is then no
+    // longer named by the index (see insert()).
+    bool m_shadowed = false;
 };

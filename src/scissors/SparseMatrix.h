@@ -9,10 +9,15 @@ namespace PXScissors {
 /**
  * A two-dimensional array of T that costs memory only where it holds values.
  *
- * The area is cut into tiles of TileSize x TileSize values (row-major inside
- * the tile); a tile is taken from BlockPool when its first value arrives and,
- * with the ReturnEmptyTiles policy, goes back when its last value is cleared.
- * The empty value is T() (0, null or false); reading an absent tile yields it.
+ * The area is cut into tiles of TileSize x TileSize values; a tile is taken
+ * from BlockPool when its first value arrives and, with the ReturnEmptyTiles
+ * policy, goes back when its last value is cleared. The empty value is T()
+ * (0, null or false); reading an absent tile yields it.
+ *
+ * Inside a tile the values lie row by row, each row as long as the area is
+ * wide there: TileSize, or less in the right-most column of tiles. The rest
+ * of a narrow tile's block is never touched, so an area narrower than a tile
+ * keeps its values together (fewer pages, and only those it uses).
  *
  * Every cell counts the empty slots of its tile and remembers the range of
  * slots ever written, so a tile handed back to the pool is re-zeroed only
@@ -48,6 +53,10 @@ public:
         , m_policy(policy)
     {
         m_cells = static_cast<Cell*>(std::calloc(m_cellCount ? m_cellCount : 1, sizeof(Cell)));
+        for (unsigned int i = 0; i < m_cellCount; ++i) {
+            const unsigned int column = i % m_columns;
+            m_cells[i].rowLength = column + 1 < m_columns ? TileSize : width - column * TileSize;
+        }
     }
 
     ~SparseMatrix()
@@ -66,8 +75,9 @@ public:
     /** The value at (@p x, @p y); for the writing thread. */
     T get(unsigned int x, unsigned int y) const
     {
-        const T* tile = __atomic_load_n(&cellOf(x, y).tile, __ATOMIC_RELAXED);
-        return tile ? __atomic_load_n(&tile[slotOf(x, y)], __ATOMIC_RELAXED) : T();
+        const Cell& cell = cellOf(x, y);
+        const T* tile = __atomic_load_n(&cell.tile, __ATOMIC_RELAXED);
+        return tile ? __atomic_load_n(&tile[slotOf(cell, x, y)], __ATOMIC_RELAXED) : T();
     }
 
     /**
@@ -76,9 +86,41 @@ public:
      */
     T getAcquire(unsigned int x, unsigned int y) const
     {
-        const T* tile = __atomic_load_n(&cellOf(x, y).tile, __ATOMIC_ACQUIRE);
-        return tile ? __atomic_load_n(&tile[slotOf(x, y)], __ATOMIC_ACQUIRE) : T();
+        const Cell& cell = cellOf(x, y);
+        const T* tile = __atomic_load_n(&cell.tile, __ATOMIC_ACQUIRE);
+        return tile ? __atomic_load_n(&tile[slotOf(cell, x, y)], __ATOMIC_ACQUIRE) : T();
     }
+
+    /**
+     * The address of (@p x, @p y)'s slot, or null while its tile is absent.
+     * Inside a tile, the slot of (x + dx, y + dy) lies dx + dy rowLength(x)
+     * slots further on. For the writing thread.
+     */
+    const T* slotAddress(unsigned int x, unsigned int y) const
+    {
+        const Cell& cell = cellOf(x, y);
+        return cell.tile ? cell.tile + slotOf(cell, x, y) : nullptr;
+    }
+
+    /**
+     * Asks the processor to fetch the slots of (@p x, @p y) and of the pixels
+     * above and below it, which are about to be read. Only a hint.
+     */
+    void prefetchColumn(unsigned int x, unsigned int y) const
+    {
+        const Cell& cell = cellOf(x, y);
+        if (!cell.tile)
+            return;
+        const T* slot = cell.tile + slotOf(cell, x, y);
+        __builtin_prefetch(slot);
+        if ((y & myMask) > 0)
+            __builtin_prefetch(slot - cell.rowLength);
+        if ((y & myMask) < myMask)
+            __builtin_prefetch(slot + cell.rowLength);
+    }
+
+    /** The length of the rows of the tiles holding column @p x. */
+    unsigned int rowLength(unsigned int x) const { return m_cells[x >> myShift].rowLength; }
 
     /** Whether the tile holding (@p x, @p y) is present. */
     bool hasTile(unsigned int x, unsigned int y) const
@@ -86,25 +128,33 @@ public:
         return __atomic_load_n(&cellOf(x, y).tile, __ATOMIC_RELAXED) != nullptr;
     }
 
-    /** Number of empty slots of the tile holding (@p x, @p y) (meaningful while it is present). */
+    /**
+     * Number of empty slots of the tile holding (@p x, @p y); meaningful
+     * while the tile is present, and only with ReturnEmptyTiles.
+     */
     unsigned int freeCount(unsigned int x, unsigned int y) const { return cellOf(x, y).freeCount; }
 
     /** Stores @p value (release order), creating or handing back the tile as needed. */
     void set(unsigned int x, unsigned int y, const T& value)
     {
         Cell& cell = cellOf(x, y);
-        const unsigned int slot = slotOf(x, y);
+        const unsigned int slot = slotOf(cell, x, y);
         T* tile = cell.tile;
         const bool empty = value == T();
         if (tile) {
+            if (m_policy == KeepTilesUntilClear) {
+                // Such a tile goes back only in clear(), so its count is not
+                // kept up and the old value need not be read.
+                if (!empty)
+                    extendDirty(cell, slot);
+                __atomic_store_n(&tile[slot], value, __ATOMIC_RELEASE);
+                return;
+            }
             const bool wasEmpty = tile[slot] == T();
             if (!empty) {
                 if (wasEmpty)
                     --cell.freeCount;
-                if (slot < cell.dirtyBegin)
-                    cell.dirtyBegin = slot;
-                if (slot >= cell.dirtyEnd)
-                    cell.dirtyEnd = slot + 1;
+                extendDirty(cell, slot);
                 __atomic_store_n(&tile[slot], value, __ATOMIC_RELEASE);
                 return;
             }
@@ -127,6 +177,22 @@ public:
         tile[slot] = value;
         // Publishes the zeroed tile together with its first value.
         __atomic_store_n(&cell.tile, tile, __ATOMIC_RELEASE);
+    }
+
+    /**
+     * The same as set(@p x, @p y, T()) for a slot the caller knows to hold a
+     * value, without reading it first (a cache miss a hot loop can do
+     * without: the store does not wait for the line).
+     */
+    void clearOccupied(unsigned int x, unsigned int y)
+    {
+        Cell& cell = cellOf(x, y);
+        T* tile = cell.tile;
+        __atomic_store_n(&tile[slotOf(cell, x, y)], T(), __ATOMIC_RELEASE);
+        if (m_policy == ReturnEmptyTiles && ++cell.freeCount == mySlots) {
+            __atomic_store_n(&cell.tile, static_cast<T*>(nullptr), __ATOMIC_RELEASE);
+            BlockPool::returnBlock(tile, 0, 0);
+        }
     }
 
     /** Hands every tile back to BlockPool and zeroes every cell. */
@@ -152,13 +218,24 @@ private:
         unsigned int freeCount;  // empty slots of the tile
         unsigned int dirtyBegin; // slots outside [dirtyBegin, dirtyEnd) were never written
         unsigned int dirtyEnd;
+        unsigned int rowLength;  // values per row of the tile, fixed
     };
 
     Cell& cellOf(unsigned int x, unsigned int y) const
     {
         return m_cells[(y >> myShift) * m_columns + (x >> myShift)];
     }
-    static unsigned int slotOf(unsigned int x, unsigned int y) { return (x & myMask) | ((y & myMask) << myShift); }
+    static void extendDirty(Cell& cell, unsigned int slot)
+    {
+        if (slot < cell.dirtyBegin)
+            cell.dirtyBegin = slot;
+        if (slot >= cell.dirtyEnd)
+            cell.dirtyEnd = slot + 1;
+    }
+    static unsigned int slotOf(const Cell& cell, unsigned int x, unsigned int y)
+    {
+        return (x & myMask) + (y & myMask) * cell.rowLength;
+    }
 
     Cell* m_cells = nullptr;
     unsigned int m_columns;

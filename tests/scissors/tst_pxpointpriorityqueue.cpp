@@ -127,6 +127,35 @@ private slots:
         QVERIFY(isConsistent(queue));
     }
 
+    // Inserting a queued pixel again leaves its older entry in the heap, no
+    // longer indexed: both come out, and the index tile still goes back to
+    // the pool when the last indexed pixel leaves.
+    void pixelQueuedTwice()
+    {
+        const unsigned long tileBytes = 4096ul * 4096ul * sizeof(unsigned long);
+        PXPointPriorityQueue queue(10, 10);
+        queue.insert(1, 1, 1, 5);
+        queue.insert(2, 2, 2, 4);
+        queue.insert(1, 1, 3, 3);
+        QVERIFY(isConsistent(queue));
+        QVERIFY(!queue.descreaseScore(1, 1, 3));
+        QVERIFY(queue.descreaseScore(1, 1, 2));
+        unsigned int x, y, data, score;
+        QVERIFY(queue.dequeue(x, y, data, score));
+        QCOMPARE(data, 3u);
+        QCOMPARE(score, 2u);
+        QVERIFY(!queue.contains(1, 1));
+        const unsigned long pooled = BlockPool::availableBlocks(tileBytes);
+        QVERIFY(queue.dequeue(x, y, data, score));
+        QCOMPARE(data, 2u);
+        QCOMPARE(BlockPool::availableBlocks(tileBytes), pooled + 1);
+        QVERIFY(queue.dequeue(x, y, data, score));
+        QCOMPARE(data, 1u);
+        QCOMPARE(score, 5u);
+        QVERIFY(queue.isEmpty());
+        QCOMPARE(BlockPool::availableBlocks(tileBytes), pooled + 1);
+    }
+
     void updateAllScores()
     {
         PXPointPriorityQueue queue(100, 100);
