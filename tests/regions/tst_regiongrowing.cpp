@@ -55,10 +55,8 @@ private Q_SLOTS:
     void graphOfTwoLabels();
     void graphOfThreeLabels_data();
     void graphOfThreeLabels();
-    void minimumClusterSize_data();
-    void minimumClusterSize();
-    void colourLimits_data();
-    void colourLimits();
+    void merging_data();
+    void merging();
     void secondPassKeepsLargeClustersApart();
     void runRelabelsAndRebuildsClusters();
     void outOfRangeLabelsAreIgnored();
@@ -164,37 +162,55 @@ void TestRegionGrowing::graphOfThreeLabels()
     QCOMPARE(edgeMap(growing.edges()), expected);
 }
 
-// Cluster 1 of the given size borders a cluster of 1000 pixels along a
-// boundary of the given strength; their colours differ too much for the first
-// pass, so only the minimum size can merge them.
-void TestRegionGrowing::minimumClusterSize_data()
+// Cluster 1 (colour 100/100/100) borders cluster 2 (1000 pixels) along a
+// boundary of uniform strength: the first pass merges by colour and strength,
+// the second by the minimum size.
+void TestRegionGrowing::merging_data()
 {
     QTest::addColumn<QSize>("photo");
     QTest::addColumn<int>("pixels");
+    QTest::addColumn<QList<int>>("colour");
     QTest::addColumn<int>("strength");
     QTest::addColumn<double>("threshold");
     QTest::addColumn<bool>("merged");
+    const auto row = [](const char* name, QSize photo, int pixels, const QList<int>& colour,
+                         int strength, double threshold, bool merged) {
+        QTest::newRow(name) << photo << pixels << colour << strength << threshold << merged;
+    };
 
-    // 200 x 200 gives 8, raised to 25.
-    QTest::newRow("40000: 24 px") << QSize(200, 200) << 24 << 0 << 0.0 << true;
-    QTest::newRow("40000: 25 px") << QSize(200, 200) << 25 << 0 << 0.0 << false;
-    QTest::newRow("100000: 24 px") << QSize(400, 250) << 24 << 0 << 0.0 << true;
-    QTest::newRow("100000: 25 px") << QSize(400, 250) << 25 << 0 << 0.0 << false;
-    QTest::newRow("1000000: 199 px") << QSize(1000, 1000) << 199 << 0 << 0.0 << true;
-    QTest::newRow("1000000: 200 px") << QSize(1000, 1000) << 200 << 0 << 0.0 << false;
-    QTest::newRow("4000000: 399 px") << QSize(2000, 2000) << 399 << 0 << 0.0 << true;
-    QTest::newRow("4000000: 400 px") << QSize(2000, 2000) << 400 << 0 << 0.0 << false;
+    // Too far apart in colour for the first pass; 200 x 200 gives a minimum
+    // of 8, raised to 25.
+    const QList<int> far = {200, 100, 100};
+    row("40000: 24 px", {200, 200}, 24, far, 0, 0.0, true);
+    row("40000: 25 px", {200, 200}, 25, far, 0, 0.0, false);
+    row("100000: 24 px", {400, 250}, 24, far, 0, 0.0, true);
+    row("100000: 25 px", {400, 250}, 25, far, 0, 0.0, false);
+    row("1000000: 199 px", {1000, 1000}, 199, far, 0, 0.0, true);
+    row("1000000: 200 px", {1000, 1000}, 200, far, 0, 0.0, false);
+    row("4000000: 399 px", {2000, 2000}, 399, far, 0, 0.0, true);
+    row("4000000: 400 px", {2000, 2000}, 400, far, 0, 0.0, false);
     // Strength below max(1, threshold) defers; at or above it two clusters of
     // at least 25 pixels stay apart.
-    QTest::newRow("threshold 0: strength 1 stays") << QSize(1000, 1000) << 30 << 1 << 0.0 << false;
-    QTest::newRow("threshold 2: strength 1 defers") << QSize(1000, 1000) << 30 << 1 << 2.0 << true;
-    QTest::newRow("strength above kLow, 24 px") << QSize(1000, 1000) << 24 << 9 << 2.0 << true;
+    row("threshold 0: strength 1 stays", {1000, 1000}, 30, far, 1, 0.0, false);
+    row("threshold 2: strength 1 defers", {1000, 1000}, 30, far, 1, 2.0, true);
+    row("strength above kLow, 24 px", {1000, 1000}, 24, far, 9, 2.0, true);
+
+    // Both large: only the first pass can merge them.
+    row("4/7/7 merges", {5, 3}, 500, {104, 93, 107}, 0, 0.0, true);
+    row("luminance 5 blocks", {5, 3}, 500, {105, 100, 100}, 0, 0.0, false);
+    row("cb 8 blocks", {5, 3}, 500, {100, 92, 100}, 0, 0.0, false);
+    row("cr 8 blocks", {5, 3}, 500, {100, 100, 108}, 0, 0.0, false);
+    row("strength 4 below 5", {5, 3}, 500, {100, 100, 100}, 4, 0.0, true);
+    row("strength 5 not below 5", {5, 3}, 500, {100, 100, 100}, 5, 3.0, false);
+    row("threshold raises the limit", {5, 3}, 500, {100, 100, 100}, 9, 10.0, true);
+    row("strength at threshold", {5, 3}, 500, {100, 100, 100}, 10, 10.0, false);
 }
 
-void TestRegionGrowing::minimumClusterSize()
+void TestRegionGrowing::merging()
 {
     QFETCH(QSize, photo);
     QFETCH(int, pixels);
+    QFETCH(QList<int>, colour);
     QFETCH(int, strength);
     QFETCH(double, threshold);
     QFETCH(bool, merged);
@@ -203,8 +219,8 @@ void TestRegionGrowing::minimumClusterSize()
     PXRegionGrowing growing;
     growing.setup(image.get(), rectPath(QRectF(0, 0, 5, 3)), uniformEdgeImage(labels.size(), strength),
         threshold);
-    growing.setClusterData({superPixel(0, 0, 0, 1), superPixel(50, 100, 100, pixels),
-                               superPixel(150, 100, 100, 1000)},
+    growing.setClusterData({superPixel(0, 0, 0, 1), superPixel(100, 100, 100, pixels),
+                               superPixel(colour.at(0), colour.at(1), colour.at(2), 1000)},
         labels);
     growing.createGraph();
     growing.segmentGraph();
@@ -212,47 +228,6 @@ void TestRegionGrowing::minimumClusterSize()
     QCOMPARE(growing.numberOfClusters(), merged ? 2 : 3);
     if (merged)
         QCOMPARE(growing.size(growing.findParent(1)), pixels + 1000);
-}
-
-void TestRegionGrowing::colourLimits_data()
-{
-    QTest::addColumn<int>("luminance");
-    QTest::addColumn<int>("cb");
-    QTest::addColumn<int>("cr");
-    QTest::addColumn<int>("strength");
-    QTest::addColumn<double>("threshold");
-    QTest::addColumn<bool>("merged");
-
-    QTest::newRow("4/7/7 merges") << 4 << 7 << 7 << 0 << 0.0 << true;
-    QTest::newRow("luminance 5 blocks") << 5 << 0 << 0 << 0 << 0.0 << false;
-    QTest::newRow("cb 8 blocks") << 0 << 8 << 0 << 0 << 0.0 << false;
-    QTest::newRow("cr 8 blocks") << 0 << 0 << 8 << 0 << 0.0 << false;
-    QTest::newRow("strength 4 below 5") << 0 << 0 << 0 << 4 << 0.0 << true;
-    QTest::newRow("strength 5 not below 5") << 0 << 0 << 0 << 5 << 3.0 << false;
-    QTest::newRow("threshold raises the limit") << 0 << 0 << 0 << 9 << 10.0 << true;
-    QTest::newRow("strength at threshold") << 0 << 0 << 0 << 10 << 10.0 << false;
-}
-
-// Both clusters are large, so only the first pass can merge them.
-void TestRegionGrowing::colourLimits()
-{
-    QFETCH(int, luminance);
-    QFETCH(int, cb);
-    QFETCH(int, cr);
-    QFETCH(int, strength);
-    QFETCH(double, threshold);
-    QFETCH(bool, merged);
-    const QImage labels = twoClusterLabels();
-    std::unique_ptr<PXImage> image(workingImage(labels.size()));
-    PXRegionGrowing growing;
-    growing.setup(image.get(), rectPath(QRectF(0, 0, 5, 3)), uniformEdgeImage(labels.size(), strength),
-        threshold);
-    growing.setClusterData({superPixel(0, 0, 0, 1), superPixel(100, 100, 100, 500),
-                               superPixel(100 + luminance, 100 - cb, 100 + cr, 500)},
-        labels);
-    growing.createGraph();
-    growing.segmentGraph();
-    QCOMPARE(growing.findParent(1) == growing.findParent(2), merged);
 }
 
 // B | A | C with A small: A joins B along the weaker boundary first, and the
