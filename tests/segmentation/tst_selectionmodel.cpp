@@ -49,8 +49,6 @@ private Q_SLOTS:
     void brushFindsLabelsWithinTruncatedDistance();
     void contourNeedsTwoDifferingNeighbours_data();
     void contourNeedsTwoDifferingNeighbours();
-    void pathImageFillsThePathWhite_data();
-    void pathImageFillsThePathWhite();
     void lassoSeparatesInsideFromStraddling_data();
     void lassoSeparatesInsideFromStraddling();
     void voteMovesMostlySurroundedLabels_data();
@@ -202,37 +200,6 @@ void TestSelectionModel::contourNeedsTwoDifferingNeighbours()
     const QImage image = crafted(labelImage(labels), {1}, {}).contour();
     QCOMPARE(image.format(), QImage::Format_ARGB32);
     QCOMPARE(marked(image), contour);
-}
-
-void TestSelectionModel::pathImageFillsThePathWhite_data()
-{
-    QTest::addColumn<QPainterPath>("path");
-    QTest::addColumn<int>("white");
-
-    QTest::newRow("empty path") << QPainterPath() << 0;
-    QTest::newRow("square") << square(2, 3, 4) << 16;
-    QTest::newRow("partly outside") << square(6, 10, 4) << 4;
-    QTest::newRow("wholly outside") << square(-9, -9, 4) << 0;
-}
-
-void TestSelectionModel::pathImageFillsThePathWhite()
-{
-    QFETCH(QPainterPath, path);
-    QFETCH(int, white);
-
-    QVERIFY(PXSelectionModel().pathImage(path).isNull());
-    const QImage image = crafted(myLabels, myObject, {}).pathImage(path);
-    QCOMPARE(image.format(), QImage::Format_ARGB32_Premultiplied);
-    QCOMPARE(image.size(), myLabels.size());
-    int count = 0;
-    for (int y = 0; y < image.height(); ++y) {
-        for (int x = 0; x < image.width(); ++x) {
-            const bool inside = path.contains(QPointF(x + 0.5, y + 0.5));
-            QCOMPARE(image.pixel(x, y), inside ? 0xFFFFFFFF : 0xFF000000);
-            count += inside ? 1 : 0;
-        }
-    }
-    QCOMPARE(count, white);
 }
 
 void TestSelectionModel::lassoSeparatesInsideFromStraddling_data()
