@@ -384,35 +384,17 @@ void PXImageSegmentation::paintSelecting()
     if (isInterruptionRequested())
         return;
     for (;;) {
-        QPainterPath path;
-        bool isForeground;
-        PXUndoCommandSegmentation* command = nullptr;
-        {
-            QMutexLocker locker(&d->requestMutex);
-            PXImageSegmentationPrivate::Requests& requests = d->requests;
-            path = std::exchange(requests.strokes, QPainterPath());
-            isForeground = requests.strokeIsForeground;
-            // The after state is taken before this pass paints, so redo shows
-            // the gesture without its final stroke; kept as designed.
-            if (requests.strokeIsTemporary) {
-                if (!requests.pendingMemento)
-                    requests.pendingMemento = createMemento(false);
-            } else {
-                command = d->takeUndoCommand();
-            }
-            if (path.isEmpty())
-                d->loopIsLeaving = true;
-        }
-        if (command)
-            d->undoController->push(command);
-        if (path.isEmpty())
+        const PXImageSegmentationPrivate::Stroke stroke = d->takeStroke();
+        if (stroke.command)
+            d->undoController->push(stroke.command);
+        if (stroke.path.isEmpty())
             return;
 
         // Anything but a scribble paints whole superpixels.
         if (d->mode.load() == Scribble)
-            cutObjectWithScribble(path, isForeground);
+            cutObjectWithScribble(stroke.path, stroke.isForeground);
         else
-            cutObjectWithPaintSelection(path, isForeground);
+            cutObjectWithPaintSelection(stroke.path, stroke.isForeground);
         Q_EMIT sendNewMask(maskForeground());
         if (isInterruptionRequested())
             return;
@@ -425,24 +407,11 @@ void PXImageSegmentation::paintHovering()
         return;
     QImage preview;
     for (;;) {
-        QSet<int> clusters;
-        bool isForeground;
-        {
-            QMutexLocker locker(&d->requestMutex);
-            clusters = std::exchange(d->requests.hoverClusters, QSet<int>());
-            isForeground = d->requests.strokeIsForeground;
-        }
-        if (!clusters.isEmpty())
-            preview = maskWithSegments(clusters, isForeground);
+        const PXImageSegmentationPrivate::Hover hover = d->takeHover();
+        if (!hover.clusters.isEmpty())
+            preview = maskWithSegments(hover.clusters, hover.isForeground);
         Q_EMIT sendNewMask(preview);
-        {
-            QMutexLocker locker(&d->requestMutex);
-            if (d->requests.hoverClusters.isEmpty()) {
-                d->loopIsLeaving = true;
-                return;
-            }
-        }
-        if (isInterruptionRequested())
+        if (!d->moreHover() || isInterruptionRequested())
             return;
     }
 }

@@ -48,6 +48,39 @@ PXUndoCommandSegmentation* PXImageSegmentationPrivate::takeUndoCommand()
     return command;
 }
 
+PXImageSegmentationPrivate::Stroke PXImageSegmentationPrivate::takeStroke()
+{
+    QMutexLocker locker(&requestMutex);
+    Stroke stroke {std::exchange(requests.strokes, QPainterPath()), requests.strokeIsForeground,
+                   nullptr};
+    // The after state is taken before this pass paints, so redo shows the
+    // gesture without its final stroke; kept as designed.
+    if (requests.strokeIsTemporary) {
+        if (!requests.pendingMemento)
+            requests.pendingMemento = q->createMemento(false);
+    } else {
+        stroke.command = takeUndoCommand();
+    }
+    if (stroke.path.isEmpty())
+        loopIsLeaving = true;
+    return stroke;
+}
+
+PXImageSegmentationPrivate::Hover PXImageSegmentationPrivate::takeHover()
+{
+    QMutexLocker locker(&requestMutex);
+    return {std::exchange(requests.hoverClusters, QSet<int>()), requests.strokeIsForeground};
+}
+
+bool PXImageSegmentationPrivate::moreHover()
+{
+    QMutexLocker locker(&requestMutex);
+    const bool more = !requests.hoverClusters.isEmpty();
+    if (!more)
+        loopIsLeaving = true;
+    return more;
+}
+
 void PXImageSegmentationPrivate::retireWorker(bool stop)
 {
     PXInitialSegmentationWorker* retired = worker.exchange(nullptr);

@@ -39,6 +39,19 @@ public:
         PXMementoSegmentation* pendingMemento = nullptr;
     };
 
+    /** What one pass of the paint loop takes. */
+    struct Stroke {
+        QPainterPath path;
+        bool isForeground;
+        // The gesture that a final stroke closes, to push; owned by the taker.
+        PXUndoCommandSegmentation* command;
+    };
+
+    struct Hover {
+        QSet<int> clusters;
+        bool isForeground;
+    };
+
     struct RetiredWorker {
         PXInitialSegmentationWorker* worker;
         QFutureWatcher<void>* watcher;
@@ -68,6 +81,14 @@ public:
     void request(int mode);
     /** Before and after of the gesture in progress. Call with the request lock held. */
     PXUndoCommandSegmentation* takeUndoCommand();
+    /**
+     * Takes the pending strokes and does the undo bookkeeping of a pass; an
+     * empty path ends the loop.
+     */
+    Stroke takeStroke();
+    Hover takeHover();
+    /** Whether hover clusters came in meanwhile; if not, the loop ends. */
+    bool moreHover();
     /** Stops (if @p stop) and forgets the current worker; released once its task ends. */
     void retireWorker(bool stop);
     void releaseRetiredWorker(QFutureWatcher<void>* watcher);
