@@ -52,9 +52,8 @@ private Q_SLOTS:
 
     void candidateTenPercentRule_data();
     void candidateTenPercentRule();
-    void graphOfTwoLabels();
-    void graphOfThreeLabels_data();
-    void graphOfThreeLabels();
+    void graph_data();
+    void graph();
     void merging_data();
     void merging();
     void secondPassKeepsLargeClustersApart();
@@ -87,53 +86,30 @@ void TestRegionGrowing::candidateTenPercentRule()
     QCOMPARE(candidate.normalizedAverageEdgeStrength(), strength);
 }
 
-// Each side of the boundary samples its own pixels; the last row (strength
-// 200) lies outside the scanned part of the lasso rectangle.
-void TestRegionGrowing::graphOfTwoLabels()
+void TestRegionGrowing::graph_data()
 {
-    const QImage labels = labelImage({
+    QTest::addColumn<QImage>("labels");
+    QTest::addColumn<QImage>("edges");
+    QTest::addColumn<QByteArray>("cores");
+    QTest::addColumn<EdgeMap>("expected");
+
+    // Each side of the boundary samples its own pixels; the last row
+    // (strength 200) lies outside the scanned part of the lasso rectangle.
+    QTest::newRow("two labels") << labelImage({
         {1, 1, 1, 2, 2, 2},
         {1, 1, 1, 2, 2, 2},
         {1, 1, 1, 2, 2, 2},
         {1, 1, 1, 2, 2, 2},
-    });
-    const QImage edges = edgeImage({
+    }) << edgeImage({
         {0, 0, 10, 0, 0, 0},
         {0, 0, 20, 0, 0, 0},
         {0, 0, 30, 9, 0, 0},
         {0, 0, 200, 200, 0, 0},
-    });
-    const QList<PXSuperPixel> records{superPixel(0, 0, 0, 1), superPixel(100, 120, 130, 12),
-        superPixel(90, 125, 140, 12)};
-    std::unique_ptr<PXImage> image(workingImage(labels.size()));
-    PXRegionGrowing growing;
-    growing.setup(image.get(), rectPath(QRectF(0, 0, 6, 4)), edges, 3.0);
-    growing.setClusterData(records, labels);
-    growing.createGraph();
+    }) << QByteArray("1") << EdgeMap{{{1, 2}, 20.0}, {{2, 1}, 9.0}};
 
-    const QList<PXRegionGrowingEdge> graph = growing.edges();
-    QCOMPARE(graph.size(), 2);
-    QCOMPARE(edgeMap(graph), (EdgeMap{{{1, 2}, 20.0}, {{2, 1}, 9.0}}));
-    for (const PXRegionGrowingEdge& edge : graph)
-        QCOMPARE(edge.colorDifference(), PXYCbCr(10, 5, 10));
-}
-
-void TestRegionGrowing::graphOfThreeLabels_data()
-{
-    QTest::addColumn<QByteArray>("cores");
-    QTest::newRow("1 core") << QByteArray("1");
-    QTest::newRow("2 cores") << QByteArray("2");
-    QTest::newRow("3 cores") << QByteArray("3");
-    QTest::newRow("more cores than labels") << QByteArray("9");
-}
-
-// Labels 0 and -1 are neither visited nor neighbours; the last row and column
-// of the lasso rectangle are never visited (their strength 250 would show),
-// though they are seen as neighbours.
-void TestRegionGrowing::graphOfThreeLabels()
-{
-    QFETCH(QByteArray, cores);
-    qputenv("PX_CORE_COUNT", cores);
+    // Labels 0 and -1 are neither visited nor neighbours; the last row and
+    // column are never visited (their strength 250 would show), though they
+    // are seen as neighbours. More cores than labels still cover them all.
     const QImage labels = labelImage({
         {1, 1, 2, 2, 2},
         {1, 1, 2, 2, 2},
@@ -148,16 +124,28 @@ void TestRegionGrowing::graphOfThreeLabels()
         {30, 30, 0, 0, 250},
         {250, 250, 250, 250, 250},
     });
-    const QList<PXSuperPixel> records{superPixel(0, 0, 0, 1), superPixel(10, 10, 10, 5),
-        superPixel(20, 20, 20, 5), superPixel(30, 30, 30, 5)};
-    std::unique_ptr<PXImage> image(workingImage(labels.size()));
-    PXRegionGrowing growing;
-    growing.setup(image.get(), rectPath(QRectF(0, 0, 5, 5)), edges, 0.0);
-    growing.setClusterData(records, labels);
-    growing.createGraph();
-
     const EdgeMap expected{{{1, 2}, 10.0}, {{1, 3}, 10.0}, {{2, 1}, 20.0}, {{2, 3}, 20.0},
         {{3, 1}, 30.0}, {{3, 2}, 30.0}};
+    for (const char* cores : {"1", "2", "3", "9"})
+        QTest::newRow(QByteArray("three labels, ") + cores + " cores") << labels << edges << QByteArray(cores)
+                                                                     << expected;
+}
+
+void TestRegionGrowing::graph()
+{
+    QFETCH(QImage, labels);
+    QFETCH(QImage, edges);
+    QFETCH(QByteArray, cores);
+    QFETCH(EdgeMap, expected);
+    qputenv("PX_CORE_COUNT", cores);
+    QList<PXSuperPixel> records{superPixel(0, 0, 0, 1)};
+    for (int label = 1; label <= 3; ++label)
+        records.append(superPixel(10 * label, 10 * label, 10 * label, 5));
+    std::unique_ptr<PXImage> image(workingImage(labels.size()));
+    PXRegionGrowing growing;
+    growing.setup(image.get(), rectPath(QRectF(QPointF(0, 0), labels.size())), edges, 0.0);
+    growing.setClusterData(records, labels);
+    growing.createGraph();
     QCOMPARE(growing.edges().size(), expected.size());
     QCOMPARE(edgeMap(growing.edges()), expected);
 }
