@@ -127,15 +127,19 @@ void TestInitialSegmentationWorker::stopEndsAtThePhaseBoundary()
     QVERIFY(!first.path().isEmpty());
 
     PXInitialSegmentationWorker worker(WorkerTestPhoto::photo(800, 800), QFileInfo());
-    // Direct: the stop lands in the pool thread during SLIC.
+    // SLIC's steps reach the worker queued: the stop lands as soon as this
+    // thread takes the first one, while SLIC still runs.
     connect(&worker, &PXInitialSegmentationWorker::updateProgress, &worker,
         [&worker](int current) {
             if (current == 1)
                 worker.stop();
         },
         Qt::DirectConnection);
+    QSignalSpy progress(&worker, &PXInitialSegmentationWorker::updateProgress);
     QSignalSpy finished(&worker, &PXInitialSegmentationWorker::finished);
-    worker.startInitialSegmentation(WorkerTestPhoto::lasso(800, 800, 0.6)).waitForFinished();
+    QFuture<void> future = worker.startInitialSegmentation(WorkerTestPhoto::lasso(800, 800, 0.6));
+    QVERIFY(progress.wait(30000));
+    future.waitForFinished();
     QCoreApplication::processEvents();
     QVERIFY(!worker.isRunning());
     QCOMPARE(finished.count(), 0);
