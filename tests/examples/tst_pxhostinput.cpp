@@ -2,6 +2,11 @@
 #include "PXHostImages.h"
 #include "PXHostPhoto.h"
 #include "PXPointList.h"
+#include "PXSelectionMask.h"
+
+#include <QDataStream>
+#include <QFile>
+#include <QTemporaryDir>
 
 #include <QPainter>
 #include <QTest>
@@ -23,6 +28,9 @@ private Q_SLOTS:
     void photoScaling_data();
     void photoScaling();
     void cutOutKeepsTheObject();
+    void photosBeyondQtsLimit();
+    void selectionEdits_data();
+    void selectionEdits();
 };
 
 void TestPXHostInput::pointLists_data()
@@ -105,7 +113,8 @@ void TestPXHostInput::commandLines_data()
     QTest::newRow("cut alone") << QStringList { "cut" } << QString();
     QTest::newRow("full cut") << QStringList { "cut", "p.png", "--lasso", "1,1 9,1 9,9", "--click", "2,2",
         "--paint", "bg", "3", "1,1 2,2", "--scribble", "fg", "1.5", "4,4", "--invert", "--mask-color",
-        "#ff8000", "--smooth", "2", "--out", "o" } << QString();
+        "#ff8000", "--smooth", "2", "--feather", "2.5", "--mask-in", "m.png", "--out", "o", "--json" }
+                               << QString();
     QTest::newRow("wire") << QStringList { "wire", "--seed", "1,1", "--to", "5,5", "--seed", "5,5", "--to", "9,1" }
                           << QString();
     QTest::newRow("help") << QStringList { "cut", "--lasso", "x", "--help" } << QString();
@@ -132,6 +141,12 @@ void TestPXHostInput::commandLines_data()
                             << "--mask-color: '#12345' is not a colour (expected #RRGGBB)";
     QTest::newRow("smooth") << QStringList { "cut", "--smooth", "1.5" }
                             << "--smooth: radius '1.5' is not a positive whole number";
+    QTest::newRow("smooth above the bound") << QStringList { "cut", "--smooth", "11" }
+                                            << "--smooth: radius 11 is above 10, where the blurred one-bit mask "
+                                               "breaks down; for a soft edge use --feather 11";
+    QTest::newRow("empty out") << QStringList { "wire", "--out", "" } << "--out needs a folder name, got an empty one";
+    QTest::newRow("feather radius") << QStringList { "cut", "--feather", "0" }
+                                    << "--feather: radius '0' is not a positive number";
     QTest::newRow("wire without pairs") << QStringList { "wire", "p.png" }
                                         << "wire needs at least one --seed x,y --to x,y pair";
     QTest::newRow("seed without to") << QStringList { "wire", "--seed", "1,1", "--to", "2,2", "--seed", "3,3" }
@@ -225,6 +240,104 @@ void TestPXHostInput::cutOutKeepsTheObject()
     const QImage overlay = PXHostImages::overlay(photo, mask, QImage(), 0.5);
     QCOMPARE(overlay.pixel(2, 0), qRgb(200, 100, 50));
     QVERIFY(qBlue(overlay.pixel(0, 0)) > 120 && qRed(overlay.pixel(0, 0)) < 110);
+}
+
+// Qt refuses pictures above 128 MB; a host opens what the machine can hold
+// and names the size of what it cannot.
+void TestPXHostInput::photosBeyondQtsLimit()
+{
+    QTemporaryDir dir;
+    QVERIFY(dir.isValid());
+    // 6000x5600 holds 134 MB as 32-bit pixels; a raw PPM writes quickly.
+    QFile large(dir.filePath(QStringLiteral("large.ppm")));
+    QVERIFY(large.open(QIODevice::WriteOnly));
+    large.write("P6\n6000 5600\n255\n");
+    large.write(QByteArray(6000 * 5600 * 3, char(90)));
+    large.close();
+    QString error;
+    const PXHostPhoto photo = PXHostPhoto::load(large.fileName(), 1200, &error);
+    QVERIFY2(!photo.isNull(), qPrintable(error));
+    QCOMPARE(photo.photo().size(), QSize(6000, 5600));
+    QCOMPARE(photo.working().size(), QSize(1200, 1120));
+
+    // A PNG header claiming 100000x100000 pixels (40 GB) and no pixel data.
+    QFile huge(dir.filePath(QStringLiteral("huge.png")));
+    QVERIFY(huge.open(QIODevice::WriteOnly));
+    QDataStream png(&huge);
+    png.writeRawData("\x89PNG\r\n\x1a\n", 8);
+    auto chunk = [&png](const QByteArray& typeAndData) {
+        quint32 crc = 0xFFFFFFFF;
+        for (const char byte : typeAndData) {
+            crc ^= uchar(byte);
+            for (int bit = 0; bit < 8; ++bit)
+                crc = (crc >> 1) ^ (0xEDB88320 & (0 - (crc & 1)));
+        }
+        png << quint32(typeAndData.size() - 4);
+        png.writeRawData(typeAndData.constData(), int(typeAndData.size()));
+        png << quint32(~crc);
+    };
+    QByteArray header("IHDR");
+    QDataStream(&header, QIODevice::Append) << quint32(100000) << quint32(100000) << quint8(8) << quint8(2)
+                                            << quint8(0) << quint8(0) << quint8(0);
+    chunk(header);
+    chunk("IDAT");
+    huge.close();
+    QVERIFY(PXHostPhoto::load(huge.fileName(), 1200, &error).isNull());
+    QVERIFY2(error.contains(QStringLiteral("huge.png: 100000x100000 is too large")), qPrintable(error));
+}
+
+void TestPXHostInput::selectionEdits_data()
+{
+    QTest::addColumn<QString>("edit");
+    QTest::addColumn<int>("amount");
+    // Along the middle row of a 40x9 picture whose left 20 columns are selected.
+    QTest::addColumn<QList<int>>("row");
+
+    QTest::newRow("grow") << "grow" << 1 << QList<int> { 255, 255, 255, 255, 255, 0 };
+    QTest::newRow("shrink") << "shrink" << 3 << QList<int> { 255, 0, 0, 0, 0, 0 };
+    QTest::newRow("feather") << "feather" << 6 << QList<int> { 255, 234, 191, 149, 106, 64 };
+    QTest::newRow("unite") << "unite" << 0 << QList<int> { 255, 255, 255, 255, 255, 255 };
+    QTest::newRow("subtract") << "subtract" << 0 << QList<int> { 255, 255, 0, 0, 0, 0 };
+}
+
+void TestPXHostInput::selectionEdits()
+{
+    QFETCH(QString, edit);
+    QFETCH(int, amount);
+    QFETCH(QList<int>, row);
+
+    QImage selection(40, 9, QImage::Format_Grayscale8);
+    selection.fill(0);
+    for (int y = 0; y < 9; ++y)
+        std::fill_n(selection.scanLine(y), 20, uchar(255));
+    // A second selection over columns 18 to 21.
+    QImage other(selection.size(), QImage::Format_Grayscale8);
+    other.fill(0);
+    for (int y = 0; y < 9; ++y)
+        std::fill_n(other.scanLine(y) + 18, 4, uchar(255));
+
+    QImage result;
+    if (edit == "grow")
+        result = PXSelectionMask::grown(selection, amount);
+    else if (edit == "shrink")
+        result = PXSelectionMask::shrunk(selection, amount);
+    else if (edit == "feather")
+        result = PXSelectionMask::feathered(selection, amount);
+    else if (edit == "unite")
+        result = PXSelectionMask::united(selection, other);
+    else
+        result = PXSelectionMask::subtracted(selection, other);
+    QList<int> middle;
+    for (int x = 16; x < 22; ++x)
+        middle.append(result.pixelColor(x, 4).red());
+    QCOMPARE(middle, row);
+
+    // The library's mask and back: transparent over the object.
+    const QImage mask = PXSelectionMask::toMask(result, Qt::red);
+    QCOMPARE(mask.pixel(0, 0), qRgba(0, 0, 0, 0));
+    QCOMPARE(mask.pixel(39, 8), qRgb(255, 0, 0));
+    QCOMPARE(PXSelectionMask::fromMask(mask), result);
+    QCOMPARE(PXSelectionMask::fromSaved(result.convertToFormat(QImage::Format_RGB32)), result);
 }
 
 QTEST_GUILESS_MAIN(TestPXHostInput)
