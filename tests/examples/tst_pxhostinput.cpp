@@ -1,5 +1,4 @@
 #include "PXCutArguments.h"
-#include "PXHostImages.h"
 #include "PXHostPhoto.h"
 #include "PXPointList.h"
 #include "PXSelectionMask.h"
@@ -8,7 +7,6 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-#include <QPainter>
 #include <QTest>
 
 // What the hosts read from people: point lists, command lines, photo sizes.
@@ -19,15 +17,11 @@ class TestPXHostInput : public QObject
 private Q_SLOTS:
     void pointLists_data();
     void pointLists();
-    void firstOutside_data();
-    void firstOutside();
     void brushStrokeCoversItsPath();
     void commandLines_data();
     void commandLines();
-    void refinementKeepsItsOrder();
     void photoScaling_data();
     void photoScaling();
-    void cutOutKeepsTheObject();
     void photosBeyondQtsLimit();
     void selectionEdits_data();
     void selectionEdits();
@@ -69,26 +63,6 @@ void TestPXHostInput::pointLists()
         QCOMPARE(parsed, QList<QPointF>({ { -1, -1 } })); // untouched on failure
 }
 
-void TestPXHostInput::firstOutside_data()
-{
-    QTest::addColumn<QList<QPointF>>("points");
-    QTest::addColumn<int>("index");
-
-    using Points = QList<QPointF>;
-    QTest::newRow("all inside") << Points { { 0, 0 }, { 9.99, 7.5 } } << -1;
-    QTest::newRow("right edge") << Points { { 1, 1 }, { 10, 1 } } << 1;
-    QTest::newRow("bottom edge") << Points { { 1, 8 } } << 0;
-    QTest::newRow("negative") << Points { { 1, 1 }, { 2, 2 }, { -0.5, 2 } } << 2;
-    QTest::newRow("empty") << Points {} << -1;
-}
-
-void TestPXHostInput::firstOutside()
-{
-    QFETCH(QList<QPointF>, points);
-    QFETCH(int, index);
-    QCOMPARE(PXPointList::firstOutside(points, QSize(10, 8)), index);
-}
-
 void TestPXHostInput::brushStrokeCoversItsPath()
 {
     const QPainterPath dot = PXPointList::brushStroke({ { 20, 20 } }, 5);
@@ -121,22 +95,14 @@ void TestPXHostInput::commandLines_data()
     QTest::newRow("nothing") << QStringList {} << "missing command: cut or wire";
     QTest::newRow("unknown command") << QStringList { "paste" } << "unknown command 'paste' (expected cut or wire)";
     QTest::newRow("unknown option") << QStringList { "cut", "--lass", "1,1" } << "cut: unknown option '--lass'";
-    QTest::newRow("two photos") << QStringList { "cut", "a.png", "b.png" }
-                                << "cut: one photo only; 'b.png' is one too many";
-    QTest::newRow("lasso without value") << QStringList { "cut", "--lasso" } << "--lasso needs a list of points";
     QTest::newRow("two lassos") << QStringList { "cut", "--lasso", "1,1", "--lasso-file", "f" }
                                 << "give the lasso once, with --lasso or --lasso-file";
     QTest::newRow("malformed lasso") << QStringList { "cut", "--lasso", "1,1 2;2" }
                                      << "--lasso: malformed point '2;2' (expected x,y)";
-    QTest::newRow("negative coordinates parse") << QStringList { "cut", "--click", "-3,4" } << QString();
     QTest::newRow("paint side") << QStringList { "cut", "--paint", "in", "3", "1,1" }
                                 << "--paint: expected fg or bg, got 'in'";
     QTest::newRow("paint radius") << QStringList { "cut", "--paint", "fg", "-3", "1,1" }
                                   << "--paint: radius '-3' is not a positive number";
-    QTest::newRow("paint without points") << QStringList { "cut", "--scribble", "fg", "3" }
-                                          << "--scribble needs points after the radius";
-    QTest::newRow("paint empty points") << QStringList { "cut", "--paint", "fg", "3", " " }
-                                        << "--paint: the stroke has no points";
     QTest::newRow("colour") << QStringList { "cut", "--mask-color", "#12345" }
                             << "--mask-color: '#12345' is not a colour (expected #RRGGBB)";
     QTest::newRow("smooth") << QStringList { "cut", "--smooth", "1.5" }
@@ -151,9 +117,6 @@ void TestPXHostInput::commandLines_data()
                                         << "wire needs at least one --seed x,y --to x,y pair";
     QTest::newRow("seed without to") << QStringList { "wire", "--seed", "1,1", "--to", "2,2", "--seed", "3,3" }
                                      << "--seed 3,3 has no --to after it";
-    QTest::newRow("to first") << QStringList { "wire", "--to", "2,2" } << "--to 2,2 has no --seed before it";
-    QTest::newRow("two seeds") << QStringList { "wire", "--seed", "1,1", "--seed", "2,2" }
-                               << "--seed 2,2 follows a --seed without its --to";
 }
 
 void TestPXHostInput::commandLines()
@@ -165,27 +128,6 @@ void TestPXHostInput::commandLines()
     QString message;
     QCOMPARE(parsed.parse(arguments, &message), error.isEmpty());
     QCOMPARE(message, error);
-}
-
-void TestPXHostInput::refinementKeepsItsOrder()
-{
-    PXCutArguments parsed;
-    QString error;
-    QVERIFY(parsed.parse({ "cut", "--scribble", "bg", "2", "1,1 3,3", "--click", "5,6", "--paint", "fg", "4",
-                             "7,8", "--lasso-file", "l.txt" },
-        &error));
-    QCOMPARE(parsed.command, PXCutArguments::Cut);
-    QCOMPARE(parsed.lassoFile, QStringLiteral("l.txt"));
-    QCOMPARE(parsed.outputDirectory, QStringLiteral("out"));
-    QCOMPARE(parsed.steps.size(), 3);
-    QCOMPARE(parsed.steps.at(0).kind, PXCutStep::Scribble);
-    QCOMPARE(parsed.steps.at(0).foreground, false);
-    QCOMPARE(parsed.steps.at(0).radius, 2.0);
-    QCOMPARE(parsed.steps.at(0).points, QList<QPointF>({ { 1, 1 }, { 3, 3 } }));
-    QCOMPARE(parsed.steps.at(1).kind, PXCutStep::Click);
-    QCOMPARE(parsed.steps.at(1).points, QList<QPointF>({ { 5, 6 } }));
-    QCOMPARE(parsed.steps.at(2).kind, PXCutStep::Paint);
-    QCOMPARE(parsed.steps.at(2).foreground, true);
 }
 
 void TestPXHostInput::photoScaling_data()
@@ -222,28 +164,6 @@ void TestPXHostInput::photoScaling()
     QCOMPARE(photo.toPhotoSize(QImage(working, QImage::Format_ARGB32)).size(), size);
 }
 
-void TestPXHostInput::cutOutKeepsTheObject()
-{
-    QImage photo(4, 1, QImage::Format_RGB32);
-    photo.fill(qRgb(200, 100, 50));
-    QImage mask(4, 1, QImage::Format_ARGB32_Premultiplied);
-    mask.fill(qRgb(0, 0, 255)); // background, opaque
-    mask.setPixel(1, 0, 0);     // object, transparent
-    mask.setPixel(2, 0, 0);
-
-    const QImage cutout = PXHostImages::cutOut(photo, mask);
-    QCOMPARE(cutout.pixel(0, 0), qRgba(0, 0, 0, 0));
-    QCOMPARE(cutout.pixel(1, 0), qRgba(200, 100, 50, 255));
-    QCOMPARE(cutout.pixel(3, 0), qRgba(0, 0, 0, 0));
-    QCOMPARE(PXHostImages::objectShare(mask), 0.5);
-
-    const QImage overlay = PXHostImages::overlay(photo, mask, QImage(), 0.5);
-    QCOMPARE(overlay.pixel(2, 0), qRgb(200, 100, 50));
-    QVERIFY(qBlue(overlay.pixel(0, 0)) > 120 && qRed(overlay.pixel(0, 0)) < 110);
-}
-
-// Qt refuses pictures above 128 MB; a host opens what the machine can hold
-// and names the size of what it cannot.
 void TestPXHostInput::photosBeyondQtsLimit()
 {
     QTemporaryDir dir;

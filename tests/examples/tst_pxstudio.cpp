@@ -483,15 +483,6 @@ void TestPXStudio::droppedFileOpens()
     QCOMPARE(window->photo().photo().size(), QSize(512, 512));
     QCOMPARE(window->view()->photoSize(), QSize(512, 512));
     QVERIFY(window->windowTitle().startsWith(QStringLiteral("astronaut.png")));
-
-    // Text and folders are refused.
-    QMimeData text;
-    text.setText(QStringLiteral("hello"));
-    QDragEnterEvent refused(centre, Qt::CopyAction, &text, Qt::LeftButton, Qt::NoModifier);
-    QCoreApplication::sendEvent(viewport, &refused);
-    QVERIFY(!refused.isAccepted());
-    QVERIFY(!window->openPhoto(m_dir.filePath(QStringLiteral("missing.png"))));
-    QCOMPARE(window->view()->photoSize(), QSize(512, 512));
 }
 
 // Two tile blocks side by side: one lasso for each.
