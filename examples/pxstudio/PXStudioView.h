@@ -30,7 +30,7 @@ public:
     Q_ENUM(Tool)
 
     /** Tint of the background until the user chooses one: visible on dark and light photos alike. */
-    static QColor defaultTint() { return QColor(230, 30, 60); }
+    static QColor defaultTint() { return QColor(40, 110, 255); }
     static constexpr qreal myDefaultTintOpacity = 0.5;
 
     explicit PXStudioView(QWidget* parent = nullptr);
