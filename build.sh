@@ -10,7 +10,7 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 
-packages=(cmake ninja-build g++ pkg-config qt6-base-dev libgl-dev libbenchmark-dev)
+packages=(cmake ninja-build g++ pkg-config qt6-base-dev libgl-dev libbenchmark-dev zlib1g-dev)
 
 ensure_packages() {
     local missing=()
