@@ -4,12 +4,13 @@
 #   ./build.sh demo    the main job: build the host programs and cut out the shipped photo
 #   ./build.sh test    every test: the optimised build, then the ASan+UBSan build
 #   ./build.sh bench   build and run every benchmark
+#   ./build.sh screenshot   render pxstudio with a cut in progress into docs/pxstudio.png
 #
 # Installs what is missing with apt-get (run as root on a fresh machine).
 set -euo pipefail
 cd "$(dirname "$0")"
 
-packages=(cmake ninja-build g++ pkg-config qt6-base-dev libgl-dev libbenchmark-dev)
+packages=(cmake ninja-build g++ pkg-config qt6-base-dev libgl-dev libbenchmark-dev zlib1g-dev)
 
 ensure_packages() {
     local missing=()
@@ -48,8 +49,12 @@ bench)
         fi
     done
     ;;
+screenshot)
+    build default
+    QT_QPA_PLATFORM=offscreen ./build/default/examples/pxstudio --screenshot docs/pxstudio.png
+    ;;
 *)
-    echo "usage: $0 demo|test|bench" >&2
+    echo "usage: $0 demo|test|bench|screenshot" >&2
     exit 2
     ;;
 esac
