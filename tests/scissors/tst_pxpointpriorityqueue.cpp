@@ -80,24 +80,6 @@ private slots:
         QCOMPARE(dequeued, order);
     }
 
-    void descreaseScore()
-    {
-        PXPointPriorityQueue queue(10, 10);
-        queue.insert(0, 0, 0, 2);
-        queue.insert(1, 1, 1, 4);
-        queue.insert(2, 2, 2, 6);
-        QVERIFY(!queue.descreaseScore(2, 2, 6));
-        QVERIFY(!queue.descreaseScore(2, 2, 7));
-        QCOMPARE(queue.heap()[2]->score, 6u);
-        // Equal to the parent: it does not climb past it.
-        QVERIFY(queue.descreaseScore(2, 2, 2));
-        QCOMPARE(queue.heap()[0]->data, 0u);
-        QCOMPARE(queue.heap()[2]->data, 2u);
-        QVERIFY(queue.descreaseScore(2, 2, 1));
-        QCOMPARE(queue.heap()[0]->data, 2u);
-        QVERIFY(isConsistent(queue));
-    }
-
     // Inserting a queued pixel again leaves its older entry in the heap, no
     // longer indexed: both come out, and the index tile still goes back to
     // the pool when the last indexed pixel leaves.
@@ -223,19 +205,6 @@ private slots:
         matrix.set(4100, 1, 1);
         QCOMPARE(matrix.get(4099, 0), 0u);
         QCOMPARE(matrix.get(4200, 99), 0u);
-    }
-
-    void absentOrKeptTiles()
-    {
-        SparseMatrix<bool, 4096u> flags(10, 10);
-        flags.set(3, 3, false);
-        QVERIFY(!flags.hasTile(3, 3));
-        SparseMatrix<unsigned int, 4096u> kept(10, 10, SparseMatrix<unsigned int, 4096u>::KeepTilesUntilClear);
-        kept.set(1, 1, 5);
-        kept.set(1, 1, 0);
-        QVERIFY(kept.hasTile(1, 1));
-        kept.clear();
-        QVERIFY(!kept.hasTile(1, 1));
     }
 
     void blockPool()

@@ -104,29 +104,6 @@ private slots:
         QCOMPARE(slic.superPixelCount(), count);
     }
 
-    // S = 10 on a 100 x 100 box: grid points 10 .. 90 (the grid ends before
-    // trunc(99 - 5)). On a flat photo the first candidate, up and left, wins;
-    // the colour is still the grid point's.
-    void seedsLieOnTheGrid()
-    {
-        QImage image = uniformYCbCr(100, 100, 100);
-        image.setPixel(10, 10, ycbcr(200, 20, 30));
-        PXImage photo = photoFromYCbCr(image);
-        PXSlic slic;
-        slic.setup(&photo, rectLasso(QRectF(0, 0, 100, 100)));
-        slic.initialize();
-
-        const QList<PXSuperPixel> records = slic.clusterInformations();
-        QCOMPARE(records.size(), 1 + 81);
-        QCOMPARE(records[1].color(), PXYCbCr(200, 20, 30));
-        for (int i = 1; i < records.size(); ++i) {
-            const QPoint grid(10 * ((i - 1) % 9 + 1), 10 * ((i - 1) / 9 + 1));
-            QCOMPARE(QPoint(records[i].xCenter(), records[i].yCenter()), grid - QPoint(1, 1));
-            QCOMPARE(records[i].pixelCount(), 1);
-        }
-        QCOMPARE(slic.superPixelAssignments(), labelImage(QSize(100, 100), 0));
-    }
-
     void gradientMinimum_data()
     {
         QTest::addColumn<QList<QPoint>>("darkPixels");
