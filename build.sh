@@ -4,6 +4,7 @@
 #   ./build.sh demo    the main job: build the host programs and cut out the shipped photo
 #   ./build.sh test    every test: the optimised build, then the ASan+UBSan build
 #   ./build.sh bench   build and run every benchmark
+#   ./build.sh benchsuite   build and run the benchmark suite, write its markdown table
 #
 # Installs what is missing with apt-get (run as root on a fresh machine).
 set -euo pipefail
@@ -48,8 +49,14 @@ bench)
         fi
     done
     ;;
+benchsuite)
+    packages=(jq)
+    ensure_packages
+    build default
+    bench/run_suite.sh
+    ;;
 *)
-    echo "usage: $0 demo|test|bench" >&2
+    echo "usage: $0 demo|test|bench|benchsuite" >&2
     exit 2
     ;;
 esac
