@@ -18,6 +18,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <ctime>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
@@ -29,6 +30,14 @@ using Clock = std::chrono::steady_clock;
 inline double millisecondsSince(Clock::time_point start)
 {
     return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+/** Processor time of all the process's threads. */
+inline double processorMilliseconds()
+{
+    timespec time{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return double(time.tv_sec) * 1e3 + double(time.tv_nsec) / 1e6;
 }
 
 struct Scene

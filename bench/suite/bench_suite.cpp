@@ -39,11 +39,42 @@ double median(std::vector<double> values)
     return values[values.size() / 2];
 }
 
-/** Times, goal and peak memory of one benchmark, for the table. */
-void report(benchmark::State& state, const std::vector<double>& times, double goalMilliseconds)
+/**
+ * Wall and processor time of each timed stretch. On a loaded machine the
+ * processor time, summed over all threads, is the steadier of the two.
+ */
+class Samples
 {
+public:
+    void start()
+    {
+        m_start = Clock::now();
+        m_processorStart = processorMilliseconds();
+    }
+
+    /** Ends a stretch begun by start() and makes it the iteration's time. */
+    void stop(benchmark::State& state)
+    {
+        wall.push_back(millisecondsSince(m_start));
+        processor.push_back(processorMilliseconds() - m_processorStart);
+        state.SetIterationTime(wall.back() / 1000);
+    }
+
+    std::vector<double> wall;
+    std::vector<double> processor;
+
+private:
+    Clock::time_point m_start;
+    double m_processorStart = 0;
+};
+
+/** Times, goal and peak memory of one benchmark, for the table. */
+void report(benchmark::State& state, const Samples& samples, double goalMilliseconds)
+{
+    const std::vector<double>& times = samples.wall;
     state.counters["ms"] = median(times);
     state.counters["max_ms"] = times.empty() ? 0 : *std::max_element(times.begin(), times.end());
+    state.counters["cpu_ms"] = median(samples.processor);
     state.counters["goal_ms"] = goalMilliseconds;
     state.counters["peak_MiB"] = peakResidentMiB();
 }
@@ -59,7 +90,7 @@ void WorkingImage(benchmark::State& state)
 {
     const QImage& photo = scene(int(state.range(0))).photo;
     const auto bytes = size_t(photo.sizeInBytes());
-    std::vector<double> times;
+    Samples times;
     double worstRatio = 0;
     double copySum = 0;
     for (auto _ : state) {
@@ -70,16 +101,14 @@ void WorkingImage(benchmark::State& state)
             benchmark::DoNotOptimize(copy.get());
         }
         const double copy = millisecondsSince(start);
-        start = Clock::now();
+        times.start();
         {
             const PXImage image(photo, QFileInfo());
             benchmark::DoNotOptimize(image.imageYCbCr().constBits());
         }
-        const double conversion = millisecondsSince(start);
-        state.SetIterationTime(conversion / 1000);
-        times.push_back(conversion);
+        times.stop(state);
         copySum += copy;
-        worstRatio = std::max(worstRatio, conversion / copy);
+        worstRatio = std::max(worstRatio, times.wall.back() / copy);
     }
     report(state, times, 0);
     state.counters["copy_ms"] = copySum / double(state.iterations());
@@ -91,15 +120,14 @@ BENCHMARK(WorkingImage)->Apply(photoArguments)->Iterations(10);
 void Sobel(benchmark::State& state)
 {
     PXImage image(scene(int(state.range(0))).photo, QFileInfo());
-    std::vector<double> times;
+    Samples times;
     for (auto _ : state) {
         PXEdgeDetectorSobelColor detector;
         detector.setup(&image);
-        const auto start = Clock::now();
+        times.start();
         detector.start();
         detector.wait();
-        times.push_back(millisecondsSince(start));
-        state.SetIterationTime(times.back() / 1000);
+        times.stop(state);
     }
     report(state, times, 0);
 }
@@ -109,14 +137,13 @@ void Slic(benchmark::State& state)
 {
     const Scene& input = scene(int(state.range(0)));
     PXImage image(input.photo, QFileInfo());
-    std::vector<double> times;
+    Samples times;
     for (auto _ : state) {
         PXSlic slic;
-        const auto start = Clock::now();
+        times.start();
         slic.setup(&image, input.lasso);
         slic.run();
-        times.push_back(millisecondsSince(start));
-        state.SetIterationTime(times.back() / 1000);
+        times.stop(state);
     }
     report(state, times, isLarge(state) ? 0 : 30);
 }
@@ -135,15 +162,14 @@ void RegionGrowing(benchmark::State& state)
     slic.run();
     const QList<PXSuperPixel> superpixels = slic.clusterInformations();
     const QImage labels = slic.superPixelAssignments();
-    std::vector<double> times;
+    Samples times;
     for (auto _ : state) {
         PXRegionGrowing growing;
-        const auto start = Clock::now();
+        times.start();
         growing.setup(&image, input.lasso, detector.sobel(), detector.mean());
         growing.setClusterData(superpixels, labels);
         growing.run();
-        times.push_back(millisecondsSince(start));
-        state.SetIterationTime(times.back() / 1000);
+        times.stop(state);
     }
     report(state, times, 0);
 }
@@ -152,14 +178,13 @@ BENCHMARK(RegionGrowing)->Apply(photoArguments)->Iterations(3);
 void InitialSegmentationWorker(benchmark::State& state)
 {
     const Scene& input = scene(int(state.range(0)));
-    std::vector<double> times;
+    Samples times;
     for (auto _ : state) {
-        const auto start = Clock::now();
+        times.start();
         PXInitialSegmentationWorker worker(input.photo, QFileInfo());
         worker.startInitialSegmentation(input.lasso).waitForFinished();
         benchmark::DoNotOptimize(worker.labels().constBits());
-        times.push_back(millisecondsSince(start));
-        state.SetIterationTime(times.back() / 1000);
+        times.stop(state);
         // Drops the queued progress notifications of this worker.
         QCoreApplication::processEvents();
     }
@@ -172,12 +197,11 @@ void LassoToMask(benchmark::State& state)
     const Scene& input = scene(int(state.range(0)));
     PXImageSegmentation controller;
     controller.setup(input.photo, QFileInfo());
-    std::vector<double> times;
+    Samples times;
     for (auto _ : state) {
-        const auto start = Clock::now();
+        times.start();
         requestMask(controller, [&]() { controller.startThreadWithInitialPath(input.lasso); });
-        times.push_back(millisecondsSince(start));
-        state.SetIterationTime(times.back() / 1000);
+        times.stop(state);
         controller.wait();
     }
     report(state, times, isLarge(state) ? 700 : 60);
@@ -215,12 +239,11 @@ void PaintStroke(benchmark::State& state)
     stroker.setCapStyle(Qt::RoundCap);
     const QPainterPath stroke = stroker.createStroke(line);
     bool isForeground = false;
-    std::vector<double> times;
+    Samples times;
     for (auto _ : state) {
-        const auto start = Clock::now();
+        times.start();
         requestMask(cut.controller, [&]() { cut.controller.startThreadWithPaintSelection(stroke, isForeground, false); });
-        times.push_back(millisecondsSince(start));
-        state.SetIterationTime(times.back() / 1000);
+        times.stop(state);
         isForeground = !isForeground;
         cut.controller.wait();
     }
@@ -234,15 +257,14 @@ void HoverPreview(benchmark::State& state)
     CutPhoto cut(input);
     const QPoint point = centre(input.photo).toPoint();
     bool isForeground = false;
-    std::vector<double> times;
+    Samples times;
     for (auto _ : state) {
-        const auto start = Clock::now();
+        times.start();
         requestMask(cut.controller, [&]() {
             const QSet<int> clusters = cut.controller.superpixels(point, 80);
             cut.controller.startThreadWithPaintSelectionHover(clusters, isForeground);
         });
-        times.push_back(millisecondsSince(start));
-        state.SetIterationTime(times.back() / 1000);
+        times.stop(state);
         isForeground = !isForeground;
         cut.controller.wait();
     }
@@ -257,14 +279,13 @@ void Click(benchmark::State& state)
     const Scene& input = scene(int(state.range(0)));
     CutPhoto cut(input);
     const QPointF point = centre(input.photo);
-    std::vector<double> times;
+    Samples times;
     for (auto _ : state) {
-        const auto start = Clock::now();
+        times.start();
         cut.controller.startThreadWithClicker(point);
         QThreadPool::globalInstance()->waitForDone();
         benchmark::DoNotOptimize(cut.controller.maskForeground().constBits());
-        times.push_back(millisecondsSince(start));
-        state.SetIterationTime(times.back() / 1000);
+        times.stop(state);
     }
     report(state, times, isLarge(state) ? 0 : 5);
 }
@@ -273,13 +294,12 @@ BENCHMARK(Click)->Apply(photoArguments)->Iterations(10);
 void ScissorsSetup(benchmark::State& state)
 {
     const QImage& photo = scene(int(state.range(0))).photo;
-    std::vector<double> times;
+    Samples times;
     for (auto _ : state) {
         PXIntelligentScissors scissors;
-        const auto start = Clock::now();
+        times.start();
         scissors.setup(photo);
-        times.push_back(millisecondsSince(start));
-        state.SetIterationTime(times.back() / 1000);
+        times.stop(state);
     }
     report(state, times, isLarge(state) ? 0 : 5);
 }
@@ -292,7 +312,7 @@ BENCHMARK(ScissorsSetup)->Apply(photoArguments)->Iterations(5);
 void ScissorsSeed(benchmark::State& state)
 {
     const QImage& photo = scene(int(state.range(0))).photo;
-    std::vector<double> times;
+    Samples times;
     double finished = 0;
     double growth = 0;
     for (auto _ : state) {
@@ -300,10 +320,10 @@ void ScissorsSeed(benchmark::State& state)
         PXIntelligentScissors scissors;
         scissors.setup(photo);
         const auto start = Clock::now();
+        times.start();
         scissors.initializeSeed(centre(photo));
         waitUntilPhotoReachable(scissors, photo);
-        times.push_back(millisecondsSince(start));
-        state.SetIterationTime(times.back() / 1000);
+        times.stop(state);
         scissors.wireCalculator()->wait();
         finished += millisecondsSince(start);
         if (growth == 0)
@@ -322,10 +342,10 @@ BENCHMARK(ScissorsSeed)->Apply(photoArguments)->Iterations(3);
 void Pxcut(benchmark::State& state)
 {
     QTemporaryDir output;
-    std::vector<double> times;
+    Samples times;
     double peak = 0;
     for (auto _ : state) {
-        const auto start = Clock::now();
+        times.start();
         const pid_t child = fork();
         if (child == 0) {
             const int null = ::open("/dev/null", O_WRONLY);
@@ -338,8 +358,10 @@ void Pxcut(benchmark::State& state)
         int status = 0;
         rusage usage{};
         wait4(child, &status, 0, &usage);
-        times.push_back(millisecondsSince(start));
-        state.SetIterationTime(times.back() / 1000);
+        times.stop(state);
+        // The child's processor time, not this process's.
+        times.processor.back() = double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1e3
+            + double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e3;
         peak = std::max(peak, double(usage.ru_maxrss) / 1024.0);
         if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
             state.SkipWithError("pxcut failed");

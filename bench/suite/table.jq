@@ -8,7 +8,7 @@ def met($value; $goal; $smaller):
     if $goal == null or $goal == 0 then "-"
     elif ($smaller and $value < $goal) or ((($smaller) | not) and $value >= $goal) then "yes"
     else "NO" end;
-def standard: ["ms", "max_ms", "goal_ms", "peak_MiB", "peer_ms", "speedup"];
+def standard: ["ms", "max_ms", "cpu_ms", "goal_ms", "peak_MiB", "peer_ms", "speedup"];
 def details: [to_entries[] | select(.key as $k | (standard | index($k)) == null)
     | select(.value | type == "number") | select(.key | test("^(real|cpu)_time$|^iterations$|^repetition|_index$|^threads$|^goal_") | not)
     | "\(.key)=\(.value | num)"] | join(" ");
@@ -16,8 +16,8 @@ def details: [to_entries[] | select(.key as $k | (standard | index($k)) == null)
 [.[] | .context as $context | .benchmarks[] | . + {machine: $context.host_name}] as $runs
 | ($runs | map(select(.peer_ms == null and .error_occurred != true))) as $goals
 | ($runs | map(select(.peer_ms != null))) as $peers
-| "| stage | photo | median ms | worst ms | goal | met | peak MiB | details |",
-  "|---|---|---|---|---|---|---|---|",
+| "| stage | photo | median ms | worst ms | cpu ms | goal | met | peak MiB | details |",
+  "|---|---|---|---|---|---|---|---|---|",
   ($goals[] |
     (if .worst_ratio != null then "ratio < \(.goal_ratio | num) of copy"
      elif (.goal_ms // 0) > 0 then "< \(.goal_ms | num) ms" else "" end) as $goal
@@ -26,7 +26,7 @@ def details: [to_entries[] | select(.key as $k | (standard | index($k)) == null)
     | (if .goal_growth_MiB != null and .goal_growth_MiB > 0 then
          ", growth < \(.goal_growth_MiB | num) MiB: \(met(.growth_MiB; .goal_growth_MiB; true))" else "" end) as $growth
     | (if .goal_peak_MiB != null then ", peak < \(.goal_peak_MiB | num) MiB: \(met(.peak_MiB; .goal_peak_MiB; true))" else "" end) as $peak
-    | "| \(stage) | \(photo) | \(.ms | num) | \(.max_ms | num) | \($goal) | \($met)\($growth)\($peak) | \(.peak_MiB | num) | \(details) |"),
+    | "| \(stage) | \(photo) | \(.ms | num) | \(.max_ms | num) | \(.cpu_ms | num) | \($goal) | \($met)\($growth)\($peak) | \(.peak_MiB | num) | \(details) |"),
   "",
   "| against | photo | ours ms | theirs ms | speedup | goal | met |",
   "|---|---|---|---|---|---|---|",

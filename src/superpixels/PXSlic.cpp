@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
 namespace {
@@ -43,16 +44,35 @@ struct PixelSums
 
     // Pixels [begin, end) of one row that share a label, summed in registers:
     // label runs are long, and adding pixel by pixel into memory would make
-    // every addition wait for the previous one.
+    // every addition wait for the previous one. Two pixels at a time share
+    // one 64-bit word in 16-bit lanes (Cr, Y, Cr, Y and Cb, alpha, Cb,
+    // alpha), 256 pixels at most before the lanes are taken apart.
     void addRun(const PXYCbCrPixel* pixels, int begin, int end, int row)
     {
+        constexpr quint64 evenBytes = 0x00FF00FF00FF00FFull;
         quint32 runLuminance = 0;
         quint32 runCb = 0;
         quint32 runCr = 0;
-        for (int column = begin; column < end; ++column) {
-            runLuminance += pixels[column].luminance;
-            runCb += pixels[column].cb;
-            runCr += pixels[column].cr;
+        for (int column = begin; column < end;) {
+            const int stop = std::min(end, column + 256);
+            quint64 crAndLuminance = 0;
+            quint64 cbAndAlpha = 0;
+            for (; column + 1 < stop; column += 2) {
+                quint64 two;
+                std::memcpy(&two, pixels + column, sizeof two);
+                crAndLuminance += two & evenBytes;
+                cbAndAlpha += (two >> 8) & evenBytes;
+            }
+            if (column < stop) {
+                quint32 one;
+                std::memcpy(&one, pixels + column, sizeof one);
+                crAndLuminance += one & evenBytes;
+                cbAndAlpha += (one >> 8) & evenBytes;
+                ++column;
+            }
+            runCr += quint32(crAndLuminance & 0xFFFFu) + quint32((crAndLuminance >> 32) & 0xFFFFu);
+            runLuminance += quint32((crAndLuminance >> 16) & 0xFFFFu) + quint32(crAndLuminance >> 48);
+            runCb += quint32(cbAndAlpha & 0xFFFFu) + quint32((cbAndAlpha >> 32) & 0xFFFFu);
         }
         const qint64 length = end - begin;
         luminance += runLuminance;
@@ -63,12 +83,73 @@ struct PixelSums
         count += int(length);
     }
 
+    void add(const PixelSums& other)
+    {
+        luminance += other.luminance;
+        cb += other.cb;
+        cr += other.cr;
+        x += other.x;
+        y += other.y;
+        count += other.count;
+    }
+
     void addTo(PXSuperPixel& record) const
     {
         if (count > 0)
             record.addPixels(PXYCbCr(luminance, cb, cr), int(x), int(y), count);
     }
 };
+
+// The end of the run of @p label that starts at @p begin, at most @p right;
+// two labels compared at a time.
+int runEnd(const quint32* labelRow, int begin, int right, quint32 label)
+{
+    const quint64 pair = quint64(label) * 0x100000001ull;
+    int end = begin + 1;
+    for (; end + 1 < right; end += 2) {
+        quint64 two;
+        std::memcpy(&two, labelRow + end, sizeof two);
+        if (two != pair)
+            break;
+    }
+    while (end < right && labelRow[end] == label)
+        ++end;
+    return end;
+}
+
+// The sums of records firstIndex..lastIndex over the rows of one slice.
+std::vector<PixelSums> sumSuperPixelSlice(const PXSuperPixelSlice& slice)
+{
+    const int firstIndex = std::max(slice.firstIndex, 0);
+    const int lastIndex = std::min(slice.lastIndex, int(slice.superPixels.size()) - 1);
+    if (firstIndex > lastIndex)
+        return {};
+
+    const auto span = quint32(lastIndex - firstIndex);
+    std::vector<PixelSums> sums(std::size_t(span) + 1);
+    const QImage& image = slice.image;
+    const QImage& labels = slice.labels;
+    if (image.depth() == 32 && labels.depth() == 32 && image.size() == labels.size()) {
+        const int top = std::max(slice.top, 0);
+        const int bottom = std::min(slice.bottom, image.height());
+        const int left = std::max(slice.left, 0);
+        const int right = std::min(slice.right, image.width());
+        for (int y = top; y < bottom; ++y) {
+            const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(image.constScanLine(y));
+            const auto* labelRow = reinterpret_cast<const quint32*>(labels.constScanLine(y));
+            for (int x = left; x < right;) {
+                const quint32 label = labelRow[x];
+                const int end = runEnd(labelRow, x, right, label);
+                // One unsigned comparison tests firstIndex <= label <= lastIndex.
+                const quint32 offset = label - quint32(firstIndex);
+                if (offset <= span)
+                    sums[offset].addRun(pixels, x, end, y);
+                x = end;
+            }
+        }
+    }
+    return sums;
+}
 
 // One run [left, right) of row y.
 struct Span
@@ -368,57 +449,34 @@ void PXSlic::updateSuperPixelInformations()
     const QImage image = imageYCbCr();
     if (!hasLabelsFor(image))
         return;
-
-    const QRect rect = lassoBoundingRect();
     const int count = m_superPixels.size();
-    // At least one record per item: with fewer records than cores the
-    // items' start would never advance.
-    const int perItem = std::max(1, count / coreCount());
-    QList<PXSuperPixelSlice> slices;
-    for (int first = 1; first < count; first += perItem) {
-        slices.append(PXSuperPixelSlice{image, m_labels, rect.top(), rect.bottom(), rect.left(),
-            rect.right(), m_superPixels, first, std::min(first + perItem, count) - 1});
-    }
-    PXConcurrent::blockingMap(slices, &PXSlic::updateSuperPixelSlice);
-}
-
-void PXSlic::updateSuperPixelSlice(const PXSuperPixelSlice& slice)
-{
-    const int firstIndex = std::max(slice.firstIndex, 0);
-    const int lastIndex = std::min(slice.lastIndex, int(slice.superPixels.size()) - 1);
-    if (firstIndex > lastIndex)
+    if (count < 2)
         return;
 
-    const auto span = quint32(lastIndex - firstIndex);
-    std::vector<PixelSums> sums(std::size_t(span) + 1);
-    const QImage& image = slice.image;
-    const QImage& labels = slice.labels;
-    if (image.depth() == 32 && labels.depth() == 32 && image.size() == labels.size()) {
-        const int top = std::max(slice.top, 0);
-        const int bottom = std::min(slice.bottom, image.height());
-        const int left = std::max(slice.left, 0);
-        const int right = std::min(slice.right, image.width());
-        for (int y = top; y < bottom; ++y) {
-            const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(image.constScanLine(y));
-            const auto* labelRow = reinterpret_cast<const quint32*>(labels.constScanLine(y));
-            for (int x = left; x < right;) {
-                const quint32 label = labelRow[x];
-                int end = x + 1;
-                while (end < right && labelRow[end] == label)
-                    ++end;
-                // One unsigned comparison tests firstIndex <= label <= lastIndex.
-                const quint32 offset = label - quint32(firstIndex);
-                if (offset <= span)
-                    sums[offset].addRun(pixels, x, end, y);
-                x = end;
-            }
-        }
+    // Bands of rows, each summing every record: every pixel is read once.
+    // The sums wrap like the records' own, so adding the bands up in any
+    // order gives the same records.
+    const QRect rect = lassoBoundingRect();
+    const int rows = std::max(0, rect.bottom() - rect.top());
+    const int bands = std::max(1, std::min(coreCount(), rows));
+    QList<PXSuperPixelSlice> slices;
+    for (int band = 0; band < bands; ++band) {
+        slices.append(PXSuperPixelSlice{image, m_labels, rect.top() + int(qint64(rows) * band / bands),
+            rect.top() + int(qint64(rows) * (band + 1) / bands), rect.left(), rect.right(), m_superPixels, 1,
+            count - 1});
     }
+    const QList<std::vector<PixelSums>> bandSums
+        = PXConcurrent::blockingMapped<QList<std::vector<PixelSums>>>(slices, &sumSuperPixelSlice);
 
-    for (int index = firstIndex; index <= lastIndex; ++index) {
-        PXSuperPixel* record = slice.superPixels.at(index);
+    for (int index = 1; index < count; ++index) {
+        PixelSums sums;
+        for (const std::vector<PixelSums>& band : bandSums) {
+            if (std::size_t(index - 1) < band.size())
+                sums.add(band[std::size_t(index - 1)]);
+        }
+        PXSuperPixel* record = m_superPixels.at(index);
         record->reset();
-        sums[std::size_t(index - firstIndex)].addTo(*record);
+        sums.addTo(*record);
         record->normalize();
     }
 }
