@@ -370,20 +370,42 @@ void PXRegionGrowing::buildClusters()
                 ++pixelCounts[size_t(labels[x])];
         }
     }
+    // Each list is sized once and written through a cursor.
     QList<QPoint>* points = m_superPixelPoints.data();
-    for (int i = 1; i < count; ++i)
-        points[i].reserve(pixelCounts[size_t(i)]);
+    std::vector<QPoint*> cursors(size_t(count), nullptr);
+    for (int i = 1; i < count; ++i) {
+        points[i].resize(pixelCounts[size_t(i)]);
+        cursors[size_t(i)] = points[i].data();
+    }
 
+    // Label runs are summed in registers and added at once; the records' sums
+    // wrap, so this gives the same records as adding pixel by pixel.
     PXSuperPixel* records = m_superPixels.data();
     for (int y = rows.first(); y < rowEnd; ++y) {
         const qint32* labels = labelRow(m_labels, y);
         const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(ycbcr.constScanLine(y));
-        for (int x = columns.first(); x < columnEnd; ++x) {
+        for (int x = columns.first(); x < columnEnd;) {
             const int label = labels[x];
-            if (label < 1 || label >= count)
-                continue;
-            records[label].addPixel(pixels[x], x, y);
-            points[label].append(QPoint(x, y));
+            int end = x + 1;
+            while (end < columnEnd && labels[end] == label)
+                ++end;
+            if (label >= 1 && label < count) {
+                quint32 luminance = 0;
+                quint32 cb = 0;
+                quint32 cr = 0;
+                QPoint* cursor = cursors[size_t(label)];
+                for (int column = x; column < end; ++column) {
+                    luminance += pixels[column].luminance;
+                    cb += pixels[column].cb;
+                    cr += pixels[column].cr;
+                    *cursor++ = QPoint(column, y);
+                }
+                cursors[size_t(label)] = cursor;
+                const qint64 length = end - x;
+                records[label].addPixels(PXYCbCr(luminance, cb, cr), int(quint32((qint64(x) + end - 1) * length / 2)),
+                    int(quint32(qint64(y) * length)), int(length));
+            }
+            x = end;
         }
     }
     for (int i = 1; i < count; ++i)
@@ -415,6 +437,10 @@ void PXRegionGrowing::findNeighborhood()
             // pixel's own label, which is never inserted.
             const int neighbours[4] = {x > 0 ? row[x - 1] : label, below ? below[x] : label,
                 x + 1 < width ? row[x + 1] : label, above ? above[x] : label};
+            // Most pixels lie inside their region and insert nothing.
+            if (((neighbours[0] ^ label) | (neighbours[1] ^ label) | (neighbours[2] ^ label) | (neighbours[3] ^ label))
+                == 0)
+                continue;
             for (const int neighbour : neighbours) {
                 if (neighbour == label)
                     continue;
