@@ -315,10 +315,12 @@ void PXRegionGrowing::reorderLabels()
     int lastMapped = 0;
     const int labelWidth = m_labels.width();
     const int labelHeight = m_labels.height();
-    for (int y = 0; y < relabeled.height(); ++y) {
+    const int width = relabeled.width();
+    const int height = relabeled.height();
+    for (int y = 0; y < height; ++y) {
         auto* out = reinterpret_cast<qint32*>(relabeled.scanLine(y));
         const qint32* in = y < labelHeight ? labelRow(m_labels, y) : nullptr;
-        for (int x = 0; x < relabeled.width(); ++x) {
+        for (int x = 0; x < width; ++x) {
             const int label = (in && x < labelWidth) ? in[x] : 0;
             if (label < 1 || label >= known) {
                 out[x] = 0;
@@ -431,16 +433,19 @@ void PXRegionGrowing::findNeighborhood()
         const qint32* row = labelRow(m_labels, y);
         const qint32* below = y + 1 < height ? labelRow(m_labels, y + 1) : nullptr;
         const qint32* above = y > 0 ? labelRow(m_labels, y - 1) : nullptr;
+        // Outside the image counts as the pixel's own label, never inserted:
+        // a missing row is stood in for by the pixel's own.
+        const qint32* belowRow = below ? below : row;
+        const qint32* aboveRow = above ? above : row;
         for (int x = columns.first(); x != columnEnd; ++x) {
             const int label = row[x];
-            // Left, below, right, above; outside the image counts as the
-            // pixel's own label, which is never inserted.
-            const int neighbours[4] = {x > 0 ? row[x - 1] : label, below ? below[x] : label,
-                x + 1 < width ? row[x + 1] : label, above ? above[x] : label};
+            const int left = x > 0 ? row[x - 1] : label;
+            const int right = x + 1 < width ? row[x + 1] : label;
             // Most pixels lie inside their region and insert nothing.
-            if (((neighbours[0] ^ label) | (neighbours[1] ^ label) | (neighbours[2] ^ label) | (neighbours[3] ^ label))
-                == 0)
+            if (left == label && right == label && belowRow[x] == label && aboveRow[x] == label)
                 continue;
+            // Left, below, right, above.
+            const int neighbours[4] = {left, belowRow[x], right, aboveRow[x]};
             for (const int neighbour : neighbours) {
                 if (neighbour == label)
                     continue;
