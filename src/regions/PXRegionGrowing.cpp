@@ -166,15 +166,22 @@ QList<PXRegionGrowingEdge> PXRegionGrowing::createGraphSlice(const PXSuperPixelE
         const qint32* rows[3] = {labelRow(labelImage, y), y < lastRow ? labelRow(labelImage, y + 1) : nullptr,
             y > 0 ? labelRow(labelImage, y - 1) : nullptr};
         const uchar* edges = edgeImage.constScanLine(y);
+        // Outside the image the pixel's own label stands in: skipped like no superpixel.
+        const qint32* below = rows[1] ? rows[1] : rows[0];
+        const qint32* above = rows[2] ? rows[2] : rows[0];
         for (int x = left; x < right; ++x) {
             const int label = rows[0][x];
             if (label < slice.firstLabel || label > slice.lastLabel)
                 continue;
+            const int leftLabel = x > 0 ? rows[0][x - 1] : label;
+            const int rightLabel = x + 1 < width ? rows[0][x + 1] : label;
+            // Most pixels lie inside their superpixel and add no edge.
+            if (leftLabel == label && rightLabel == label && below[x] == label && above[x] == label)
+                continue;
             // The strength of the visited pixel, not of its neighbour.
             const int strength = edges[4 * x + 2];
             // Left, below, right, above.
-            const int neighbours[4] = {x > 0 ? rows[0][x - 1] : 0, rows[1] ? rows[1][x] : 0,
-                x + 1 < width ? rows[0][x + 1] : 0, rows[2] ? rows[2][x] : 0};
+            const int neighbours[4] = {leftLabel, below[x], rightLabel, above[x]};
             for (const int neighbour : neighbours) {
                 // Outside the image, outside the lasso and labels without a
                 // record count as no superpixel.
