@@ -4,13 +4,14 @@
 #   ./build.sh demo    the main job: build the host programs and cut out the shipped photo
 #   ./build.sh test    every test: the optimised build, then the ASan+UBSan build
 #   ./build.sh bench   build and run every benchmark
+#   ./build.sh screenshot   render pxstudio with a cut in progress into docs/pxstudio.png
 #   ./build.sh benchsuite   build and run the benchmark suite, write its markdown table
 #
 # Installs what is missing with apt-get (run as root on a fresh machine).
 set -euo pipefail
 cd "$(dirname "$0")"
 
-packages=(cmake ninja-build g++ pkg-config qt6-base-dev libgl-dev libbenchmark-dev)
+packages=(cmake ninja-build g++ pkg-config qt6-base-dev libgl-dev libbenchmark-dev zlib1g-dev)
 
 ensure_packages() {
     local missing=()
@@ -49,6 +50,10 @@ bench)
         fi
     done
     ;;
+screenshot)
+    build default
+    QT_QPA_PLATFORM=offscreen ./build/default/examples/pxstudio --screenshot docs/pxstudio.png
+    ;;
 benchsuite)
     packages=(jq)
     ensure_packages
@@ -56,7 +61,7 @@ benchsuite)
     bench/run_suite.sh
     ;;
 *)
-    echo "usage: $0 demo|test|bench|benchsuite" >&2
+    echo "usage: $0 demo|test|bench|screenshot|benchsuite" >&2
     exit 2
     ;;
 esac
