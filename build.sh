@@ -5,6 +5,7 @@
 #   ./build.sh test    every test: the optimised build, then the ASan+UBSan build
 #   ./build.sh bench   build and run every benchmark
 #   ./build.sh screenshot   render pxstudio with a cut in progress into docs/pxstudio.png
+#   ./build.sh benchsuite   build and run the benchmark suite, write its markdown table
 #
 # Installs what is missing with apt-get (run as root on a fresh machine).
 set -euo pipefail
@@ -53,8 +54,14 @@ screenshot)
     build default
     QT_QPA_PLATFORM=offscreen ./build/default/examples/pxstudio --screenshot docs/pxstudio.png
     ;;
+benchsuite)
+    packages=(jq)
+    ensure_packages
+    build default
+    bench/run_suite.sh
+    ;;
 *)
-    echo "usage: $0 demo|test|bench|screenshot" >&2
+    echo "usage: $0 demo|test|bench|screenshot|benchsuite" >&2
     exit 2
     ;;
 esac

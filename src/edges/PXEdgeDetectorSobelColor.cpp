@@ -1,8 +1,11 @@
 #include "PXEdgeDetectorSobelColor.h"
 
 #include "PXConcurrent.h"
+#include "PXCpuFeatures.h"
 #include "PXImage.h"
 #include "PXPlatformIndependent.h"
+#include "PXSimd.h"
+#include "PXSobelRowKernels.h"
 
 #include <QMutexLocker>
 
@@ -198,16 +201,24 @@ void PXEdgeDetectorSobelColor::createSobelSlice(PXEdgeDetectorSobelSlice* slice)
     // Counted locally: the slice's counters could alias the pixels for the
     // compiler and force reloads.
     int histogram[256] = {};
+#ifdef PX_X86_64
+    const bool vector = pxCpuHasFeature(CPU_FEATURE_AVX);
+#endif
     for (int y = firstRow; y < endRow; ++y) {
         const auto* top = reinterpret_cast<const quint32*>(source.constScanLine(y - 1));
         const auto* middle = reinterpret_cast<const quint32*>(source.constScanLine(y));
         const auto* bottom = reinterpret_cast<const quint32*>(source.constScanLine(y + 1));
         quint32* out = sobelRows + qsizetype(y) * width;
+        int start = 0;
+#ifdef PX_X86_64
+        if (vector)
+            start = PXSobelRowKernels::rowAvx2(top, middle, bottom, out, width, histogram);
+#endif
         // A sliding 3 x 3 window: each step reads only its right column.
-        quint32 topLeft = top[0], topMiddle = top[1];
-        quint32 middleLeft = middle[0], middleMiddle = middle[1];
-        quint32 bottomLeft = bottom[0], bottomMiddle = bottom[1];
-        for (int x = 0; x <= width - 4; ++x) {
+        quint32 topLeft = top[start], topMiddle = top[start + 1];
+        quint32 middleLeft = middle[start], middleMiddle = middle[start + 1];
+        quint32 bottomLeft = bottom[start], bottomMiddle = bottom[start + 1];
+        for (int x = start; x <= width - 4; ++x) {
             const quint32 topRight = top[x + 2];
             const quint32 middleRight = middle[x + 2];
             const quint32 bottomRight = bottom[x + 2];

@@ -166,15 +166,22 @@ QList<PXRegionGrowingEdge> PXRegionGrowing::createGraphSlice(const PXSuperPixelE
         const qint32* rows[3] = {labelRow(labelImage, y), y < lastRow ? labelRow(labelImage, y + 1) : nullptr,
             y > 0 ? labelRow(labelImage, y - 1) : nullptr};
         const uchar* edges = edgeImage.constScanLine(y);
+        // Outside the image the pixel's own label stands in: skipped like no superpixel.
+        const qint32* below = rows[1] ? rows[1] : rows[0];
+        const qint32* above = rows[2] ? rows[2] : rows[0];
         for (int x = left; x < right; ++x) {
             const int label = rows[0][x];
             if (label < slice.firstLabel || label > slice.lastLabel)
                 continue;
+            const int leftLabel = x > 0 ? rows[0][x - 1] : label;
+            const int rightLabel = x + 1 < width ? rows[0][x + 1] : label;
+            // Most pixels lie inside their superpixel and add no edge.
+            if (leftLabel == label && rightLabel == label && below[x] == label && above[x] == label)
+                continue;
             // The strength of the visited pixel, not of its neighbour.
             const int strength = edges[4 * x + 2];
             // Left, below, right, above.
-            const int neighbours[4] = {x > 0 ? rows[0][x - 1] : 0, rows[1] ? rows[1][x] : 0,
-                x + 1 < width ? rows[0][x + 1] : 0, rows[2] ? rows[2][x] : 0};
+            const int neighbours[4] = {leftLabel, below[x], rightLabel, above[x]};
             for (const int neighbour : neighbours) {
                 // Outside the image, outside the lasso and labels without a
                 // record count as no superpixel.
@@ -315,10 +322,12 @@ void PXRegionGrowing::reorderLabels()
     int lastMapped = 0;
     const int labelWidth = m_labels.width();
     const int labelHeight = m_labels.height();
-    for (int y = 0; y < relabeled.height(); ++y) {
+    const int width = relabeled.width();
+    const int height = relabeled.height();
+    for (int y = 0; y < height; ++y) {
         auto* out = reinterpret_cast<qint32*>(relabeled.scanLine(y));
         const qint32* in = y < labelHeight ? labelRow(m_labels, y) : nullptr;
-        for (int x = 0; x < relabeled.width(); ++x) {
+        for (int x = 0; x < width; ++x) {
             const int label = (in && x < labelWidth) ? in[x] : 0;
             if (label < 1 || label >= known) {
                 out[x] = 0;
@@ -370,20 +379,42 @@ void PXRegionGrowing::buildClusters()
                 ++pixelCounts[size_t(labels[x])];
         }
     }
+    // Each list is sized once and written through a cursor.
     QList<QPoint>* points = m_superPixelPoints.data();
-    for (int i = 1; i < count; ++i)
-        points[i].reserve(pixelCounts[size_t(i)]);
+    std::vector<QPoint*> cursors(size_t(count), nullptr);
+    for (int i = 1; i < count; ++i) {
+        points[i].resize(pixelCounts[size_t(i)]);
+        cursors[size_t(i)] = points[i].data();
+    }
 
+    // Label runs are summed in registers and added at once; the records' sums
+    // wrap, so this gives the same records as adding pixel by pixel.
     PXSuperPixel* records = m_superPixels.data();
     for (int y = rows.first(); y < rowEnd; ++y) {
         const qint32* labels = labelRow(m_labels, y);
         const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(ycbcr.constScanLine(y));
-        for (int x = columns.first(); x < columnEnd; ++x) {
+        for (int x = columns.first(); x < columnEnd;) {
             const int label = labels[x];
-            if (label < 1 || label >= count)
-                continue;
-            records[label].addPixel(pixels[x], x, y);
-            points[label].append(QPoint(x, y));
+            int end = x + 1;
+            while (end < columnEnd && labels[end] == label)
+                ++end;
+            if (label >= 1 && label < count) {
+                quint32 luminance = 0;
+                quint32 cb = 0;
+                quint32 cr = 0;
+                QPoint* cursor = cursors[size_t(label)];
+                for (int column = x; column < end; ++column) {
+                    luminance += pixels[column].luminance;
+                    cb += pixels[column].cb;
+                    cr += pixels[column].cr;
+                    *cursor++ = QPoint(column, y);
+                }
+                cursors[size_t(label)] = cursor;
+                const qint64 length = end - x;
+                records[label].addPixels(PXYCbCr(luminance, cb, cr), int(quint32((qint64(x) + end - 1) * length / 2)),
+                    int(quint32(qint64(y) * length)), int(length));
+            }
+            x = end;
         }
     }
     for (int i = 1; i < count; ++i)
@@ -409,12 +440,19 @@ void PXRegionGrowing::findNeighborhood()
         const qint32* row = labelRow(m_labels, y);
         const qint32* below = y + 1 < height ? labelRow(m_labels, y + 1) : nullptr;
         const qint32* above = y > 0 ? labelRow(m_labels, y - 1) : nullptr;
+        // Outside the image counts as the pixel's own label, never inserted:
+        // a missing row is stood in for by the pixel's own.
+        const qint32* belowRow = below ? below : row;
+        const qint32* aboveRow = above ? above : row;
         for (int x = columns.first(); x != columnEnd; ++x) {
             const int label = row[x];
-            // Left, below, right, above; outside the image counts as the
-            // pixel's own label, which is never inserted.
-            const int neighbours[4] = {x > 0 ? row[x - 1] : label, below ? below[x] : label,
-                x + 1 < width ? row[x + 1] : label, above ? above[x] : label};
+            const int left = x > 0 ? row[x - 1] : label;
+            const int right = x + 1 < width ? row[x + 1] : label;
+            // Most pixels lie inside their region and insert nothing.
+            if (left == label && right == label && belowRow[x] == label && aboveRow[x] == label)
+                continue;
+            // Left, below, right, above.
+            const int neighbours[4] = {left, belowRow[x], right, aboveRow[x]};
             for (const int neighbour : neighbours) {
                 if (neighbour == label)
                     continue;

@@ -14,6 +14,7 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
 namespace {
@@ -40,6 +41,57 @@ AssignmentKernel bestAssignmentKernel()
     if (pxCpuHasFeature(CPU_FEATURE_SSE))
         return &PXSlic::adjustSuperPixelSliceSSE;
     return &PXSlic::adjustSuperPixelSlice;
+}
+
+// The end of the run of @p label that starts at @p begin, at most @p right;
+// two labels compared at a time.
+int runEnd(const quint32* labelRow, int begin, int right, quint32 label)
+{
+    const quint64 pair = quint64(label) * 0x100000001ull;
+    int end = begin + 1;
+    for (; end + 1 < right; end += 2) {
+        quint64 two;
+        std::memcpy(&two, labelRow + end, sizeof two);
+        if (two != pair)
+            break;
+    }
+    while (end < right && labelRow[end] == label)
+        ++end;
+    return end;
+}
+
+// The sums of records firstIndex..lastIndex over the rows of one slice.
+std::vector<PXSlicPixelSums> sumSuperPixelSlice(const PXSuperPixelSlice& slice)
+{
+    const int firstIndex = std::max(slice.firstIndex, 0);
+    const int lastIndex = std::min(slice.lastIndex, int(slice.superPixels.size()) - 1);
+    if (firstIndex > lastIndex)
+        return {};
+
+    const auto span = quint32(lastIndex - firstIndex);
+    std::vector<PXSlicPixelSums> sums(std::size_t(span) + 1);
+    const QImage& image = slice.image;
+    const QImage& labels = slice.labels;
+    if (image.depth() == 32 && labels.depth() == 32 && image.size() == labels.size()) {
+        const int top = std::max(slice.top, 0);
+        const int bottom = std::min(slice.bottom, image.height());
+        const int left = std::max(slice.left, 0);
+        const int right = std::min(slice.right, image.width());
+        for (int y = top; y < bottom; ++y) {
+            const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(image.constScanLine(y));
+            const auto* labelRow = reinterpret_cast<const quint32*>(labels.constScanLine(y));
+            for (int x = left; x < right;) {
+                const quint32 label = labelRow[x];
+                const int end = runEnd(labelRow, x, right, label);
+                // One unsigned comparison tests firstIndex <= label <= lastIndex.
+                const quint32 offset = label - quint32(firstIndex);
+                if (offset <= span)
+                    sums[offset].addRun(pixels, x, end, y);
+                x = end;
+            }
+        }
+    }
+    return sums;
 }
 
 } // namespace
@@ -296,57 +348,34 @@ void PXSlic::updateSuperPixelInformations()
     const QImage image = imageYCbCr();
     if (!hasLabelsFor(image))
         return;
-
-    const QRect rect = lassoBoundingRect();
     const int count = m_superPixels.size();
-    // At least one record per item: with fewer records than cores the
-    // items' start would never advance.
-    const int perItem = std::max(1, count / coreCount());
-    QList<PXSuperPixelSlice> slices;
-    for (int first = 1; first < count; first += perItem) {
-        slices.append(PXSuperPixelSlice{image, m_labels, rect.top(), rect.bottom(), rect.left(),
-            rect.right(), m_superPixels, first, std::min(first + perItem, count) - 1});
-    }
-    PXConcurrent::blockingMap(slices, &PXSlic::updateSuperPixelSlice);
-}
-
-void PXSlic::updateSuperPixelSlice(const PXSuperPixelSlice& slice)
-{
-    const int firstIndex = std::max(slice.firstIndex, 0);
-    const int lastIndex = std::min(slice.lastIndex, int(slice.superPixels.size()) - 1);
-    if (firstIndex > lastIndex)
+    if (count < 2)
         return;
 
-    const auto span = quint32(lastIndex - firstIndex);
-    std::vector<PXSlicPixelSums> sums(std::size_t(span) + 1);
-    const QImage& image = slice.image;
-    const QImage& labels = slice.labels;
-    if (image.depth() == 32 && labels.depth() == 32 && image.size() == labels.size()) {
-        const int top = std::max(slice.top, 0);
-        const int bottom = std::min(slice.bottom, image.height());
-        const int left = std::max(slice.left, 0);
-        const int right = std::min(slice.right, image.width());
-        for (int y = top; y < bottom; ++y) {
-            const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(image.constScanLine(y));
-            const auto* labelRow = reinterpret_cast<const quint32*>(labels.constScanLine(y));
-            for (int x = left; x < right;) {
-                const quint32 label = labelRow[x];
-                int end = x + 1;
-                while (end < right && labelRow[end] == label)
-                    ++end;
-                // One unsigned comparison tests firstIndex <= label <= lastIndex.
-                const quint32 offset = label - quint32(firstIndex);
-                if (offset <= span)
-                    sums[offset].addRun(pixels, x, end, y);
-                x = end;
-            }
-        }
+    // Bands of rows, each summing every record: every pixel is read once.
+    // The sums wrap like the records' own, so adding the bands up in any
+    // order gives the same records.
+    const QRect rect = lassoBoundingRect();
+    const int rows = std::max(0, rect.bottom() - rect.top());
+    const int bands = std::max(1, std::min(coreCount(), rows));
+    QList<PXSuperPixelSlice> slices;
+    for (int band = 0; band < bands; ++band) {
+        slices.append(PXSuperPixelSlice{image, m_labels, rect.top() + int(qint64(rows) * band / bands),
+            rect.top() + int(qint64(rows) * (band + 1) / bands), rect.left(), rect.right(), m_superPixels, 1,
+            count - 1});
     }
+    const QList<std::vector<PXSlicPixelSums>> bandSums
+        = PXConcurrent::blockingMapped<QList<std::vector<PXSlicPixelSums>>>(slices, &sumSuperPixelSlice);
 
-    for (int index = firstIndex; index <= lastIndex; ++index) {
-        PXSuperPixel* record = slice.superPixels.at(index);
+    for (int index = 1; index < count; ++index) {
+        PXSlicPixelSums sums;
+        for (const std::vector<PXSlicPixelSums>& band : bandSums) {
+            if (std::size_t(index - 1) < band.size())
+                sums.add(band[std::size_t(index - 1)]);
+        }
+        PXSuperPixel* record = m_superPixels.at(index);
         record->reset();
-        sums[std::size_t(index - firstIndex)].addTo(*record);
+        sums.addTo(*record);
         record->normalize();
     }
 }

@@ -136,11 +136,10 @@ public:
     static void adjustSuperPixelSliceAVX(const PXSlicSlice& slice);
     /**
      * Recomputes every record from the labels inside the lasso rectangle, in
-     * parallel over ranges of record indices; the dummy record is reset.
+     * parallel over bands of rows whose sums are then added up; the dummy
+     * record is reset.
      */
     void updateSuperPixelInformations();
-    /** Recomputes the records of one index range (reset, accumulate, normalise). */
-    static void updateSuperPixelSlice(const PXSuperPixelSlice& slice);
 
     /**
      * Stage 3: gives every pixel outside the lasso outsideLabel(), then

@@ -6,12 +6,12 @@
 class PXSuperPixel;
 
 /**
- * One work item of PXSlic's centre update: recomputes the records
- * firstIndex..lastIndex from the labelled pixels of the rectangle
+ * One work item of PXSlic's centre update: the sums of the records
+ * firstIndex..lastIndex over the labelled pixels of the band
  * [left, right) x [top, bottom).
  *
- * Items of one pass own disjoint index ranges, so they may run concurrently;
- * each reads the whole rectangle.
+ * Items of one pass cover disjoint bands and only read; the engine adds
+ * their sums up and writes the records.
  */
 struct PXSuperPixelSlice
 {
@@ -19,9 +19,9 @@ struct PXSuperPixelSlice
     QImage image;
     /** The label image (a shared copy, only read). */
     QImage labels;
-    /** First row: the top of the lasso rectangle. */
+    /** First row of the band. */
     int top = 0;
-    /** The bottom row of the lasso rectangle, used as an exclusive bound. */
+    /** The row after the band: the last band ends at the lasso rectangle's bottom row, exclusive. */
     int bottom = 0;
     /** First column: the left of the lasso rectangle. */
     int left = 0;
@@ -29,8 +29,8 @@ struct PXSuperPixelSlice
     int right = 0;
     /** The engine's records (a shared copy of the list). */
     QList<PXSuperPixel*> superPixels;
-    /** First record index this item owns. */
+    /** First record index summed. */
     int firstIndex = 0;
-    /** Last record index this item owns (inclusive). */
+    /** Last record index summed (inclusive). */
     int lastIndex = 0;
 };

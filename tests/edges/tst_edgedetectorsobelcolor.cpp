@@ -57,7 +57,11 @@ class TestEdgeDetectorSobelColor : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void cleanup() { qunsetenv("PX_CORE_COUNT"); }
+    void cleanup()
+    {
+        qunsetenv("PX_CORE_COUNT");
+        qunsetenv("PX_CPU_FEATURES");
+    }
 
     void strengths_data();
     void strengths();
@@ -65,7 +69,8 @@ private Q_SLOTS:
     void statistics();
     void onlyInnerPixelsAreComputed_data();
     void onlyInnerPixelsAreComputed();
-    void independentOfCoreCount();
+    void independentOfCoreCountAndKernel_data();
+    void independentOfCoreCountAndKernel();
 };
 
 void TestEdgeDetectorSobelColor::strengths_data()
@@ -194,17 +199,31 @@ void TestEdgeDetectorSobelColor::onlyInnerPixelsAreComputed()
 }
 
 // More cores than rows must still cover every row, the same way.
-void TestEdgeDetectorSobelColor::independentOfCoreCount()
+void TestEdgeDetectorSobelColor::independentOfCoreCountAndKernel_data()
 {
-    const QImage image = noise(23, 6, 11);
+    QTest::addColumn<int>("width");
+    // Below, at and past the vector kernel's eight columns plus a scalar tail.
+    QTest::newRow("narrow") << 10;
+    QTest::newRow("one block") << 11;
+    QTest::newRow("blocks and tail") << 37;
+}
+
+void TestEdgeDetectorSobelColor::independentOfCoreCountAndKernel()
+{
+    QFETCH(int, width);
+    const QImage image = noise(width, 6, 11);
     qputenv("PX_CORE_COUNT", "1");
+    qputenv("PX_CPU_FEATURES", "none");
     const Result reference = detect(image);
-    for (const char* cores : {"2", "5", "16"}) {
-        qputenv("PX_CORE_COUNT", cores);
-        const Result result = detect(image);
-        QCOMPARE(result.sobel, reference.sobel);
-        QCOMPARE(result.mean, reference.mean);
-        QCOMPARE(result.average, reference.average);
+    for (const char* features : {"none", "avx"}) {
+        for (const char* cores : {"2", "5", "16"}) {
+            qputenv("PX_CORE_COUNT", cores);
+            qputenv("PX_CPU_FEATURES", features);
+            const Result result = detect(image);
+            QCOMPARE(result.sobel, reference.sobel);
+            QCOMPARE(result.mean, reference.mean);
+            QCOMPARE(result.average, reference.average);
+        }
     }
 }
 
