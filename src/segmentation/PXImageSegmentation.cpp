@@ -2,11 +2,13 @@
 
 #include "PXBackgroundExtractor.h"
 #include "PXImage.h"
+#include "PXImageCutterSettings.h"
 #include "PXInitialSegmentationWorker.h"
 #include "PXIntRange.h"
 #include "PXLogger.h"
 #include "PXMementoSegmentation.h"
 #include "PXPlatformIndependent.h"
+#include "PXRefinedCut.h"
 #include "PXUndoCommandSegmentation.h"
 #include "PXUndoController.h"
 
@@ -144,6 +146,7 @@ void PXImageSegmentation::setup(const QImage& image, const QFileInfo& fileInfo)
         else
             m_workingImage = image;
         m_fileInfo = fileInfo;
+        m_marks = QImage();
     }
     reset();
 }
@@ -238,7 +241,7 @@ void PXImageSegmentation::reset()
     }
     Q_EMIT sendNewMask(QImage());
     m_currentStep = 0;
-    Q_EMIT segmentationProgress(0, m_workerTotalSteps + 5);
+    Q_EMIT segmentationProgress(0, m_workerTotalSteps + controllerSteps());
 }
 
 bool PXImageSegmentation::isValid() const
@@ -249,13 +252,13 @@ bool PXImageSegmentation::isValid() const
 
 int PXImageSegmentation::totalSteps() const
 {
-    return m_workerTotalSteps + 5;
+    return m_workerTotalSteps + controllerSteps();
 }
 
 void PXImageSegmentation::increaseAndUpdateProgressbar()
 {
     const int step = ++m_currentStep;
-    Q_EMIT segmentationProgress(step, m_workerTotalSteps + 5);
+    Q_EMIT segmentationProgress(step, m_workerTotalSteps + controllerSteps());
 }
 
 PXUndoController* PXImageSegmentation::undoController() const
@@ -270,13 +273,13 @@ void PXImageSegmentation::setProgressFromWorker(int, int theTotalStep)
         return;
     m_workerTotalSteps = theTotalStep;
     const int step = ++m_currentStep;
-    Q_EMIT segmentationProgress(step, theTotalStep + 5);
+    Q_EMIT segmentationProgress(step, theTotalStep + controllerSteps());
 }
 
 void PXImageSegmentation::resetProgress()
 {
     m_currentStep = 0;
-    Q_EMIT segmentationProgress(0, m_workerTotalSteps + 5);
+    Q_EMIT segmentationProgress(0, m_workerTotalSteps + controllerSteps());
 }
 
 // ---------------------------------------------------------------------------
@@ -322,6 +325,7 @@ void PXImageSegmentation::releaseRetiredWorker(QFutureWatcher<void>* watcher)
 void PXImageSegmentation::startThreadWithInitialPath(QPainterPath thePath)
 {
     const QPainterPath path = usablePath(thePath);
+    m_refining = refinedCut();
     {
         QMutexLocker locker(&m_dataMutex);
         m_pointsOfSuperpixels.clear();
@@ -431,7 +435,7 @@ void PXImageSegmentation::cutObjectInitial()
     // The worker's share is shown as complete; the counter itself moves on
     // with the cut's own steps.
     const int workerSteps = m_workerTotalSteps;
-    Q_EMIT segmentationProgress(workerSteps, workerSteps + 5);
+    Q_EMIT segmentationProgress(workerSteps, workerSteps + controllerSteps());
 
     const QImage lassoImage = createImageWithLassoPath();
     increaseAndUpdateProgressbar();
@@ -463,6 +467,8 @@ void PXImageSegmentation::cutObjectInitial()
     increaseAndUpdateProgressbar();
 
     confirmPossibleBackground(possibleBackground);
+    if (m_refining)
+        refineInitialCut();
 }
 
 QImage PXImageSegmentation::createImageWithLassoPath() const
@@ -675,6 +681,8 @@ void PXImageSegmentation::cutObjectWithClicker(const QPointF& position)
         return;
     const int label = int(m_labels.pixel(clampedPoint(m_labels, position)));
     m_clickedSuperpixel = label;
+    if (m_refining && label >= 0 && label < m_pointsOfSuperpixels.size())
+        markPixelsLocked(m_pointsOfSuperpixels.at(label), !m_foreground.contains(label));
     if (m_foreground.contains(label)) {
         m_background.insert(label);
         drawSuperpixelOnForegroundUserMask(label, false);
@@ -716,6 +724,8 @@ void PXImageSegmentation::cutObjectWithPaintSelection(const QPainterPath& path, 
         }
     }
     for (int label : std::as_const(touched)) {
+        if (m_refining && label < m_pointsOfSuperpixels.size())
+            markPixelsLocked(m_pointsOfSuperpixels.at(label), isForeground);
         drawSuperpixelOnForegroundUserMask(label, isForeground);
         if (isForeground) {
             m_background.remove(label);
@@ -743,6 +753,11 @@ void PXImageSegmentation::drawPathOnForegroundUserMask(const QPainterPath& path,
     if (isForeground)
         painter.setCompositionMode(QPainter::CompositionMode_Clear);
     painter.fillPath(path, QBrush(QColor(m_maskColor.rgb())));
+    if (m_refining && !marksLocked().isNull()) {
+        QPainter marks(&m_marks);
+        const int mark = isForeground ? PXRefinedCut::ObjectMark : PXRefinedCut::BackgroundMark;
+        marks.fillPath(path, QBrush(QColor(mark, mark, mark)));
+    }
 }
 
 void PXImageSegmentation::paintSelecting()
@@ -1148,4 +1163,102 @@ void PXImageSegmentation::setMemento(const PXMementoSegmentation* memento)
         mask = m_mask;
     }
     Q_EMIT sendNewMask(mask);
+}
+
+// ---------------------------------------------------------------------------
+// Refined cut
+
+void PXImageSegmentation::setRefinedCut(bool refined)
+{
+    m_refinedCutChoice = refined ? 1 : 0;
+}
+
+void PXImageSegmentation::followRefinedCutSetting()
+{
+    m_refinedCutChoice = -1;
+}
+
+bool PXImageSegmentation::refinedCut() const
+{
+    const int choice = m_refinedCutChoice;
+    if (choice >= 0)
+        return choice == 1;
+    return PXSingleton<PXImageCutterSettings>::instance()->refinedCut();
+}
+
+int PXImageSegmentation::controllerSteps() const
+{
+    return m_refining ? 5 + PXRefinedCut::progressSteps : 5;
+}
+
+QImage& PXImageSegmentation::marksLocked()
+{
+    if (m_marks.size() != m_workingImage.size()) {
+        m_marks = QImage(m_workingImage.size(), QImage::Format_Grayscale8);
+        m_marks.fill(PXRefinedCut::NoMark);
+    }
+    return m_marks;
+}
+
+void PXImageSegmentation::markPixelsLocked(const QList<QPoint>& points, bool isForeground)
+{
+    if (marksLocked().isNull())
+        return;
+    const uchar mark = isForeground ? PXRefinedCut::ObjectMark : PXRefinedCut::BackgroundMark;
+    const QRect bounds = m_marks.rect();
+    for (const QPoint& point : points) {
+        if (bounds.contains(point))
+            m_marks.scanLine(point.y())[point.x()] = mark;
+    }
+}
+
+void PXImageSegmentation::refineInitialCut()
+{
+    PXRefinedCut cut;
+    QImage labels;
+    {
+        QMutexLocker locker(&m_dataMutex);
+        cut.setPhoto(m_workingImage);
+        cut.setLasso(m_expandedPath);
+        cut.setRegions(m_labels, m_foreground);
+        cut.setMarks(m_marks);
+        labels = m_labels;
+    }
+    cut.setProgressFunction([this]() { increaseAndUpdateProgressbar(); });
+    cut.setCancelFunction([this]() { return isInterruptionRequested(); });
+    const QImage selection = cut.run();
+    if (selection.isNull())
+        return;
+
+    // A region belongs to the side that holds most of its pixels, so that
+    // clicks and paint strokes move it as the refined mask shows it.
+    QHash<int, std::pair<qint64, qint64>> counts;
+    const bool hasLabels = isLabelImage(labels) && labels.size() == selection.size();
+    QMutexLocker locker(&m_dataMutex);
+    // A newer worker's results arrived meanwhile; the cut loop starts again.
+    if (labels.cacheKey() != m_labels.cacheKey() || m_mask.size() != selection.size())
+        return;
+    const quint32 background = m_maskColor.rgb();
+    const quint32 object = m_transparentColor.rgba();
+    for (int y = 0; y < selection.height(); ++y) {
+        const uchar* in = selection.constScanLine(y);
+        auto* out = reinterpret_cast<quint32*>(m_mask.scanLine(y));
+        const auto* line = hasLabels ? reinterpret_cast<const qint32*>(labels.constScanLine(y)) : nullptr;
+        for (int x = 0; x < selection.width(); ++x) {
+            out[x] = in[x] ? object : background;
+            if (line && line[x] > 0) {
+                auto& count = counts[line[x]];
+                count.first += in[x] ? 1 : 0;
+                ++count.second;
+            }
+        }
+    }
+    m_foreground = QSet<int>();
+    m_background = QSet<int>();
+    for (auto it = counts.cbegin(); it != counts.cend(); ++it) {
+        if (2 * it->first >= it->second)
+            m_foreground.insert(it.key());
+        else
+            m_background.insert(it.key());
+    }
 }

@@ -219,6 +219,22 @@ public:
      */
     QImage drawContour() const;
 
+    // Refined cut.
+
+    /**
+     * Makes the following lassos give the refined cut, whose outline follows
+     * the object's edges (true), or the superpixel cut (false), whatever the
+     * "refinedCut" setting says. The refined cut adds PXRefinedCut's progress
+     * steps to totalSteps(), and from then on paint, scribble and click
+     * strokes are kept as marks that later refined cuts hold on their side.
+     * Host's thread.
+     */
+    void setRefinedCut(bool refined);
+    /** Lets the following lassos follow the "refinedCut" setting again (the default). */
+    void followRefinedCutSetting();
+    /** Whether the next lasso gives the refined cut. Host's thread. */
+    bool refinedCut() const;
+
     // Undo.
 
     /** A snapshot of the selection, owned by the caller. */
@@ -263,6 +279,10 @@ private:
     void releaseRetiredWorker(QFutureWatcher<void>* watcher);
     PXUndoCommandSegmentation* takeUndoCommandLocked();
     void recolourMaskLocked();
+    int controllerSteps() const;
+    void refineInitialCut();
+    QImage& marksLocked();
+    void markPixelsLocked(const QList<QPoint>& points, bool isForeground);
 
     bool m_labelsSaved = false;
     QImage m_mask;
@@ -309,6 +329,12 @@ private:
     // The lasso of a current worker that waits for the replaced ones to end.
     QList<RetiredWorker> m_retiredWorkers;
     QList<QFuture<void>> m_clicks;
+    // -1 follows the setting, else the host's choice.
+    std::atomic<int> m_refinedCutChoice {-1};
+    // Whether the current lasso gets the refined cut; fixed when it arrives.
+    std::atomic<bool> m_refining {false};
+    // The user's strokes as PXRefinedCut marks, kept while refining.
+    QImage m_marks;
 };
 
 Q_DECLARE_METATYPE(PXImageSegmentation*)
