@@ -26,6 +26,7 @@ constexpr int myMaximalSamples = 40000;
 constexpr int myColourBits = 6;
 constexpr int myColourBins = 1 << (3 * myColourBits);
 constexpr int mySliceRows = 64;
+constexpr uchar myUnused = 2;
 
 int colourBin(quint32 pixel)
 {
@@ -95,12 +96,16 @@ struct DataCosts {
     std::vector<float> background;
 };
 
-DataCosts learnCosts(const Area& area, const std::vector<int>& usedBins)
+// @p side holds 0 for a background pixel, 1 for an object pixel and
+// myUnused for a pixel left out.
+DataCosts learnCosts(const Area& area, const std::vector<uchar>& side, const std::vector<int>& usedBins)
 {
     qsizetype objectCount = 0;
-    for (qsizetype i = 0; i < area.size(); ++i)
-        objectCount += area.object[i];
-    const qsizetype backgroundCount = area.size() - objectCount;
+    qsizetype backgroundCount = 0;
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        objectCount += side[i] == 1;
+        backgroundCount += side[i] == 0;
+    }
     const qsizetype objectStep = std::max<qsizetype>(1, objectCount / myMaximalSamples);
     const qsizetype backgroundStep = std::max<qsizetype>(1, backgroundCount / myMaximalSamples);
     QList<quint32> objectColours;
@@ -108,12 +113,10 @@ DataCosts learnCosts(const Area& area, const std::vector<int>& usedBins)
     qsizetype objectSeen = 0;
     qsizetype backgroundSeen = 0;
     for (qsizetype i = 0; i < area.size(); ++i) {
-        if (area.object[i]) {
-            if (objectSeen++ % objectStep == 0)
-                objectColours.append(area.colour[i] & 0xFFFFFF);
-        } else if (backgroundSeen++ % backgroundStep == 0) {
+        if (side[i] == 1 && objectSeen++ % objectStep == 0)
+            objectColours.append(area.colour[i] & 0xFFFFFF);
+        if (side[i] == 0 && backgroundSeen++ % backgroundStep == 0)
             backgroundColours.append(area.colour[i] & 0xFFFFFF);
-        }
     }
     PXGaussianMixture objectModel;
     PXGaussianMixture backgroundModel;
@@ -275,6 +278,16 @@ bool cutBlocks(Area& area, const Blocks& blocks, const DataCosts& costs)
         area.object[i] = object;
     }
     return changed;
+}
+
+// Whether the object shrank to a sliver of the lasso: the models learnt from
+// the superpixel cut were wrong.
+bool lostObject(const Area& area, qsizetype insidePixels)
+{
+    qsizetype object = 0;
+    for (const uchar value : area.object)
+        object += value;
+    return object * 10 < insidePixels;
 }
 
 // City-block distance to the outline of the selection, capped at limit + 1.
@@ -472,8 +485,7 @@ QImage PXRefinedCut::run() const
     area.label.assign(n, 0);
     area.object.assign(n, 0);
     std::vector<uchar> binUsed(myColourBins, 0);
-    qsizetype objectPixels = 0;
-    for (int y = 0; y < area.height; ++y) {
+        for (int y = 0; y < area.height; ++y) {
         const int py = y + area.rect.top();
         const auto* rgb = reinterpret_cast<const quint32*>(photo.constScanLine(py)) + area.rect.left();
         const auto* in = reinterpret_cast<const quint32*>(insideImage.constScanLine(y));
@@ -491,13 +503,18 @@ QImage PXRefinedCut::run() const
                 area.marks[i] = marks[x];
             const int label = area.label[i];
             area.object[i] = area.inside[i] && label > 0 && label <= largestLabel && isObjectLabel[label];
-            objectPixels += area.object[i];
         }
     }
-    // Without an object to learn from, the whole lasso is the first guess.
-    if (objectPixels == 0) {
-        for (qsizetype i = 0; i < n; ++i)
-            area.object[i] = area.inside[i];
+    // The first models: the current cut's object against the band outside
+    // the lasso. Should that cut have lost the object, the whole lasso
+    // against the band.
+    std::vector<uchar> firstSides(n);
+    std::vector<uchar> lassoSides(n);
+    qsizetype insidePixels = 0;
+    for (qsizetype i = 0; i < n; ++i) {
+        firstSides[i] = area.inside[i] ? (area.object[i] ? 1 : myUnused) : 0;
+        lassoSides[i] = area.inside[i];
+        insidePixels += area.inside[i];
     }
     for (qsizetype i = 0; i < n; ++i) {
         if (area.marks[i] == ObjectMark && area.inside[i])
@@ -517,7 +534,10 @@ QImage PXRefinedCut::run() const
         return QImage();
 
     for (int round = 0; round < myRegionRounds; ++round) {
-        if (!cutBlocks(area, blocks, learnCosts(area, usedBins)))
+        bool changed = cutBlocks(area, blocks, learnCosts(area, round == 0 ? firstSides : area.object, usedBins));
+        if (round == 0 && lostObject(area, insidePixels))
+            changed = cutBlocks(area, blocks, learnCosts(area, lassoSides, usedBins));
+        if (!changed)
             break;
         if (cancelled())
             return QImage();
@@ -526,7 +546,7 @@ QImage PXRefinedCut::run() const
     if (cancelled())
         return QImage();
 
-    cutBand(area, learnCosts(area, usedBins));
+    cutBand(area, learnCosts(area, area.object, usedBins));
     progress();
     if (cancelled())
         return QImage();
