@@ -1133,8 +1133,11 @@ PXMementoSegmentation* PXImageSegmentation::createMemento(bool withLabels)
         points = m_pointsOfSuperpixels;
         m_labelsSaved = true;
     }
-    return new PXMementoSegmentation(m_lassoPath, m_foreground, m_background, m_mask, labels,
-                                     points, QColor(m_maskColor.rgb()));
+    auto* memento = new PXMementoSegmentation(m_lassoPath, m_foreground, m_background, m_mask, labels,
+                                              points, QColor(m_maskColor.rgb()));
+    // Undoing a stroke takes back its mark too.
+    memento->setStrokeMarks(m_marks);
+    return memento;
 }
 
 void PXImageSegmentation::setMemento(const PXMementoSegmentation* memento)
@@ -1160,6 +1163,7 @@ void PXImageSegmentation::setMemento(const PXMementoSegmentation* memento)
             recolourMaskLocked();
         }
         m_lassoPath = memento->lassoPath();
+        m_marks = memento->strokeMarks();
         mask = m_mask;
     }
     Q_EMIT sendNewMask(mask);
