@@ -79,14 +79,17 @@ QString PXCutArguments::usage()
     return QStringLiteral(
         "usage: pxcut cut [PHOTO] [--lasso \"x,y x,y ...\" | --lasso-file FILE] [--click x,y]...\n"
         "                 [--paint fg|bg RADIUS \"x,y ...\"]... [--scribble fg|bg RADIUS \"x,y ...\"]...\n"
-        "                 [--invert] [--mask-color #RRGGBB] [--smooth RADIUS] [--out DIR]\n"
+        "                 [--invert] [--mask-color #RRGGBB] [--smooth RADIUS] [--refine] [--compare]\n"
+        "                 [--out DIR]\n"
         "       pxcut wire [PHOTO] --seed x,y --to x,y [--seed x,y --to x,y]... [--out DIR]\n"
         "\n"
         "cut   cuts the object inside the lasso out of PHOTO and writes mask.png, cutout.png\n"
         "      and overlay.png into DIR (default: out). Clicks, paint and scribble strokes\n"
         "      refine the cut in the order given. Without a lasso option the file\n"
         "      PHOTO's-name.lasso beside the photo is used; without PHOTO the shipped\n"
-        "      coffee photo and its lasso.\n"
+        "      coffee photo and its lasso. --refine makes the refined cut, whose outline\n"
+        "      follows the object's edges; --compare also writes compare.png, the plain\n"
+        "      and the refined first cut side by side.\n"
         "wire  traces the live wire from each seed to its target and writes wire.png\n"
         "      and wire.json.\n"
         "\n"
@@ -184,6 +187,10 @@ bool PXCutArguments::parseCut(const QStringList& arguments, QString* error)
             steps.append(step);
         } else if (argument == QLatin1String("--invert")) {
             invert = true;
+        } else if (argument == QLatin1String("--refine")) {
+            refine = true;
+        } else if (argument == QLatin1String("--compare")) {
+            compare = true;
         } else if (argument == QLatin1String("--mask-color")) {
             if (!reader.takeValue(argument, QStringLiteral("a colour such as #RRGGBB"), &value, error))
                 return false;

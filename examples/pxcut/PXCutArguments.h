@@ -27,7 +27,7 @@ struct PXCutStep
  *
  *   pxcut cut [PHOTO] [--lasso "x,y x,y ..." | --lasso-file FILE] [--click x,y]...
  *             [--paint fg|bg RADIUS "x,y ..."]... [--scribble fg|bg RADIUS "x,y ..."]...
- *             [--invert] [--mask-color COLOUR] [--smooth RADIUS] [--out DIR]
+ *             [--invert] [--mask-color COLOUR] [--smooth RADIUS] [--refine] [--compare] [--out DIR]
  *   pxcut wire [PHOTO] --seed x,y --to x,y [--seed x,y --to x,y]... [--out DIR]
  *
  * parse() checks the syntax only (options, numbers, points); the lasso file
@@ -64,6 +64,10 @@ public:
     QColor maskColour;
     /** 0: no smoothing. */
     int smoothRadius = 0;
+    /** Cut: the refined cut instead of the library's default. */
+    bool refine = false;
+    /** Cut: also write compare.png, the plain and the refined first cut side by side. */
+    bool compare = false;
 
     /** Wire: seeds and targets, pairwise. */
     QList<QPointF> seeds;

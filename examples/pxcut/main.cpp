@@ -21,6 +21,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QPainter>
 #include <QThread>
 #include <QThreadPool>
 #include <QTimer>
@@ -179,6 +180,28 @@ QString defaultPhoto()
     return photosFolder() + QStringLiteral("/coffee.png");
 }
 
+// The plain and the refined first cut of @p lasso as overlays, side by side.
+QImage compareCuts(const PXHostPhoto& photo, const QPainterPath& lasso, const QColor& maskColour)
+{
+    QList<QImage> overlays;
+    for (const bool refined : { false, true }) {
+        PXImageSegmentation controller;
+        controller.setRefinedCut(refined);
+        if (maskColour.isValid())
+            controller.setMaskColor(maskColour);
+        controller.setup(photo.working(), photo.fileInfo());
+        const QImage mask = requestMask(controller, [&] { controller.startThreadWithInitialPath(lasso); });
+        if (mask.isNull())
+            return QImage();
+        overlays.append(PXHostImages::overlay(photo.photo(), photo.toPhotoSize(mask), QImage()));
+    }
+    QImage result(overlays.first().width() * 2, overlays.first().height(), QImage::Format_RGB32);
+    QPainter painter(&result);
+    painter.drawImage(0, 0, overlays.first());
+    painter.drawImage(overlays.first().width(), 0, overlays.last());
+    return result;
+}
+
 int runCut(PXCutArguments arguments)
 {
     const QString photoPath = arguments.photo.isEmpty() ? defaultPhoto() : arguments.photo;
@@ -223,6 +246,8 @@ int runCut(PXCutArguments arguments)
     }
 
     PXImageSegmentation controller;
+    if (arguments.refine)
+        controller.setRefinedCut(true);
     if (arguments.maskColour.isValid())
         controller.setMaskColor(arguments.maskColour);
     controller.setup(photo.working(), photo.fileInfo());
@@ -302,11 +327,16 @@ int runCut(PXCutArguments arguments)
     const QImage cutout = PXHostImages::cutOut(photo.photo(), finalMask);
     const QImage overlay = PXHostImages::overlay(photo.photo(), finalMask, photo.toPhotoSize(contours));
 
+    QList<std::pair<QString, QImage>> images = { { QStringLiteral("mask.png"), finalMask },
+        { QStringLiteral("cutout.png"), cutout }, { QStringLiteral("overlay.png"), overlay } };
+    if (arguments.compare) {
+        const QImage comparison = compareCuts(photo, lasso, arguments.maskColour);
+        if (comparison.isNull())
+            return fail(QStringLiteral("--compare: a cut produced no mask"));
+        images.append({ QStringLiteral("compare.png"), comparison });
+    }
     const QDir out(arguments.outputDirectory);
-    if (!writeImages(out,
-            { { QStringLiteral("mask.png"), finalMask }, { QStringLiteral("cutout.png"), cutout },
-                { QStringLiteral("overlay.png"), overlay } },
-            &error))
+    if (!writeImages(out, images, &error))
         return fail(error);
 
     std::printf("%s %dx%d (worked on %dx%d): %d regions, object %.1f%% of the photo, %.2f s -> %s\n",
