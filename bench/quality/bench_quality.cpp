@@ -6,6 +6,7 @@
 //   bench_quality --quick    without grabCut's five iterations
 #include "PXImageSegmentation.h"
 #include "PXQualityScenes.h"
+#include "PXRefinedCut.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -181,5 +182,15 @@ int main(int argc, char** argv)
     const Score big = score(large.first(), selection, ms);
     std::printf("12 MP convex +15 refined: IoU %.3f, boundary F %.3f, %.0f ms\n", big.iou, big.boundary,
         big.milliseconds);
+
+    // The refinement stage alone, without regions to start from.
+    PXRefinedCut refinement;
+    refinement.setPhoto(large.first().photo);
+    refinement.setLasso(lassoAround(large.first(), 25));
+    QElapsedTimer timer;
+    timer.start();
+    const Score stage = score(large.first(), refinement.run(), 0.0);
+    std::printf("12 MP refinement stage alone: IoU %.3f, boundary F %.3f, %.0f ms\n", stage.iou, stage.boundary,
+        timer.nsecsElapsed() / 1e6);
     return 0;
 }

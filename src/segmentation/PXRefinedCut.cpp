@@ -19,7 +19,7 @@ constexpr int myOuterBand = 16;
 // an edge that region growing ran over; the pixel band covers one block.
 constexpr int myBlockSize = 8;
 constexpr int myBandRadius = myBlockSize;
-constexpr int myRegionRounds = 3;
+constexpr int myRegionRounds = 2;
 // Weight of the smoothness against the data term (nats per pixel pair).
 constexpr double mySmoothness = 50.0;
 constexpr int myMaximalSamples = 40000;
@@ -380,12 +380,13 @@ void cutBand(Area& area, const DataCosts& costs)
                 if (nx < 0 || ny < 0 || nx >= w || ny >= area.height)
                     continue;
                 const qsizetype j = qsizetype(ny) * w + nx;
+                // Free pairs once, from the first four directions.
+                if (node[j] >= 0 && k >= 4)
+                    continue;
                 const double weight = mySmoothness * std::exp(-beta * squaredColourDistance(area.colour[i], area.colour[j]))
                     * (dx[k] != 0 && dy[k] != 0 ? diagonal : 1.0);
                 if (node[j] >= 0) {
-                    // Free pairs once, from the first four directions.
-                    if (k < 4)
-                        graph.addEdge(n, node[j], weight);
+                    graph.addEdge(n, node[j], weight);
                 } else if (area.object[j]) {
                     background += weight;
                 } else {
