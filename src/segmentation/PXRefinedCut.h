@@ -46,7 +46,7 @@ public:
     /**
      * User strokes as a Format_Grayscale8 image of the photo's size holding
      * Mark values: marked pixels are kept on their side whatever the models
-     * say. A null image means no marks.
+     * say (object marks only inside the lasso). A null image means no marks.
      */
     void setMarks(const QImage& marks);
     /** Called after each stage, on the thread that calls run(). */
