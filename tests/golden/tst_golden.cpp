@@ -333,9 +333,7 @@ void TestGolden::scriptedSession()
     step("paintBackground");
     gesture(true, false, stroke({{0.45, 0.4}, {0.55, 0.45}}), stroke({{0.45, 0.4}, {0.55, 0.45}, {0.6, 0.5}}));
     step("scribbleBackground");
-    // Both strokes queued at once are painted in one pass.
-    host.controller.startThreadWithScribble(stroke({{0.5, 0.6}, {0.52, 0.65}}), true, true);
-    host.controller.startThreadWithScribble(stroke({{0.4, 0.6}, {0.42, 0.7}}), true, false);
+    gesture(true, true, stroke({{0.5, 0.6}, {0.52, 0.65}}), stroke({{0.4, 0.6}, {0.42, 0.7}}));
     step("scribbleObject");
     host.controller.startThreadWithPaintSelectionHover(
         host.controller.superpixels(QPoint(int(size.width() * 0.6), int(size.height() * 0.3)), 15), true);
