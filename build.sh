@@ -3,7 +3,8 @@
 #
 #   ./build.sh demo    the main job: build the host programs and cut out the shipped photo
 #   ./build.sh test    every test: the optimised build, then the ASan+UBSan build
-#   ./build.sh bench   build and run every benchmark
+#   ./build.sh bench   build and run every benchmark (bench_quality adds grabCut to
+#                      its table when the optional libopencv-dev is installed)
 #
 # Installs what is missing with apt-get (run as root on a fresh machine).
 set -euo pipefail
