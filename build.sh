@@ -5,12 +5,13 @@
 #   ./build.sh test    every test: the optimised build, then the ASan+UBSan build
 #   ./build.sh bench   build and run every benchmark (bench_quality adds grabCut to
 #                      its table when the optional libopencv-dev is installed)
+#   ./build.sh screenshot   render pxstudio with a cut in progress into docs/pxstudio.png
 #
 # Installs what is missing with apt-get (run as root on a fresh machine).
 set -euo pipefail
 cd "$(dirname "$0")"
 
-packages=(cmake ninja-build g++ pkg-config qt6-base-dev libgl-dev libbenchmark-dev libboost-graph-dev)
+packages=(cmake ninja-build g++ pkg-config qt6-base-dev libgl-dev libbenchmark-dev zlib1g-dev libboost-graph-dev)
 
 ensure_packages() {
     local missing=()
@@ -49,8 +50,12 @@ bench)
         fi
     done
     ;;
+screenshot)
+    build default
+    QT_QPA_PLATFORM=offscreen ./build/default/examples/pxstudio --screenshot docs/pxstudio.png
+    ;;
 *)
-    echo "usage: $0 demo|test|bench" >&2
+    echo "usage: $0 demo|test|bench|screenshot" >&2
     exit 2
     ;;
 esac
