@@ -3,7 +3,8 @@
 #
 #   ./build.sh demo    the main job: build the host programs and cut out the shipped photo
 #   ./build.sh test    every test: the optimised build, then the ASan+UBSan build
-#   ./build.sh bench   build and run every benchmark
+#   ./build.sh bench   build and run every benchmark (bench_quality adds grabCut to
+#                      its table when the optional libopencv-dev is installed)
 #   ./build.sh screenshot   render pxstudio with a cut in progress into docs/pxstudio.png
 #   ./build.sh benchsuite   build and run the benchmark suite, write its markdown table
 #
@@ -11,7 +12,7 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 
-packages=(cmake ninja-build g++ pkg-config qt6-base-dev libgl-dev libbenchmark-dev zlib1g-dev)
+packages=(cmake ninja-build g++ pkg-config qt6-base-dev libgl-dev libbenchmark-dev zlib1g-dev libboost-graph-dev)
 
 ensure_packages() {
     local missing=()

@@ -240,6 +240,28 @@ QImage keepBorder(const QImage& smoothMask, const QImage& mask, int radius)
     return result;
 }
 
+// The plain and the refined first cut of @p lasso as overlays, side by side.
+QImage compareCuts(const PXHostPhoto& photo, const QPainterPath& lasso, const QColor& maskColour)
+{
+    QList<QImage> overlays;
+    for (const bool refined : { false, true }) {
+        PXImageSegmentation controller;
+        controller.setRefinedCut(refined);
+        if (maskColour.isValid())
+            controller.setMaskColor(maskColour);
+        controller.setup(photo.working(), photo.fileInfo());
+        const QImage mask = requestMask(controller, [&] { controller.startThreadWithInitialPath(lasso); });
+        if (mask.isNull())
+            return QImage();
+        overlays.append(PXHostImages::overlay(photo.photo(), photo.toPhotoSize(mask), QImage()));
+    }
+    QImage result(overlays.first().width() * 2, overlays.first().height(), QImage::Format_RGB32);
+    QPainter painter(&result);
+    painter.drawImage(0, 0, overlays.first());
+    painter.drawImage(overlays.first().width(), 0, overlays.last());
+    return result;
+}
+
 int runCut(PXCutArguments arguments, const QElapsedTimer& sinceStart)
 {
     QString error;
@@ -311,6 +333,8 @@ int runCut(PXCutArguments arguments, const QElapsedTimer& sinceStart)
     }
 
     PXImageSegmentation controller;
+    if (arguments.refine)
+        controller.setRefinedCut(true);
     if (arguments.maskColour.isValid())
         controller.setMaskColor(arguments.maskColour);
     controller.setup(photo.working(), photo.fileInfo());
@@ -431,12 +455,19 @@ int runCut(PXCutArguments arguments, const QElapsedTimer& sinceStart)
         : PXHostImages::cutOut(photo.photo(), finalMask);
     const QImage overlay = overlayFuture.result();
 
+    QList<std::pair<QString, QImage>> images = { { QStringLiteral("mask.png"), finalMask },
+        { QStringLiteral("cutout.png"), cutout }, { QStringLiteral("overlay.png"), overlay } };
+    if (arguments.compare && cut) {
+        const QImage comparison = compareCuts(photo,
+            PXPointList::closedPolygon(PXPointList::scaled(arguments.lasso, photo.scaleX(), photo.scaleY())),
+            arguments.maskColour);
+        if (comparison.isNull())
+            return fail(QStringLiteral("--compare: a cut produced no mask"));
+        images.append({ QStringLiteral("compare.png"), comparison });
+    }
     const QDir out(arguments.outputDirectory);
     QStringList written;
-    if (!writeImages(out,
-            { { QStringLiteral("mask.png"), finalMask }, { QStringLiteral("cutout.png"), cutout },
-                { QStringLiteral("overlay.png"), overlay } },
-            &written, &error))
+    if (!writeImages(out, images, &written, &error))
         return fail(error);
 
     const double totalTime = sinceStart.elapsed() / 1000.0;

@@ -243,6 +243,14 @@ void PXStudioWindow::createActions()
     m_contoursAction->setIconText(tr("Contours"));
     m_contoursAction->setCheckable(true);
     connect(m_contoursAction, &QAction::toggled, this, &PXStudioWindow::setContoursVisible);
+    // The controller follows the setting, so the choice is kept between runs.
+    QAction* refine = makeAction(tr("&Refine edges"), "refine", QKeySequence(tr("Ctrl+R")));
+    refine->setIconText(tr("Refine"));
+    refine->setToolTip(tr("The next lasso's cut follows the object's edges"));
+    refine->setCheckable(true);
+    refine->setChecked(PXSingleton<PXImageCutterSettings>::instance()->refinedCut());
+    connect(refine, &QAction::toggled, this,
+        [](bool checked) { PXSingleton<PXImageCutterSettings>::instance()->setRefinedCut(checked); });
 
     m_tools = new QActionGroup(this);
     struct ToolEntry {
@@ -320,6 +328,8 @@ void PXStudioWindow::createActions()
     toolsMenu->addActions(m_tools->actions());
     toolsMenu->addSeparator();
     toolsMenu->addActions(targets->actions());
+    toolsMenu->addSeparator();
+    toolsMenu->addAction(refine);
     QMenu* help = menuBar()->addMenu(tr("&Help"));
     help->addAction(guide);
 
@@ -336,6 +346,7 @@ void PXStudioWindow::createActions()
     bar->addAction(redo);
     bar->addAction(invert);
     bar->addAction(m_contoursAction);
+    bar->addAction(refine);
     addToolBarBreak();
     QToolBar* selectionBar = addToolBar(tr("Selection"));
     selectionBar->setObjectName(QStringLiteral("selection"));

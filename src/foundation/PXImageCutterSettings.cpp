@@ -9,6 +9,7 @@ namespace {
 
 const QString Group = QStringLiteral("ImageCutter");
 const QString BackgroundColorsKey = QStringLiteral("backgroundColors");
+const QString RefinedCutKey = QStringLiteral("refinedCut");
 
 QColor toColor(const QVariant& value)
 {
@@ -47,6 +48,7 @@ void PXImageCutterSettings::loadSettings()
     }
     load(&m_debugFolder);
     load(&m_maximalImageLength);
+    m_refinedCut = readVariant(RefinedCutKey, QVariant(false), false).toBool();
     endGroup();
 }
 
@@ -57,6 +59,7 @@ void PXImageCutterSettings::saveSettings()
     save(m_debugFolder);
     save(m_maximalImageLength);
     writeEntry(BackgroundColorsKey, QVariant(m_backgroundColors), false);
+    writeEntry(RefinedCutKey, QVariant(m_refinedCut), false);
     endGroup();
 }
 
@@ -100,5 +103,18 @@ void PXImageCutterSettings::setBackgroundColors(const int& index, const QColor& 
     if (index < 0 || index >= m_backgroundColors.size())
         return;
     m_backgroundColors[index] = QVariant(colour);
+    saveSettings();
+}
+
+bool PXImageCutterSettings::refinedCut() const
+{
+    return m_refinedCut;
+}
+
+void PXImageCutterSettings::setRefinedCut(bool refined)
+{
+    if (refined == m_refinedCut)
+        return;
+    m_refinedCut = refined;
     saveSettings();
 }

@@ -1,10 +1,12 @@
 #include "PXImageSegmentation.h"
 
+#include "PXImageCutterSettings.h"
 #include "PXImageSegmentationPrivate.h"
 #include "PXInitialSegmentationWorker.h"
 #include "PXLogger.h"
 #include "PXMementoSegmentation.h"
 #include "PXPlatformIndependent.h"
+#include "PXRefinedCut.h"
 #include "PXUndoCommandSegmentation.h"
 #include "PXUndoController.h"
 
@@ -120,7 +122,7 @@ void PXImageSegmentation::reset()
     d->analysedRegion = QRect();
     Q_EMIT sendNewMask(QImage());
     d->currentStep = 0;
-    Q_EMIT segmentationProgress(0, d->workerTotalSteps + 5);
+    Q_EMIT segmentationProgress(0, d->workerTotalSteps + controllerSteps());
 }
 
 bool PXImageSegmentation::isValid() const
@@ -130,13 +132,13 @@ bool PXImageSegmentation::isValid() const
 
 int PXImageSegmentation::totalSteps() const
 {
-    return d->workerTotalSteps + 5;
+    return d->workerTotalSteps + controllerSteps();
 }
 
 void PXImageSegmentation::increaseAndUpdateProgressbar()
 {
     const int step = ++d->currentStep;
-    Q_EMIT segmentationProgress(step, d->workerTotalSteps + 5);
+    Q_EMIT segmentationProgress(step, d->workerTotalSteps + controllerSteps());
 }
 
 PXUndoController* PXImageSegmentation::undoController() const
@@ -151,13 +153,13 @@ void PXImageSegmentation::setProgressFromWorker(int, int theTotalStep)
         return;
     d->workerTotalSteps = theTotalStep;
     const int step = ++d->currentStep;
-    Q_EMIT segmentationProgress(step, theTotalStep + 5);
+    Q_EMIT segmentationProgress(step, theTotalStep + controllerSteps());
 }
 
 void PXImageSegmentation::resetProgress()
 {
     d->currentStep = 0;
-    Q_EMIT segmentationProgress(0, d->workerTotalSteps + 5);
+    Q_EMIT segmentationProgress(0, d->workerTotalSteps + controllerSteps());
 }
 
 // ---------------------------------------------------------------------------
@@ -166,7 +168,12 @@ void PXImageSegmentation::resetProgress()
 void PXImageSegmentation::startThreadWithInitialPath(QPainterPath thePath)
 {
     const QPainterPath path = PXSelectionModel::usablePath(thePath);
-    d->withModel([&](PXSelectionModel& model) { model.startLasso(path); });
+    const bool refining = refinedCut();
+    d->refining = refining;
+    d->withModel([&](PXSelectionModel& model) {
+        model.setRefining(refining);
+        model.startLasso(path);
+    });
     {
         QMutexLocker locker(&d->requestMutex);
         d->requests.strokeIsTemporary = false;
@@ -247,7 +254,7 @@ void PXImageSegmentation::cutObjectInitial()
     // The worker's share is shown as complete; the counter itself moves on
     // with the cut's own steps.
     const int workerSteps = d->workerTotalSteps;
-    Q_EMIT segmentationProgress(workerSteps, workerSteps + 5);
+    Q_EMIT segmentationProgress(workerSteps, workerSteps + controllerSteps());
 
     const QImage lassoImage = createImageWithLassoPath();
     increaseAndUpdateProgressbar();
@@ -275,6 +282,8 @@ void PXImageSegmentation::cutObjectInitial()
     increaseAndUpdateProgressbar();
 
     confirmPossibleBackground(possibleBackground);
+    if (d->refining)
+        refineInitialCut();
 }
 
 QImage PXImageSegmentation::createImageWithLassoPath() const
@@ -576,4 +585,39 @@ void PXImageSegmentation::setMemento(const PXMementoSegmentation* memento)
         return model.mask();
     });
     Q_EMIT sendNewMask(mask);
+}
+
+// ---------------------------------------------------------------------------
+// Refined cut
+
+void PXImageSegmentation::setRefinedCut(bool refined)
+{
+    d->refinedCutChoice = refined ? 1 : 0;
+}
+
+void PXImageSegmentation::followRefinedCutSetting()
+{
+    d->refinedCutChoice = -1;
+}
+
+bool PXImageSegmentation::refinedCut() const
+{
+    const int choice = d->refinedCutChoice;
+    if (choice >= 0)
+        return choice == 1;
+    return PXSingleton<PXImageCutterSettings>::instance()->refinedCut();
+}
+
+int PXImageSegmentation::controllerSteps() const
+{
+    return d->refining ? 5 + PXRefinedCut::progressSteps : 5;
+}
+
+void PXImageSegmentation::refineInitialCut()
+{
+    // On a copy, like the colour model: the cut waits for the pool.
+    const PXSelectionModel model = d->snapshot();
+    const QImage selection = model.refinedSelection([this]() { increaseAndUpdateProgressbar(); },
+                                                    [this]() { return isInterruptionRequested(); });
+    d->withModel([&](PXSelectionModel& current) { current.applyRefinedSelection(selection, model.labels()); });
 }

@@ -219,6 +219,22 @@ public:
      */
     QImage drawContour() const;
 
+    // Refined cut.
+
+    /**
+     * Makes the following lassos give the refined cut, whose outline follows
+     * the object's edges (true), or the superpixel cut (false), whatever the
+     * "refinedCut" setting says. The refined cut adds PXRefinedCut's progress
+     * steps to totalSteps(), and while it is on, paint, scribble and click
+     * strokes are kept as marks that later refined cuts hold on their side.
+     * Host's thread.
+     */
+    void setRefinedCut(bool refined);
+    /** Lets the following lassos follow the "refinedCut" setting again (the default). */
+    void followRefinedCutSetting();
+    /** Whether the next lasso gives the refined cut. Host's thread. */
+    bool refinedCut() const;
+
     // Undo.
 
     /** A snapshot of the selection, owned by the caller. */
@@ -253,6 +269,9 @@ protected:
     void run() override;
 
 private:
+    int controllerSteps() const;
+    void refineInitialCut();
+
     std::unique_ptr<PXImageSegmentationPrivate> d;
 };
 

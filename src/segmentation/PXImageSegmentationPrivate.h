@@ -120,4 +120,8 @@ public:
     // Replaced workers, kept until their pool tasks have ended.
     QList<RetiredWorker> retiredWorkers;
     QList<QFuture<void>> clicks;
+    // -1 follows the "refinedCut" setting, else the host's choice.
+    std::atomic<int> refinedCutChoice {-1};
+    // Whether the current lasso gets the refined cut; fixed when it arrives.
+    std::atomic<bool> refining {false};
 };

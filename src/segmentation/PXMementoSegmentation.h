@@ -48,6 +48,9 @@ public:
     QList<QList<QPoint>> pointsOfSuperpixels() const { return m_pointsOfSuperpixels; }
     /** Opaque in every memento the controller takes. */
     QColor maskColor() const { return m_maskColor; }
+    /** The user's strokes kept for the refined cut (PXRefinedCut marks), or null. */
+    QImage strokeMarks() const { return m_strokeMarks; }
+    void setStrokeMarks(const QImage& marks) { m_strokeMarks = marks; }
 
 private:
     QList<QList<QPoint>> m_pointsOfSuperpixels;
@@ -57,6 +60,7 @@ private:
     QImage m_labels;
     QColor m_maskColor;
     QPainterPath m_lassoPath;
+    QImage m_strokeMarks;
 };
 
 Q_DECLARE_METATYPE(PXMementoSegmentation)

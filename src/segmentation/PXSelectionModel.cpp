@@ -4,6 +4,7 @@
 #include "PXImage.h"
 #include "PXIntRange.h"
 #include "PXMementoSegmentation.h"
+#include "PXRefinedCut.h"
 
 #include <QPainter>
 
@@ -92,6 +93,7 @@ void PXSelectionModel::setPhoto(const QImage& photo, const QFileInfo& fileInfo)
 {
     m_photo = photo;
     m_fileInfo = fileInfo;
+    m_marks = QImage();
 }
 
 void PXSelectionModel::setPhoto(const QImage& photo)
@@ -279,6 +281,8 @@ int PXSelectionModel::click(const QPointF& position)
         return 0;
     const int label = int(m_labels.pixel(clampedPoint(m_labels, position)));
     m_clickedSuperpixel = label;
+    if (m_refining && label >= 0 && label < m_pointsOfSuperpixels.size())
+        mark(m_pointsOfSuperpixels.at(label), !m_foreground.contains(label));
     setSide(label, !m_foreground.contains(label));
     return label;
 }
@@ -309,8 +313,11 @@ void PXSelectionModel::paintSelection(const QPainterPath& path, bool isForegroun
             }
         }
     }
-    for (int label : std::as_const(touched))
+    for (int label : std::as_const(touched)) {
+        if (m_refining && label < m_pointsOfSuperpixels.size())
+            mark(m_pointsOfSuperpixels.at(label), isForeground);
         setSide(label, isForeground);
+    }
     m_lastPath = path;
 }
 
@@ -322,6 +329,11 @@ void PXSelectionModel::scribble(const QPainterPath& path, bool isForeground)
     if (isForeground)
         painter.setCompositionMode(QPainter::CompositionMode_Clear);
     painter.fillPath(path, QBrush(QColor(m_maskColor.rgb())));
+    if (m_refining && !marks().isNull()) {
+        QPainter marker(&m_marks);
+        const int value = isForeground ? PXRefinedCut::ObjectMark : PXRefinedCut::BackgroundMark;
+        marker.fillPath(path, QBrush(QColor(value, value, value)));
+    }
 }
 
 QImage PXSelectionModel::hoverPreview(const QSet<int>& clusters, bool isForeground) const
@@ -387,8 +399,11 @@ PXMementoSegmentation* PXSelectionModel::createMemento(bool withLabels)
         points = m_pointsOfSuperpixels;
         m_labelsSaved = true;
     }
-    return new PXMementoSegmentation(m_lassoPath, m_foreground, m_background, m_mask, labels, points,
-                                     QColor(m_maskColor.rgb()));
+    auto* memento = new PXMementoSegmentation(m_lassoPath, m_foreground, m_background, m_mask, labels,
+                                              points, QColor(m_maskColor.rgb()));
+    // Undoing a stroke takes back its mark too.
+    memento->setStrokeMarks(m_marks);
+    return memento;
 }
 
 void PXSelectionModel::setMemento(const PXMementoSegmentation& memento)
@@ -409,6 +424,7 @@ void PXSelectionModel::setMemento(const PXMementoSegmentation& memento)
         recolour();
     }
     m_lassoPath = memento.lassoPath();
+    m_marks = memento.strokeMarks();
 }
 
 // ---------------------------------------------------------------------------
@@ -506,4 +522,75 @@ QImage PXSelectionModel::contour() const
         }
     }
     return result;
+}
+
+// ---------------------------------------------------------------------------
+// Refined cut
+
+QImage& PXSelectionModel::marks()
+{
+    if (m_marks.size() != m_photo.size()) {
+        m_marks = QImage(m_photo.size(), QImage::Format_Grayscale8);
+        m_marks.fill(PXRefinedCut::NoMark);
+    }
+    return m_marks;
+}
+
+void PXSelectionModel::mark(const QList<QPoint>& points, bool isForeground)
+{
+    if (marks().isNull())
+        return;
+    const uchar value = isForeground ? PXRefinedCut::ObjectMark : PXRefinedCut::BackgroundMark;
+    const QRect bounds = m_marks.rect();
+    for (const QPoint& point : points) {
+        if (bounds.contains(point))
+            m_marks.scanLine(point.y())[point.x()] = value;
+    }
+}
+
+QImage PXSelectionModel::refinedSelection(const std::function<void()>& progress,
+                                          const std::function<bool()>& cancelled) const
+{
+    PXRefinedCut cut;
+    cut.setPhoto(m_photo);
+    cut.setLasso(m_expandedPath);
+    cut.setRegions(m_labels, m_foreground);
+    cut.setMarks(m_marks);
+    cut.setProgressFunction(progress);
+    cut.setCancelFunction(cancelled);
+    return cut.run();
+}
+
+void PXSelectionModel::applyRefinedSelection(const QImage& selection, const QImage& labels)
+{
+    // A newer worker's results arrived meanwhile; the cut loop starts again.
+    if (selection.isNull() || labels.cacheKey() != m_labels.cacheKey() || m_mask.size() != selection.size())
+        return;
+    const bool hasLabels = isLabelImage(labels) && labels.size() == selection.size();
+    // A region belongs to the side that holds most of its pixels, so that
+    // clicks and paint strokes move it as the refined mask shows it.
+    QHash<int, std::pair<qint64, qint64>> counts;
+    const quint32 background = m_maskColor.rgb();
+    const quint32 object = QColor(Qt::transparent).rgba();
+    for (int y = 0; y < selection.height(); ++y) {
+        const uchar* in = selection.constScanLine(y);
+        auto* out = reinterpret_cast<quint32*>(m_mask.scanLine(y));
+        const auto* line = hasLabels ? reinterpret_cast<const qint32*>(labels.constScanLine(y)) : nullptr;
+        for (int x = 0; x < selection.width(); ++x) {
+            out[x] = in[x] ? object : background;
+            if (line && line[x] > 0) {
+                auto& count = counts[line[x]];
+                count.first += in[x] ? 1 : 0;
+                ++count.second;
+            }
+        }
+    }
+    m_foreground = QSet<int>();
+    m_background = QSet<int>();
+    for (auto it = counts.cbegin(); it != counts.cend(); ++it) {
+        if (2 * it->first >= it->second)
+            m_foreground.insert(it.key());
+        else
+            m_background.insert(it.key());
+    }
 }

@@ -151,7 +151,27 @@ public:
     /** Opaque white where two of a pixel's eight neighbours carry another label. */
     QImage contour() const;
 
+    // Refined cut.
+
+    /**
+     * While on, clicks, paint strokes and scribbles are also kept as marks
+     * that later refined cuts hold on their side; off by default.
+     */
+    void setRefining(bool refining) { m_refining = refining; }
+    bool refining() const { return m_refining; }
+    /** The refined cut of the current cut. Runs PXConcurrent passes; not under a lock. */
+    QImage refinedSelection(const std::function<void()>& progress, const std::function<bool()>& cancelled) const;
+    /**
+     * Makes @p selection (from refinedSelection() on a copy whose labels were
+     * @p labels) the mask; each region joins the side holding most of its
+     * pixels. Ignored when the labels changed meanwhile.
+     */
+    void applyRefinedSelection(const QImage& selection, const QImage& labels);
+    QImage labels() const { return m_labels; }
+
 private:
+    QImage& marks();
+    void mark(const QList<QPoint>& points, bool isForeground);
     QImage m_photo;
     QFileInfo m_fileInfo;
     QImage m_labels;
@@ -167,4 +187,7 @@ private:
     QPainterPath m_lastPath;
     int m_clickedSuperpixel = 0;
     bool m_labelsSaved = false;
+    bool m_refining = false;
+    // The user's strokes as PXRefinedCut marks, kept while refining.
+    QImage m_marks;
 };

@@ -242,6 +242,7 @@ void TestPXCut::refinementSteps_data()
                                                     << QPoint(0, 0) << qRgb(0, 0, 255);
     QTest::newRow("smooth keeps the background") << QStringList { "--smooth", "3", "--mask-color", "#0000ff" }
                                                  << QPoint(20, 20) << qRgb(0, 0, 255);
+    QTest::newRow("refined cut") << QStringList { "--refine", "--compare" } << QPoint(80, 60) << clear;
 }
 
 void TestPXCut::refinementSteps()
@@ -253,6 +254,8 @@ void TestPXCut::refinementSteps()
     const Run result = run(QStringList { "cut", m_tiles, "--lasso", lassoText() } + steps);
     QVERIFY2(result.exitCode == 0, qPrintable(result.err));
     QCOMPARE(output("mask.png").pixel(probe), expected);
+    if (steps.contains(QStringLiteral("--compare")))
+        QCOMPARE(output("compare.png").width(), 2 * output("mask.png").width());
 }
 
 void TestPXCut::scalesToTheMaximalLength()

@@ -41,6 +41,7 @@ void TestPXImageCutterSettings::freshStoreGivesDefaults()
     const PXImageCutterSettings settings;
     QCOMPARE(settings.maximalImageLength(), 1200);
     QCOMPARE(settings.debugFolder(), QStringLiteral("DEBUG"));
+    QVERIFY(!settings.refinedCut());
     QCOMPARE(settings.backgroundColors(),
         QList<QColor>({ QColor(255, 255, 255), QColor(0, 0, 0), QColor(255, 0, 0, 128) }));
     QVERIFY(!QFileInfo::exists(iniPath())); // loading writes nothing
@@ -53,6 +54,7 @@ void TestPXImageCutterSettings::valuesPersist()
         settings.setMaximalImageLength(800);
         settings.setDebugFolder(QStringLiteral("traces"));
         settings.setBackgroundColors(1, QColor(10, 20, 30));
+        settings.setRefinedCut(true);
     }
     const PXImageCutterSettings reloaded;
     QCOMPARE(reloaded.maximalImageLength(), 800);
@@ -63,6 +65,8 @@ void TestPXImageCutterSettings::valuesPersist()
     const QSettings raw(iniPath(), QSettings::IniFormat);
     QCOMPARE(raw.value(QStringLiteral("ImageCutter/maxFotoLength")).toInt(), 800);
     QCOMPARE(raw.value(QStringLiteral("ImageCutter/dbgFolder")).toString(), QStringLiteral("traces"));
+    QVERIFY(reloaded.refinedCut());
+    QVERIFY(raw.value(QStringLiteral("ImageCutter/refinedCut")).toBool());
 }
 
 void TestPXImageCutterSettings::unchangedValuesWriteNothing()

@@ -1,0 +1,561 @@
+#include "PXRefinedCut.h"
+
+#include "PXConcurrent.h"
+#include "PXCutGraph.h"
+#include "PXEdgeDetectorSobelColor.h"
+#include "PXGaussianMixture.h"
+
+#include <QPainter>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+namespace {
+
+// Width of the band outside the lasso whose colours teach the background model.
+constexpr int myOuterBand = 16;
+// Regions are split into blocks of this size, so the region cut can follow
+// an edge that region growing ran over; the pixel band covers one block.
+constexpr int myBlockSize = 8;
+constexpr int myBandRadius = myBlockSize;
+constexpr int myRegionRounds = 2;
+// Weight of the smoothness against the data term (nats per pixel pair).
+constexpr double mySmoothness = 50.0;
+constexpr int myMaximalSamples = 40000;
+constexpr int myColourBits = 6;
+constexpr int myColourBins = 1 << (3 * myColourBits);
+constexpr int mySliceRows = 64;
+constexpr uchar myUnused = 2;
+
+int colourBin(quint32 pixel)
+{
+    constexpr int shift = 8 - myColourBits;
+    return int(((pixel >> (16 + shift)) & 0x3F) << (2 * myColourBits) | ((pixel >> (8 + shift)) & 0x3F) << myColourBits
+        | ((pixel >> shift) & 0x3F));
+}
+
+double squaredColourDistance(quint32 first, quint32 second)
+{
+    double sum = 0.0;
+    for (int shift = 0; shift <= 16; shift += 8) {
+        const double d = double(int((first >> shift) & 0xFF) - int((second >> shift) & 0xFF));
+        sum += d * d;
+    }
+    return sum;
+}
+
+// The working area: pixel arrays over the lasso's rectangle and a band around it.
+struct Area {
+    QRect rect;
+    int width = 0;
+    int height = 0;
+    std::vector<quint32> colour;
+    std::vector<uchar> inside; // may be object
+    std::vector<uchar> marks;
+    std::vector<int> label;
+    std::vector<uchar> sobel;
+    std::vector<uchar> object; // the current selection
+
+    qsizetype size() const { return qsizetype(width) * height; }
+};
+
+void sobelOfArea(Area& area, const QImage& photo)
+{
+    // One pixel more on each side, so the strength of the area's own border
+    // pixels is computed too.
+    const QRect grown = area.rect.adjusted(-1, -1, 1, 1).intersected(photo.rect());
+    const QImage source = photo.copy(grown);
+    QImage strength(source.size(), QImage::Format_ARGB32);
+    strength.fill(0xFF000000u);
+    QList<PXEdgeDetectorSobelSlice> slices;
+    for (int first = 1; first < source.height() - 2; first += mySliceRows) {
+        PXEdgeDetectorSobelSlice slice;
+        slice.source = source;
+        slice.sobel = strength.bits();
+        slice.firstRow = first;
+        slice.endRow = std::min(first + mySliceRows, source.height() - 2);
+        slices.append(slice);
+    }
+    PXConcurrent::blockingMap(slices, [](PXEdgeDetectorSobelSlice& slice) {
+        PXEdgeDetectorSobelColor::createSobelSlice(&slice);
+    });
+    area.sobel.assign(area.size(), 0);
+    const QPoint offset = area.rect.topLeft() - grown.topLeft();
+    for (int y = 0; y < area.height; ++y) {
+        const auto* line = reinterpret_cast<const quint32*>(strength.constScanLine(y + offset.y()));
+        uchar* out = area.sobel.data() + qsizetype(y) * area.width;
+        for (int x = 0; x < area.width; ++x)
+            out[x] = uchar(line[x + offset.x()] & 0xFF);
+    }
+}
+
+// -log p of every colour bin that occurs, for both models.
+struct DataCosts {
+    std::vector<float> object;
+    std::vector<float> background;
+};
+
+// @p side holds 0 for a background pixel, 1 for an object pixel and
+// myUnused for a pixel left out.
+DataCosts learnCosts(const Area& area, const std::vector<uchar>& side, const std::vector<int>& usedBins)
+{
+    qsizetype objectCount = 0;
+    qsizetype backgroundCount = 0;
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        objectCount += side[i] == 1;
+        backgroundCount += side[i] == 0;
+    }
+    const qsizetype objectStep = std::max<qsizetype>(1, objectCount / myMaximalSamples);
+    const qsizetype backgroundStep = std::max<qsizetype>(1, backgroundCount / myMaximalSamples);
+    QList<quint32> objectColours;
+    QList<quint32> backgroundColours;
+    qsizetype objectSeen = 0;
+    qsizetype backgroundSeen = 0;
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        if (side[i] == 1 && objectSeen++ % objectStep == 0)
+            objectColours.append(area.colour[i] & 0xFFFFFF);
+        if (side[i] == 0 && backgroundSeen++ % backgroundStep == 0)
+            backgroundColours.append(area.colour[i] & 0xFFFFFF);
+    }
+    PXGaussianMixture objectModel;
+    PXGaussianMixture backgroundModel;
+    objectModel.learn(objectColours);
+    backgroundModel.learn(backgroundColours);
+
+    DataCosts costs;
+    costs.object.assign(myColourBins, 0.0f);
+    costs.background.assign(myColourBins, 0.0f);
+    constexpr int shift = 8 - myColourBits;
+    constexpr double half = (1 << shift) / 2.0 - 0.5;
+    for (int bin : usedBins) {
+        const double red = (bin >> (2 * myColourBits)) << shift;
+        const double green = ((bin >> myColourBits) & 0x3F) << shift;
+        const double blue = (bin & 0x3F) << shift;
+        costs.object[bin] = float(-objectModel.logDensity(red + half, green + half, blue + half));
+        costs.background[bin] = float(-backgroundModel.logDensity(red + half, green + half, blue + half));
+    }
+    return costs;
+}
+
+// Regions split into blocks: the nodes of the region cut.
+struct Blocks {
+    std::vector<int> node; // per pixel, -1 outside the lasso
+    int count = 0;
+    std::vector<uchar> marks; // per node, the Mark bits found in it
+    std::vector<double> outsideWeight; // smoothness towards the background outside
+    struct Link {
+        int first;
+        int second;
+        double weight;
+    };
+    std::vector<Link> links;
+};
+
+Blocks makeBlocks(const Area& area)
+{
+    Blocks blocks;
+    blocks.node.assign(area.size(), -1);
+    const int blocksPerRow = (area.width + myBlockSize - 1) / myBlockSize;
+    const int blockRows = (area.height + myBlockSize - 1) / myBlockSize;
+    // The labels met in each block so far, with their nodes; blocks hold few.
+    std::vector<std::vector<std::pair<int, int>>> seen(qsizetype(blocksPerRow) * blockRows);
+    for (int y = 0; y < area.height; ++y) {
+        for (int x = 0; x < area.width; ++x) {
+            const qsizetype i = qsizetype(y) * area.width + x;
+            if (!area.inside[i])
+                continue;
+            auto& list = seen[qsizetype(y / myBlockSize) * blocksPerRow + x / myBlockSize];
+            const int label = area.label[i];
+            int node = -1;
+            for (const auto& entry : list) {
+                if (entry.first == label) {
+                    node = entry.second;
+                    break;
+                }
+            }
+            if (node < 0) {
+                node = blocks.count++;
+                list.emplace_back(label, node);
+                blocks.marks.push_back(0);
+            }
+            blocks.node[i] = node;
+            blocks.marks[node] |= area.marks[i];
+        }
+    }
+    blocks.outsideWeight.assign(blocks.count, 0.0);
+
+    // Separating two pixels costs little across a strong edge.
+    double sumOfSquares = 0.0;
+    qsizetype pairs = 0;
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        if (area.inside[i]) {
+            sumOfSquares += double(area.sobel[i]) * area.sobel[i];
+            ++pairs;
+        }
+    }
+    const double beta = sumOfSquares > 0.0 ? 0.5 * double(pairs) / sumOfSquares : 0.0;
+    const auto weight = [&](qsizetype a, qsizetype b) {
+        const double s = std::max(area.sobel[a], area.sobel[b]);
+        return mySmoothness * std::exp(-beta * s * s);
+    };
+    std::vector<std::vector<std::pair<int, double>>> neighbours(blocks.count);
+    const auto addPair = [&](qsizetype a, qsizetype b) {
+        const int first = blocks.node[a];
+        const int second = blocks.node[b];
+        if (first == second)
+            return;
+        if (first < 0 || second < 0) {
+            const int node = first < 0 ? second : first;
+            blocks.outsideWeight[node] += weight(a, b);
+            return;
+        }
+        auto& list = neighbours[std::min(first, second)];
+        const int other = std::max(first, second);
+        for (auto& entry : list) {
+            if (entry.first == other) {
+                entry.second += weight(a, b);
+                return;
+            }
+        }
+        list.emplace_back(other, weight(a, b));
+    };
+    for (int y = 0; y < area.height; ++y) {
+        for (int x = 0; x < area.width; ++x) {
+            const qsizetype i = qsizetype(y) * area.width + x;
+            if (x + 1 < area.width)
+                addPair(i, i + 1);
+            if (y + 1 < area.height)
+                addPair(i, i + area.width);
+        }
+    }
+    for (int node = 0; node < blocks.count; ++node) {
+        for (const auto& entry : neighbours[node])
+            blocks.links.push_back({node, entry.first, entry.second});
+    }
+    return blocks;
+}
+
+// One minimum cut over the blocks; returns whether any block changed sides.
+bool cutBlocks(Area& area, const Blocks& blocks, const DataCosts& costs)
+{
+    std::vector<double> objectCost(blocks.count, 0.0);
+    std::vector<double> backgroundCost(blocks.count, 0.0);
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        const int node = blocks.node[i];
+        if (node < 0)
+            continue;
+        const int bin = colourBin(area.colour[i]);
+        objectCost[node] += costs.object[bin];
+        backgroundCost[node] += costs.background[bin];
+    }
+    PXCutGraph graph;
+    graph.addNodes(blocks.count);
+    for (int node = 0; node < blocks.count; ++node) {
+        double object = objectCost[node] + blocks.outsideWeight[node];
+        double background = backgroundCost[node];
+        // A block with marks of one kind only is held on that side; the
+        // pixels themselves are held below whatever the block does.
+        if (blocks.marks[node] == PXRefinedCut::ObjectMark)
+            background += PXCutGraph::hardWeight;
+        else if (blocks.marks[node] == PXRefinedCut::BackgroundMark)
+            object += PXCutGraph::hardWeight;
+        graph.addTerminalWeights(node, object, background);
+    }
+    for (const Blocks::Link& link : blocks.links)
+        graph.addEdge(link.first, link.second, link.weight);
+    graph.solve();
+
+    bool changed = false;
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        const int node = blocks.node[i];
+        uchar object = node >= 0 && graph.isObject(node);
+        if (area.marks[i] == PXRefinedCut::ObjectMark && area.inside[i])
+            object = 1;
+        else if (area.marks[i] == PXRefinedCut::BackgroundMark)
+            object = 0;
+        changed |= object != area.object[i];
+        area.object[i] = object;
+    }
+    return changed;
+}
+
+// Whether the object shrank to a sliver of the lasso: the models learnt from
+// the superpixel cut were wrong.
+bool lostObject(const Area& area, qsizetype insidePixels)
+{
+    qsizetype object = 0;
+    for (const uchar value : area.object)
+        object += value;
+    return object * 10 < insidePixels;
+}
+
+// City-block distance to the outline of the selection, capped at limit + 1.
+std::vector<uchar> distanceToOutline(const Area& area, int limit)
+{
+    const int far = limit + 1;
+    std::vector<uchar> distance(area.size(), uchar(far));
+    const int w = area.width;
+    for (int y = 0; y < area.height; ++y) {
+        for (int x = 0; x < w; ++x) {
+            const qsizetype i = qsizetype(y) * w + x;
+            const uchar side = area.object[i];
+            const bool outline = (x > 0 && area.object[i - 1] != side) || (x + 1 < w && area.object[i + 1] != side)
+                || (y > 0 && area.object[i - w] != side) || (y + 1 < area.height && area.object[i + w] != side);
+            if (outline)
+                distance[i] = 0;
+        }
+    }
+    for (int y = 0; y < area.height; ++y) {
+        for (int x = 0; x < w; ++x) {
+            const qsizetype i = qsizetype(y) * w + x;
+            int d = distance[i];
+            if (x > 0)
+                d = std::min(d, distance[i - 1] + 1);
+            if (y > 0)
+                d = std::min(d, distance[i - w] + 1);
+            distance[i] = uchar(std::min(d, far));
+        }
+    }
+    for (int y = area.height - 1; y >= 0; --y) {
+        for (int x = w - 1; x >= 0; --x) {
+            const qsizetype i = qsizetype(y) * w + x;
+            int d = distance[i];
+            if (x + 1 < w)
+                d = std::min(d, distance[i + 1] + 1);
+            if (y + 1 < area.height)
+                d = std::min(d, distance[i + w] + 1);
+            distance[i] = uchar(std::min(d, far));
+        }
+    }
+    return distance;
+}
+
+// A minimum cut over the pixels near the outline, with colour contrast as
+// the cost of separating neighbours.
+void cutBand(Area& area, const DataCosts& costs)
+{
+    const std::vector<uchar> distance = distanceToOutline(area, myBandRadius);
+    const int w = area.width;
+    std::vector<int> node(area.size(), -1);
+    int count = 0;
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        if (area.inside[i] && area.marks[i] == PXRefinedCut::NoMark && distance[i] <= myBandRadius)
+            node[i] = count++;
+    }
+    if (count == 0)
+        return;
+
+    double sum = 0.0;
+    qsizetype pairs = 0;
+    for (int y = 0; y + 1 < area.height; ++y) {
+        for (int x = 0; x + 1 < w; ++x) {
+            const qsizetype i = qsizetype(y) * w + x;
+            if (node[i] < 0)
+                continue;
+            sum += squaredColourDistance(area.colour[i], area.colour[i + 1])
+                + squaredColourDistance(area.colour[i], area.colour[i + w]);
+            pairs += 2;
+        }
+    }
+    const double beta = sum > 0.0 ? 0.5 * double(pairs) / sum : 0.0;
+
+    PXCutGraph graph;
+    graph.addNodes(count);
+    constexpr int dx[8] = {1, -1, 0, 1, -1, 0, 1, -1};
+    constexpr int dy[8] = {0, 1, 1, 1, 0, -1, -1, -1};
+    const double diagonal = 1.0 / std::sqrt(2.0);
+    for (int y = 0; y < area.height; ++y) {
+        for (int x = 0; x < w; ++x) {
+            const qsizetype i = qsizetype(y) * w + x;
+            const int n = node[i];
+            if (n < 0)
+                continue;
+            const int bin = colourBin(area.colour[i]);
+            double object = costs.object[bin];
+            double background = costs.background[bin];
+            for (int k = 0; k < 8; ++k) {
+                const int nx = x + dx[k];
+                const int ny = y + dy[k];
+                if (nx < 0 || ny < 0 || nx >= w || ny >= area.height)
+                    continue;
+                const qsizetype j = qsizetype(ny) * w + nx;
+                // Free pairs once, from the first four directions.
+                if (node[j] >= 0 && k >= 4)
+                    continue;
+                const double weight = mySmoothness * std::exp(-beta * squaredColourDistance(area.colour[i], area.colour[j]))
+                    * (dx[k] != 0 && dy[k] != 0 ? diagonal : 1.0);
+                if (node[j] >= 0) {
+                    graph.addEdge(n, node[j], weight);
+                } else if (area.object[j]) {
+                    background += weight;
+                } else {
+                    object += weight;
+                }
+            }
+            graph.addTerminalWeights(n, object, background);
+        }
+    }
+    graph.solve();
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        if (node[i] >= 0)
+            area.object[i] = graph.isObject(node[i]);
+    }
+}
+
+} // namespace
+
+void PXRefinedCut::setPhoto(const QImage& photo)
+{
+    m_photo = photo;
+}
+
+void PXRefinedCut::setLasso(const QPainterPath& lasso)
+{
+    m_lasso = lasso;
+}
+
+void PXRefinedCut::setRegions(const QImage& labels, const QSet<int>& objectLabels)
+{
+    m_labels = labels;
+    m_objectLabels = objectLabels;
+}
+
+void PXRefinedCut::setMarks(const QImage& marks)
+{
+    m_marks = marks;
+}
+
+void PXRefinedCut::setProgressFunction(const std::function<void()>& progress)
+{
+    m_progress = progress;
+}
+
+void PXRefinedCut::setCancelFunction(const std::function<bool()>& cancelled)
+{
+    m_cancelled = cancelled;
+}
+
+QImage PXRefinedCut::run() const
+{
+    if (m_photo.isNull())
+        return QImage();
+    const QImage photo = m_photo.depth() == 32 ? m_photo : m_photo.convertToFormat(QImage::Format_ARGB32);
+    const auto cancelled = [this]() { return m_cancelled && m_cancelled(); };
+    const auto progress = [this]() {
+        if (m_progress)
+            m_progress();
+    };
+
+    QImage selection(photo.size(), QImage::Format_Grayscale8);
+    selection.fill(0);
+    Area area;
+    const QRect lassoRect = m_lasso.boundingRect().toAlignedRect().intersected(photo.rect());
+    area.rect = lassoRect.adjusted(-myOuterBand, -myOuterBand, myOuterBand, myOuterBand).intersected(photo.rect());
+    if (lassoRect.isEmpty() || area.rect.isEmpty()) {
+        for (int step = 0; step < progressSteps; ++step)
+            progress();
+        return selection;
+    }
+    area.width = area.rect.width();
+    area.height = area.rect.height();
+
+    QImage insideImage(area.rect.size(), QImage::Format_ARGB32_Premultiplied);
+    insideImage.fill(Qt::black);
+    {
+        // Rasterised as the superpixel cut does, only shifted to the area.
+        QPainter painter(&insideImage);
+        painter.translate(-area.rect.topLeft());
+        painter.fillPath(m_lasso, QBrush(QColor(0xFFFFFFFFu)));
+    }
+    const bool hasLabels = m_labels.size() == photo.size() && m_labels.depth() == 32;
+    const bool hasMarks = m_marks.size() == photo.size() && m_marks.format() == QImage::Format_Grayscale8;
+    int largestLabel = 0;
+    for (int label : m_objectLabels)
+        largestLabel = std::max(largestLabel, label);
+    std::vector<uchar> isObjectLabel(qsizetype(largestLabel) + 1, 0);
+    for (int label : m_objectLabels) {
+        if (label > 0)
+            isObjectLabel[label] = 1;
+    }
+
+    const qsizetype n = area.size();
+    area.colour.resize(n);
+    area.inside.resize(n);
+    area.marks.assign(n, NoMark);
+    area.label.assign(n, 0);
+    area.object.assign(n, 0);
+    std::vector<uchar> binUsed(myColourBins, 0);
+        for (int y = 0; y < area.height; ++y) {
+        const int py = y + area.rect.top();
+        const auto* rgb = reinterpret_cast<const quint32*>(photo.constScanLine(py)) + area.rect.left();
+        const auto* in = reinterpret_cast<const quint32*>(insideImage.constScanLine(y));
+        const auto* labels = hasLabels ? reinterpret_cast<const qint32*>(m_labels.constScanLine(py)) + area.rect.left()
+                                       : nullptr;
+        const uchar* marks = hasMarks ? m_marks.constScanLine(py) + area.rect.left() : nullptr;
+        for (int x = 0; x < area.width; ++x) {
+            const qsizetype i = qsizetype(y) * area.width + x;
+            area.colour[i] = rgb[x];
+            binUsed[colourBin(rgb[x])] = 1;
+            area.inside[i] = in[x] == 0xFFFFFFFFu;
+            if (labels)
+                area.label[i] = labels[x];
+            if (marks && marks[x] <= BackgroundMark)
+                area.marks[i] = marks[x];
+            const int label = area.label[i];
+            area.object[i] = area.inside[i] && label > 0 && label <= largestLabel && isObjectLabel[label];
+        }
+    }
+    // The first models: the current cut's object against the band outside
+    // the lasso. Should that cut have lost the object, the whole lasso
+    // against the band.
+    std::vector<uchar> firstSides(n);
+    std::vector<uchar> lassoSides(n);
+    qsizetype insidePixels = 0;
+    for (qsizetype i = 0; i < n; ++i) {
+        firstSides[i] = area.inside[i] ? (area.object[i] ? 1 : myUnused) : 0;
+        lassoSides[i] = area.inside[i];
+        insidePixels += area.inside[i];
+    }
+    for (qsizetype i = 0; i < n; ++i) {
+        if (area.marks[i] == ObjectMark && area.inside[i])
+            area.object[i] = 1;
+        else if (area.marks[i] == BackgroundMark)
+            area.object[i] = 0;
+    }
+    std::vector<int> usedBins;
+    for (int bin = 0; bin < myColourBins; ++bin) {
+        if (binUsed[bin])
+            usedBins.push_back(bin);
+    }
+    sobelOfArea(area, photo);
+    const Blocks blocks = makeBlocks(area);
+    progress();
+    if (cancelled())
+        return QImage();
+
+    for (int round = 0; round < myRegionRounds; ++round) {
+        bool changed = cutBlocks(area, blocks, learnCosts(area, round == 0 ? firstSides : area.object, usedBins));
+        if (round == 0 && lostObject(area, insidePixels))
+            changed = cutBlocks(area, blocks, learnCosts(area, lassoSides, usedBins));
+        if (!changed)
+            break;
+        if (cancelled())
+            return QImage();
+    }
+    progress();
+    if (cancelled())
+        return QImage();
+
+    cutBand(area, learnCosts(area, area.object, usedBins));
+    progress();
+    if (cancelled())
+        return QImage();
+
+    for (int y = 0; y < area.height; ++y) {
+        uchar* out = selection.scanLine(y + area.rect.top()) + area.rect.left();
+        for (int x = 0; x < area.width; ++x)
+            out[x] = area.object[qsizetype(y) * area.width + x] ? 255 : 0;
+    }
+    return selection;
+}

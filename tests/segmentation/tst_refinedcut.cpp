@@ -1,0 +1,221 @@
+// The refined cut: a crafted disc with a soft edge on a textured background
+// must be cut true to its edge, whatever the regions were; user marks hold;
+// through the controller, undo and later lassos respect the refined mask.
+#include "PXRefinedCut.h"
+#include "PXUndoController.h"
+#include "SegmentationTestSupport.h"
+
+#include <QUndoStack>
+
+#include <cmath>
+
+namespace {
+
+const QPointF myCentre(80.5, 60.5);
+constexpr double myRadius = 36.0;
+
+quint32 noise(int x, int y)
+{
+    quint32 value = quint32(y * 7919 + x) * 0x9E3779B9u;
+    return (value >> 13) % 17;
+}
+
+// Coverage of the disc by 4 x 4 samples per pixel: a soft, blended edge.
+double coverage(int x, int y)
+{
+    int inside = 0;
+    for (int sy = 0; sy < 4; ++sy)
+        for (int sx = 0; sx < 4; ++sx)
+            inside += std::hypot(x + (sx + 0.5) / 4 - myCentre.x(), y + (sy + 0.5) / 4 - myCentre.y()) < myRadius;
+    return inside / 16.0;
+}
+
+QImage discPhoto()
+{
+    QImage photo(160, 120, QImage::Format_ARGB32);
+    for (int y = 0; y < photo.height(); ++y) {
+        for (int x = 0; x < photo.width(); ++x) {
+            const double a = coverage(x, y);
+            const int n = int(noise(x, y));
+            const double background[3] = {60 + 30 * std::sin(x / 5.0) + n, 110 + 20 * std::cos(y / 7.0) + n, 70.0 + n};
+            const double object[3] = {200.0 + n, 120.0 + n, 40.0 + n};
+            photo.setPixel(x, y, qRgb(int(a * object[0] + (1 - a) * background[0]),
+                                     int(a * object[1] + (1 - a) * background[1]), int(a * object[2] + (1 - a) * background[2])));
+        }
+    }
+    return photo;
+}
+
+QPainterPath lasso(double grow)
+{
+    QPainterPath path;
+    path.addEllipse(myCentre, myRadius + grow, myRadius + grow);
+    return path;
+}
+
+// Labels of 8 x 8 cells inside the lasso: region outlines that staircase.
+QImage cellLabels(const QPainterPath& path)
+{
+    QImage labels(160, 120, QImage::Format_ARGB32);
+    for (int y = 0; y < labels.height(); ++y)
+        for (int x = 0; x < labels.width(); ++x)
+            labels.setPixel(x, y, path.contains(QPointF(x + 0.5, y + 0.5)) ? uint(1 + (y / 8) * 20 + x / 8) : 0u);
+    return labels;
+}
+
+QSet<int> cellsInsideDisc()
+{
+    QSet<int> cells;
+    for (int cy = 0; cy < 15; ++cy)
+        for (int cx = 0; cx < 20; ++cx)
+            if (std::hypot(cx * 8 + 4 - myCentre.x(), cy * 8 + 4 - myCentre.y()) < myRadius)
+                cells.insert(1 + cy * 20 + cx);
+    return cells;
+}
+
+// Pixels more than 1.5 px from the true edge that are on the wrong side.
+int wrongPixels(const QImage& photoSizedObject, bool (*isObject)(const QImage&, int, int))
+{
+    int wrong = 0;
+    for (int y = 0; y < 120; ++y) {
+        for (int x = 0; x < 160; ++x) {
+            const double distance = std::hypot(x + 0.5 - myCentre.x(), y + 0.5 - myCentre.y()) - myRadius;
+            if (std::abs(distance) > 1.5 && isObject(photoSizedObject, x, y) != (distance < 0))
+                ++wrong;
+        }
+    }
+    return wrong;
+}
+
+bool selected(const QImage& selection, int x, int y)
+{
+    return selection.constScanLine(y)[x] != 0;
+}
+
+bool transparent(const QImage& mask, int x, int y)
+{
+    return qAlpha(mask.pixel(x, y)) == 0;
+}
+
+} // namespace
+
+class TestRefinedCut : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void followsTheEdge_data();
+    void followsTheEdge();
+    void marksHoldTheirSide();
+    void controllerRefinesUndoesAndKeepsStrokes();
+};
+
+void TestRefinedCut::followsTheEdge_data()
+{
+    QTest::addColumn<QImage>("labels");
+    QTest::addColumn<QSet<int>>("object");
+    QTest::addColumn<double>("grow");
+    QTest::newRow("staircase regions") << cellLabels(lasso(10)) << cellsInsideDisc() << 10.0;
+    QTest::newRow("regions lost the object") << cellLabels(lasso(10)) << QSet<int>() << 10.0;
+    QTest::newRow("no regions, wide lasso") << QImage() << QSet<int>() << 20.0;
+}
+
+void TestRefinedCut::followsTheEdge()
+{
+    QFETCH(QImage, labels);
+    QFETCH(QSet<int>, object);
+    QFETCH(double, grow);
+    PXRefinedCut cut;
+    cut.setPhoto(discPhoto());
+    cut.setLasso(lasso(grow));
+    cut.setRegions(labels, object);
+    int steps = 0;
+    cut.setProgressFunction([&steps]() { ++steps; });
+    const QImage selection = cut.run();
+    QCOMPARE(selection.size(), QSize(160, 120));
+    QCOMPARE(selection.format(), QImage::Format_Grayscale8);
+    QCOMPARE(wrongPixels(selection, selected), 0);
+    QCOMPARE(steps, PXRefinedCut::progressSteps);
+
+    cut.setCancelFunction([]() { return true; });
+    QVERIFY(cut.run().isNull());
+}
+
+void TestRefinedCut::marksHoldTheirSide()
+{
+    QImage marks(160, 120, QImage::Format_Grayscale8);
+    marks.fill(PXRefinedCut::NoMark);
+    const QRect hole(76, 56, 6, 6);
+    const QRect extra(80, 14, 4, 4); // background between disc and lasso
+    for (int y = 0; y < 120; ++y) {
+        for (int x = 0; x < 160; ++x) {
+            if (hole.contains(x, y))
+                marks.scanLine(y)[x] = PXRefinedCut::BackgroundMark;
+            if (extra.contains(x, y))
+                marks.scanLine(y)[x] = PXRefinedCut::ObjectMark;
+        }
+    }
+    PXRefinedCut cut;
+    cut.setPhoto(discPhoto());
+    cut.setLasso(lasso(14));
+    cut.setRegions(cellLabels(lasso(14)), cellsInsideDisc());
+    cut.setMarks(marks);
+    const QImage selection = cut.run();
+    for (int y = 0; y < 120; ++y) {
+        for (int x = 0; x < 160; ++x) {
+            if (hole.contains(x, y))
+                QVERIFY(!selected(selection, x, y));
+            if (extra.contains(x, y))
+                QVERIFY(selected(selection, x, y));
+        }
+    }
+    QVERIFY(selected(selection, 60, 60)); // the rest of the disc is still the object
+    QVERIFY(!selected(selection, 10, 10));
+}
+
+void TestRefinedCut::controllerRefinesUndoesAndKeepsStrokes()
+{
+    Host host;
+    host.controller.setRefinedCut(true);
+    QVERIFY(host.controller.refinedCut());
+    host.controller.setup(discPhoto(), QFileInfo());
+    host.forget();
+    host.controller.startThreadWithInitialPath(lasso(6));
+    QTRY_COMPARE_WITH_TIMEOUT(host.nonNullMasks(), 1, 30000);
+    host.settle();
+    const QImage refined = host.lastMask();
+    QCOMPARE(wrongPixels(refined, transparent), 0);
+    const QList<QVariant> lastProgress = host.progress.last();
+    QCOMPARE(lastProgress.at(0).toInt(), host.controller.totalSteps());
+
+    // A background scribble across the disc, as one gesture: its pixels stay
+    // background in the next refined cut, until the gesture is undone.
+    QUndoStack* stack = host.controller.undoController()->undoStack();
+    stack->clear();
+    QPainterPath stroke;
+    stroke.addRect(QRectF(70, 50, 20, 8));
+    host.controller.startThreadWithScribble(stroke, false, true);
+    QTRY_COMPARE(host.nonNullMasks(), 2);
+    host.controller.startThreadWithScribble(QPainterPath(), false, false);
+    QTRY_COMPARE(stack->count(), 1);
+    const auto cutAgain = [&](int masks) {
+        host.controller.startThreadWithInitialPath(lasso(6));
+        QTRY_COMPARE_WITH_TIMEOUT(host.nonNullMasks(), masks, 30000);
+        host.settle();
+    };
+    cutAgain(3);
+    QCOMPARE(host.lastMask().pixel(80, 54), myMaskColour);
+    QCOMPARE(qAlpha(host.lastMask().pixel(80, 40)), 0);
+
+    stack->undo();
+    QTRY_COMPARE(host.lastMask(), refined);
+    cutAgain(5);
+    QCOMPARE(host.lastMask(), refined);
+    stack->clear();
+
+    host.controller.setRefinedCut(false);
+    QVERIFY(!host.controller.refinedCut());
+}
+
+QTEST_MAIN(TestRefinedCut)
+#include "tst_refinedcut.moc"
