@@ -35,7 +35,7 @@ ensure_packages
 case "${1:-}" in
 demo)
     build default
-    ./build/default/examples/pxcut cut --out out
+    ./build/default/examples/pxcut cut --compare --out out
     ;;
 test)
     build default
