@@ -227,7 +227,9 @@ void PXImageSegmentation::reset()
     }
     {
         QMutexLocker locker(&m_dataMutex);
-        if (m_workingImage.isNull())
+        // A mask kept for the same photo stays until the next cut; one made
+        // for a photo of another size would no longer fit it.
+        if (m_workingImage.isNull() || m_mask.size() != m_workingImage.size())
             m_mask = QImage();
         m_analysedRegion = QRect();
         m_superpixels.clear();
@@ -1129,6 +1131,13 @@ void PXImageSegmentation::setMemento(const PXMementoSegmentation* memento)
     QImage mask;
     {
         QMutexLocker locker(&m_dataMutex);
+        // A memento of an earlier photo (an old undo command after setup())
+        // does not fit this one and is ignored.
+        const auto fits = [this](const QImage& image) {
+            return image.isNull() || image.size() == m_workingImage.size();
+        };
+        if (!fits(memento->mask()) || !fits(memento->labels()))
+            return;
         m_foreground = memento->foregroundClusters();
         m_background = memento->backgroundClusters();
         if (!memento->labels().isNull()) {

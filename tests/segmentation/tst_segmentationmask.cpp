@@ -256,6 +256,16 @@ void TestSegmentationMask::mementoRestoresSetsMaskAndColour()
     QCOMPARE(clone->mask(), withLabels->mask());
     QCOMPARE(clone->foregroundClusters(), withLabels->foregroundClusters());
     QCOMPARE(clone->backgroundClusters(), withLabels->backgroundClusters());
+
+    // A photo of another size drops the mask; an old photo's memento (an
+    // undo command from before) is ignored.
+    QImage wider(myLabels.width() + 1, myLabels.height(), QImage::Format_RGB32);
+    wider.fill(Qt::gray);
+    host.controller.setup(wider, QFileInfo());
+    QVERIFY(host.controller.maskForeground().isNull());
+    host.controller.setMemento(withLabels.get());
+    QVERIFY(host.controller.maskForeground().isNull());
+    QCOMPARE(host.controller.safeGetSuperPixelAt(QPoint(0, 0)), 6);
 }
 
 void TestSegmentationMask::undoCommandSkipsItsFirstRedo()
