@@ -1,0 +1,356 @@
+// Random host sessions against the segmentation controller and the scissors:
+//   px_stress [sessions [first seed]]
+// Each session is reproducible from its seed. Requests come at random moments,
+// also while the worker or the controller thread runs; whenever the session
+// waits for quiet it checks what a host relies on. A broken rule prints the
+// seed and step and exits with 1.
+
+#include "PXIntelligentScissors.h"
+#include "PXUndoController.h"
+#include "SegmentationTestSupport.h"
+
+#include <QDeadlineTimer>
+#include <QElapsedTimer>
+#include <QGuiApplication>
+#include <QPainter>
+#include <QPainterPathStroker>
+#include <QRandomGenerator>
+#include <QUndoStack>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <memory>
+
+namespace {
+
+constexpr int myWaitLimitMs = 60000; // nothing a host does may wait longer
+
+quint32 mySeed = 0;
+int myStep = 0;
+
+// PX_STRESS_TRACE=1 prints every request, to follow a failing seed.
+void trace(const char* request, int detail = 0)
+{
+    static const bool enabled = qEnvironmentVariableIsSet("PX_STRESS_TRACE");
+    if (enabled)
+        std::fprintf(stderr, "seed %u step %d: %s %d\n", mySeed, myStep, request, detail);
+}
+
+void check(bool condition, const char* rule)
+{
+    if (condition)
+        return;
+    std::fprintf(stderr, "px_stress: seed %u step %d: %s\n", mySeed, myStep, rule);
+    std::exit(1);
+}
+
+QImage randomPhoto(QRandomGenerator& random)
+{
+    const bool large = random.bounded(50) == 0;
+    const int width = large ? random.bounded(800, 2001) : random.bounded(1, 321);
+    const int height = large ? random.bounded(600, 1501) : random.bounded(1, 241);
+    QImage photo(width, height, QImage::Format_RGB32);
+    photo.fill(QColor::fromRgb(random.generate()));
+    QPainter painter(&photo);
+    painter.setPen(Qt::NoPen);
+    for (int i = 0; i < 5; ++i) {
+        painter.setBrush(QColor::fromRgb(random.generate()));
+        painter.drawEllipse(QRectF(random.bounded(width), random.bounded(height), random.bounded(width) + 1,
+            random.bounded(height) + 1));
+    }
+    painter.end();
+    static const QImage::Format formats[] = {QImage::Format_ARGB32, QImage::Format_RGB32,
+        QImage::Format_RGB888, QImage::Format_Grayscale8, QImage::Format_Indexed8};
+    return photo.convertToFormat(formats[random.bounded(5)]);
+}
+
+QPointF randomPoint(QRandomGenerator& random, QSizeF size, double reach = 1.0)
+{
+    const double margin = (reach - 1) / 2;
+    return QPointF((random.generateDouble() * reach - margin) * size.width(),
+        (random.generateDouble() * reach - margin) * size.height());
+}
+
+QPainterPath randomLasso(QRandomGenerator& random, QSizeF size)
+{
+    QPolygonF polygon;
+    const QPointF centre = randomPoint(random, size);
+    const double radius = random.bounded(0.6) * std::max(size.width(), size.height()) + 0.5;
+    switch (random.bounded(8)) {
+    case 0: // tiny, or nothing at all
+        for (int i = random.bounded(3); i > 0; --i)
+            polygon << centre + QPointF(random.bounded(2.0), random.bounded(2.0));
+        break;
+    case 1: // crossing itself
+        for (int i = random.bounded(4, 12); i > 0; --i)
+            polygon << randomPoint(random, size);
+        break;
+    case 2: // partly or wholly outside
+        for (int i = random.bounded(3, 10); i > 0; --i)
+            polygon << randomPoint(random, size, random.bounded(2) ? 3.0 : 1.5) + QPointF(size.width(), 0);
+        break;
+    case 3: { // one NaN or huge coordinate
+        const double odd[] = {std::numeric_limits<double>::quiet_NaN(), 1e7, -1e30, 1e300};
+        polygon << centre << centre + QPointF(radius, 0) << QPointF(odd[random.bounded(4)], centre.y());
+        break;
+    }
+    case 4: { // drawn by a jittery hand
+        const int points = random.bounded(65, 4000);
+        for (int i = 0; i < points; ++i) {
+            const double angle = 2 * M_PI * i / points;
+            polygon << centre + radius * QPointF(std::cos(angle), std::sin(angle))
+                    + QPointF(random.bounded(6.0) - 3, random.bounded(6.0) - 3);
+        }
+        break;
+    }
+    default:
+        for (int i = random.bounded(3, 40), n = i; i > 0; --i) {
+            const double angle = 2 * M_PI * i / n;
+            polygon << centre + radius * (0.5 + random.bounded(0.5)) * QPointF(std::cos(angle), std::sin(angle));
+        }
+    }
+    QPainterPath path;
+    path.addPolygon(polygon);
+    if (random.bounded(4))
+        path.closeSubpath();
+    return path;
+}
+
+QPainterPath randomStroke(QRandomGenerator& random, QSizeF size)
+{
+    QPainterPath line(randomPoint(random, size, 1.2));
+    for (int i = random.bounded(1, 12); i > 0; --i)
+        line.lineTo(line.currentPosition() + QPointF(random.bounded(40.0) - 20, random.bounded(40.0) - 20));
+    QPainterPathStroker brush;
+    brush.setWidth(1 + random.bounded(29.0));
+    return brush.createStroke(line);
+}
+
+// Null, or the photo's size holding only transparency and one opaque colour.
+void checkMask(const QImage& mask, QSize size, QRgb colour)
+{
+    if (mask.isNull())
+        return;
+    check(mask.format() == QImage::Format_ARGB32_Premultiplied, "mask format");
+    check(mask.size() == size, "mask size");
+    for (int y = 0; y < mask.height(); ++y) {
+        const auto* row = reinterpret_cast<const QRgb*>(mask.constScanLine(y));
+        for (int x = 0; x < mask.width(); ++x)
+            check(row[x] == 0 || row[x] == (colour | 0xFF000000), "mask holds only 0 and the mask colour");
+    }
+}
+
+// Waits until neither the pool, the controller thread nor queued signals
+// have anything left, within the limit.
+void settle(Host& host)
+{
+    QElapsedTimer timer;
+    timer.start();
+    for (int round = 0; round < 3; ++round) {
+        check(QThreadPool::globalInstance()->waitForDone(myWaitLimitMs), "pool task ends in time");
+        QCoreApplication::processEvents();
+        check(host.controller.wait(QDeadlineTimer(myWaitLimitMs)), "controller thread ends in time");
+        QCoreApplication::processEvents();
+    }
+    check(timer.elapsed() < myWaitLimitMs, "settles in time");
+}
+
+QByteArray bytes(const QImage& image)
+{
+    return QByteArray(reinterpret_cast<const char*>(image.constBits()), qsizetype(image.sizeInBytes()));
+}
+
+void checkQuietState(Host& host, QSize size)
+{
+    const std::unique_ptr<PXMementoSegmentation> state(host.controller.createMemento(false));
+    check(!state->foregroundClusters().intersects(state->backgroundClusters()), "object and background disjoint");
+    const QRgb colour = state->maskColor().rgb();
+    checkMask(host.controller.maskForeground(), size, colour);
+    for (const QList<QVariant>& arguments : std::as_const(host.masks)) {
+        const QImage mask = arguments.first().value<QImage>();
+        check(mask.isNull() || (mask.size() == size && mask.format() == QImage::Format_ARGB32_Premultiplied),
+            "emitted mask's size and format");
+    }
+    host.masks.clear();
+}
+
+void controllerSession(QRandomGenerator& random)
+{
+    QUndoStack* undo = PXUndoController::instanceForFotoEditor()->undoStack();
+    undo->clear();
+    auto host = std::make_unique<Host>();
+    QImage photo = randomPhoto(random);
+    trace("photo", photo.width() * 10000 + photo.height());
+    host->controller.setup(photo, QFileInfo());
+    for (myStep = 0; myStep < random.bounded(3, 12); ++myStep) {
+        const bool quiet = random.bounded(3) != 0;
+        if (quiet) {
+            settle(*host);
+            checkQuietState(*host, photo.size());
+        }
+        const int request = random.bounded(12);
+        trace(quiet ? "quiet, controller request" : "controller request", request);
+        switch (request) {
+        case 0:
+        case 1:
+            host->controller.startThreadWithInitialPath(randomLasso(random, photo.size()));
+            if (quiet) {
+                settle(*host);
+                check(host->nonNullMasks() == 1, "a lasso ends in one mask");
+                checkQuietState(*host, photo.size());
+            }
+            break;
+        case 2:
+        case 3: {
+            const bool scribble = random.bounded(2);
+            const bool isForeground = random.bounded(2);
+            for (int i = random.bounded(0, 5); i >= 0; --i) {
+                const QPainterPath stroke = randomStroke(random, photo.size());
+                if (scribble)
+                    host->controller.startThreadWithScribble(stroke, isForeground, i > 0);
+                else
+                    host->controller.startThreadWithPaintSelection(stroke, isForeground, i > 0);
+                if (random.bounded(2))
+                    QThread::msleep(random.bounded(5));
+            }
+            break;
+        }
+        case 4: // a host clicks only while the controller is idle
+            settle(*host);
+            host->controller.startThreadWithClicker(randomPoint(random, photo.size(), 1.1));
+            break;
+        case 5:
+            host->controller.startThreadWithPaintSelectionHover(
+                host->controller.superpixels(randomPoint(random, photo.size()).toPoint(), random.bounded(1, 40)),
+                random.bounded(2));
+            break;
+        case 6:
+            host->controller.setMaskColor(QColor::fromRgba(random.generate()));
+            break;
+        case 7:
+            if (random.bounded(2))
+                host->controller.invertMask();
+            else if (quiet)
+                host->controller.setMaskIsInverted(random.bounded(2));
+            break;
+        case 8: // undo and redo leave the same bytes each way
+            settle(*host);
+            if (undo->canUndo()) {
+                undo->undo();
+                const QByteArray before = bytes(host->controller.maskForeground());
+                undo->redo();
+                const QByteArray after = bytes(host->controller.maskForeground());
+                undo->undo();
+                check(bytes(host->controller.maskForeground()) == before, "undo restores the same mask");
+                undo->redo();
+                check(bytes(host->controller.maskForeground()) == after, "redo restores the same mask");
+            }
+            break;
+        case 9:
+            host->controller.cancel();
+            break;
+        case 10:
+            photo = randomPhoto(random);
+            trace("photo", photo.width() * 10000 + photo.height());
+            host->controller.setup(photo, QFileInfo());
+            break;
+        default:
+            host->controller.pushUndoCommand();
+        }
+    }
+    // Closed at a random moment, often with threads still running.
+    QElapsedTimer timer;
+    timer.start();
+    host.reset();
+    check(timer.elapsed() < myWaitLimitMs, "destruction in time");
+    QCoreApplication::processEvents();
+}
+
+void checkWire(const QList<QPoint>& wire, QSize padded)
+{
+    for (qsizetype i = 0; i < wire.size(); ++i) {
+        check(QRect(QPoint(0, 0), padded).contains(wire.at(i)), "wire inside the image");
+        if (i > 0) {
+            const QPoint step = wire.at(i) - wire.at(i - 1);
+            check(std::abs(step.x()) <= 2 && std::abs(step.y()) <= 2, "wire steps to a neighbour");
+        }
+    }
+}
+
+void scissorsSession(QRandomGenerator& random)
+{
+    auto scissors = std::make_unique<PXIntelligentScissors>();
+    QImage photo = randomPhoto(random);
+    scissors->setup(photo);
+    const auto padded = [&photo] { return QSize(photo.width() * 3, photo.height() * 3); };
+    for (myStep = 0; myStep < random.bounded(3, 15); ++myStep) {
+        QElapsedTimer timer;
+        timer.start();
+        const int request = random.bounded(6);
+        trace("scissors request", request);
+        switch (request) {
+        case 0:
+        case 1:
+            scissors->initializeSeed(randomPoint(random, photo.size(), 1.2));
+            break;
+        case 2:
+        case 3: {
+            // bestWire leaves points outside the image to the host.
+            const QPointF point = randomPoint(random, photo.size() - QSize(1, 1));
+            scissors->containsWireToPoint(randomPoint(random, photo.size(), 1.5));
+            checkWire(scissors->bestWire(point), padded());
+            break;
+        }
+        case 4:
+            scissors->stopRunning();
+            break;
+        default:
+            scissors->clear();
+            if (random.bounded(2)) {
+                photo = randomPhoto(random);
+                scissors->setup(photo);
+            } else {
+                scissors.reset(new PXIntelligentScissors);
+                scissors->setup(photo);
+            }
+        }
+        check(timer.elapsed() < myWaitLimitMs, "scissors call returns in time");
+        QThread::msleep(random.bounded(10));
+        QCoreApplication::processEvents();
+    }
+    QElapsedTimer timer;
+    timer.start();
+    scissors.reset();
+    check(timer.elapsed() < myWaitLimitMs, "scissors destruction in time");
+}
+
+void quietWarnings(QtMsgType type, const QMessageLogContext&, const QString& message)
+{
+    // Qt warns about the odd lassos and photos this feeds it; only fatal
+    // messages matter here.
+    if (type == QtFatalMsg) {
+        std::fprintf(stderr, "%s\n", qPrintable(message));
+        std::abort();
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qInstallMessageHandler(quietWarnings);
+    QGuiApplication application(argc, argv);
+    const int sessions = argc > 1 ? std::atoi(argv[1]) : 100;
+    const quint32 first = argc > 2 ? quint32(std::strtoul(argv[2], nullptr, 10)) : 1;
+    for (int i = 0; i < sessions; ++i) {
+        mySeed = first + quint32(i);
+        QRandomGenerator random(mySeed);
+        controllerSession(random);
+        scissorsSession(random);
+    }
+    std::printf("px_stress: %d sessions from seed %u passed\n", sessions, first);
+    return 0;
+}
