@@ -190,6 +190,7 @@ void PXImageSegmentation::run()
         paintHovering();
         break;
     case ChangeMaskColor:
+        m_recolourPending = false;
         updateMask();
         Q_EMIT sendNewMask(maskForeground());
         break;
@@ -202,6 +203,14 @@ void PXImageSegmentation::run()
     }
     // Without the stroke mutex: a starter may hold it while waiting for us.
     m_loopIsLeaving = true;
+    // A colour change that came while another job ran had its request
+    // overwritten; the mask would otherwise keep two colours. Checked after
+    // leaving, so a change that missed the running thread is seen here or
+    // starts a new one.
+    if (m_recolourPending.exchange(false)) {
+        updateMask();
+        Q_EMIT sendNewMask(maskForeground());
+    }
 }
 
 void PXImageSegmentation::cancel()
@@ -976,6 +985,7 @@ void PXImageSegmentation::setMaskColor(const QColor& colour)
         if (m_mask.isNull())
             return;
     }
+    m_recolourPending = true;
     QMutexLocker locker(&m_strokeMutex);
     m_mode = ChangeMaskColor;
     startThread();

@@ -305,6 +305,8 @@ private:
     // requests, so a request arriving before the thread has ended restarts
     // it instead of being left behind.
     std::atomic<bool> m_loopIsLeaving {false};
+    /** A colour change whose recolouring has not run yet (its request may have been overtaken). */
+    std::atomic<bool> m_recolourPending {false};
     QFuture<void> m_workerTask;
     // The lasso of a current worker that waits for the replaced ones to end.
     QList<RetiredWorker> m_retiredWorkers;

@@ -69,6 +69,15 @@ void TestSegmentationMask::maskColourChangeRecolours()
     host.controller.startThreadWithPaintSelection(square(1, 1, 2), false, false);
     host.settle();
     QCOMPARE(host.controller.maskForeground().pixel(1, 1), opaque);
+
+    // A change made while a paint pass runs (here from its own emission)
+    // cannot start the thread; it is applied once the pass ends.
+    const auto connection = connect(&host.controller, &PXImageSegmentation::sendNewMask, &host.controller,
+        [&host] { host.controller.setMaskColor(Qt::blue); }, Qt::DirectConnection);
+    host.controller.startThreadWithPaintSelection(square(1, 1, 2), false, false);
+    host.settle();
+    disconnect(connection);
+    QCOMPARE(host.controller.maskForeground().pixel(1, 9), qRgb(0, 0, 255));
 }
 
 void TestSegmentationMask::inversionSwapsMaskAndSets()

@@ -198,7 +198,9 @@ void controllerSession(QRandomGenerator& random)
             host->controller.startThreadWithInitialPath(randomLasso(random, photo.size()));
             if (quiet) {
                 settle(*host);
-                check(host->nonNullMasks() == 1, "a lasso ends in one mask");
+                check(host->masks.size() == 2 && host->masks.first().first().value<QImage>().isNull()
+                        && host->nonNullMasks() == 1,
+                    "a lasso emits a null mask, then one mask");
                 checkQuietState(*host, photo.size());
             }
             break;
