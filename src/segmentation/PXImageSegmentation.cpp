@@ -136,6 +136,10 @@ PXImageSegmentation::~PXImageSegmentation()
 void PXImageSegmentation::setup(const QImage& image, const QFileInfo& fileInfo)
 {
     cancel();
+    // The interrupted job ends at its next check; waiting for it keeps a mask
+    // of the old photo from being emitted after the new one is set up.
+    if (QThread::currentThread() != this)
+        wait();
     m_maskIsInverted = false;
     {
         QMutexLocker locker(&m_dataMutex);

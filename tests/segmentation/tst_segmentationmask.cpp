@@ -25,6 +25,7 @@ private Q_SLOTS:
     void maskColourChangeRecolours();
     void inversionSwapsMaskAndSets();
     void invertMaskWhileBusyFlipsOnlyTheFlag();
+    void newPhotoWhileBusyEmitsNoOldMask();
     void smoothMaskIsOneBitBlurred();
     void contourNeedsTwoDifferingNeighbours_data();
     void contourNeedsTwoDifferingNeighbours();
@@ -139,6 +140,33 @@ void TestSegmentationMask::invertMaskWhileBusyFlipsOnlyTheFlag()
     QVERIFY(host.controller.maskIsInverted());
     QCOMPARE(host.controller.maskForeground(), maskOf(myLabels, myObject));
     QCOMPARE(host.object(), myObject);
+}
+
+void TestSegmentationMask::newPhotoWhileBusyEmitsNoOldMask()
+{
+    QSemaphore entered;
+    bool held = false;
+    Host host;
+    host.craft(myLabels, myObject);
+    // Keeps the inversion busy in its emission while the host sets up.
+    connect(&host.controller, &PXImageSegmentation::sendNewMask, &host.controller,
+            [&](const QImage&) {
+                if (std::exchange(held, true))
+                    return;
+                entered.release();
+                QThread::msleep(100);
+            },
+            Qt::DirectConnection);
+    host.controller.invertMask();
+    QVERIFY(entered.tryAcquire(1, 5000));
+    QImage wider(myLabels.width() + 1, myLabels.height(), QImage::Format_RGB32);
+    wider.fill(Qt::gray);
+    host.controller.setup(wider, QFileInfo());
+    QVERIFY(!host.controller.isRunning());
+    QCoreApplication::processEvents();
+    host.masks.clear();
+    host.settle();
+    QCOMPARE(host.masks.count(), 0);
 }
 
 void TestSegmentationMask::smoothMaskIsOneBitBlurred()
