@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QImage>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -17,17 +18,15 @@ public:
     unsigned byte() { return has(1) ? m_data[m_position++] : 0u; }
     unsigned word() { return byte() | byte() << 8; }
 
-    /** @p bytes long, the rest of the input repeated (zeros when none is left). */
+    /** @p bytes long: the rest of the input repeated, or zeros when none is left. */
     QByteArray repeatedRest(qsizetype bytes) const
     {
         QByteArray result(bytes, '\0');
-        const std::size_t left = m_size - m_position;
-        for (qsizetype i = 0; left > 0 && i < bytes; ++i)
-            result[i] = char(m_data[m_position + std::size_t(i) % left]);
+        for (qsizetype i = 0; m_size > m_position && i < bytes; ++i)
+            result[i] = char(m_data[m_position + std::size_t(i) % (m_size - m_position)]);
         return result;
     }
 
-    /** A photo of the given size and format whose bytes are the rest of the input. */
     QImage image(int width, int height, QImage::Format format) const
     {
         QImage photo(width, height, format);

@@ -1,6 +1,5 @@
 // Runs a fuzz target over saved inputs without libFuzzer, so that every
-// compiler and sanitizer build replays the cases in tests/data/fuzz:
-//   px_replay_<target> FILE|DIRECTORY...
+// build replays the cases in tests/data/fuzz: px_replay_<target> DIRECTORY...
 
 #include <QDir>
 #include <QFile>
@@ -14,19 +13,11 @@ int main(int argc, char** argv)
 {
     int replayed = 0;
     for (int i = 1; i < argc; ++i) {
-        QStringList files {QString::fromLocal8Bit(argv[i])};
-        const QDir directory(files.first());
-        if (directory.exists()) {
-            files.clear();
-            for (const QString& name : directory.entryList(QDir::Files, QDir::Name))
-                files << directory.filePath(name);
-        }
-        for (const QString& name : std::as_const(files)) {
-            QFile file(name);
-            if (!file.open(QIODevice::ReadOnly)) {
-                std::fprintf(stderr, "cannot read %s\n", qPrintable(name));
+        const QDir directory(QString::fromLocal8Bit(argv[i]));
+        for (const QFileInfo& entry : directory.entryInfoList(QDir::Files, QDir::Name)) {
+            QFile file(entry.filePath());
+            if (!file.open(QIODevice::ReadOnly))
                 return 1;
-            }
             const QByteArray bytes = file.readAll();
             LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.constData()), std::size_t(bytes.size()));
             ++replayed;
