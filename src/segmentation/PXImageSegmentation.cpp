@@ -1163,10 +1163,12 @@ void PXImageSegmentation::setMemento(const PXMementoSegmentation* memento)
         m_mask = memento->mask();
         if (!m_mask.isNull() && m_mask.format() != QImage::Format_ARGB32_Premultiplied)
             m_mask = m_mask.convertToFormat(QImage::Format_ARGB32_Premultiplied);
-        if (memento->maskColor() != m_maskColor) {
+        if (memento->maskColor() != m_maskColor)
             m_maskColor = memento->maskColor();
-            recolourMaskLocked();
-        }
+        // Recoloured even when the colour is the same: a memento taken while
+        // a colour change was still pending holds pixels of the old colour.
+        // For any other memento this changes no byte.
+        recolourMaskLocked();
         m_lassoPath = memento->lassoPath();
         mask = m_mask;
     }

@@ -4,6 +4,7 @@
 #include "PXUndoCommandSegmentation.h"
 #include "SegmentationTestSupport.h"
 
+#include <QPainter>
 #include <QScopeGuard>
 #include <QSemaphore>
 #include <QUndoStack>
@@ -293,6 +294,14 @@ void TestSegmentationMask::mementoRestoresSetsMaskAndColour()
     QCOMPARE(clone->mask(), withLabels->mask());
     QCOMPARE(clone->foregroundClusters(), withLabels->foregroundClusters());
     QCOMPARE(clone->backgroundClusters(), withLabels->backgroundClusters());
+
+    // Taken while a colour change was pending: pixels of the old colour
+    // (red), the controller's new one (black) recorded. Restored in black.
+    QImage stale = maskOf(myLabels, myObject);
+    QPainter(&stale).fillRect(stale.rect(), QColor(Qt::red)); // QPainter's default SourceOver: all red
+    const PXMementoSegmentation pending(QPainterPath(), myObject, {5, 6}, stale, QImage(), {}, QColor(myMaskColour));
+    host.controller.setMemento(&pending);
+    QCOMPARE(host.controller.maskForeground().pixel(1, 9), myMaskColour);
 
     // A photo of another size drops the mask; an old photo's memento (an
     // undo command from before) is ignored.
