@@ -7,12 +7,13 @@
 #   ./build.sh stress [N [SEED]]   N random host sessions (default 10000) under ASan+UBSan
 #   ./build.sh fuzz [SECONDS]      each libFuzzer target for SECONDS (default 60), clang
 #   ./build.sh tsan    the threaded tests under ThreadSanitizer
+#   ./build.sh screenshot   render pxstudio with a cut in progress into docs/pxstudio.png
 #
 # Installs what is missing with apt-get (run as root on a fresh machine).
 set -euo pipefail
 cd "$(dirname "$0")"
 
-packages=(cmake ninja-build g++ pkg-config qt6-base-dev libgl-dev libbenchmark-dev)
+packages=(cmake ninja-build g++ pkg-config qt6-base-dev libgl-dev libbenchmark-dev zlib1g-dev)
 
 ensure_packages() {
     local missing=()
@@ -55,6 +56,10 @@ bench)
         fi
     done
     ;;
+screenshot)
+    build default
+    QT_QPA_PLATFORM=offscreen ./build/default/examples/pxstudio --screenshot docs/pxstudio.png
+    ;;
 stress)
     cmake --preset asan
     cmake --build --preset asan --target px_stress
@@ -74,15 +79,15 @@ fuzz)
     done
     ;;
 tsan)
-    tests=(tst_imagesegmentation tst_segmentationrefinement tst_segmentationmask
-        tst_initialsegmentationworker tst_pxintelligentscissors tst_pxintelligentscissorsworker
+    tests=(tst_imagesegmentation tst_segmentationrefinement
+        tst_selectionmodel tst_initialsegmentationworker tst_pxintelligentscissors tst_pxintelligentscissorsworker
         tst_pxintelligentscissorsweightcalculator tst_pxintelligentscissorswirecalculator px_stress)
     cmake --preset tsan
     cmake --build --preset tsan --target "${tests[@]}"
-    ctest --preset tsan -R 'segmentation|initialsegmentationworker|scissors|stress'
+    ctest --preset tsan -R 'segmentation|selectionmodel|initialsegmentationworker|scissors|stress'
     ;;
 *)
-    echo "usage: $0 demo|test|bench|stress [N [SEED]]|fuzz [SECONDS]|tsan" >&2
+    echo "usage: $0 demo|test|bench|screenshot|stress [N [SEED]]|fuzz [SECONDS]|tsan" >&2
     exit 2
     ;;
 esac

@@ -18,9 +18,15 @@ endfunction()
 #
 # Compiles one file for a raised instruction set. The rest of the library keeps
 # the baseline; the code in the file is only reached after a run-time check.
+# Such a file must keep everything but its entry points internal (anonymous
+# namespace, no inline functions or templates emitted with external linkage,
+# no namespace-scope objects with initialisers):
+# the test simd_objects_self_contained checks it.
 function(px_add_simd_source target source isa)
     get_filename_component(source ${source} ABSOLUTE)
     target_sources(${target} PRIVATE ${source})
+    get_filename_component(name ${source} NAME)
+    set_property(GLOBAL APPEND PROPERTY PX_SIMD_SOURCES_${target} ${name})
     if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|amd64")
         if(isa STREQUAL "sse41")
             set_source_files_properties(${source} TARGET_DIRECTORY ${target} PROPERTIES COMPILE_OPTIONS "-msse4.1")

@@ -40,6 +40,31 @@ QImage overlay(const QImage& photo, const QImage& mask, const QImage& contours, 
     return result;
 }
 
+QImage selectionOutline(const QImage& mask)
+{
+    if (mask.isNull())
+        return QImage();
+    const QImage argb = mask.convertToFormat(QImage::Format_ARGB32);
+    const int width = argb.width();
+    const int height = argb.height();
+    auto isObject = [&argb](int x, int y) {
+        return qAlpha(reinterpret_cast<const QRgb*>(argb.constScanLine(y))[x]) < 128;
+    };
+    QImage result(argb.size(), QImage::Format_ARGB32);
+    result.fill(Qt::transparent);
+    for (int y = 0; y < height; ++y) {
+        QRgb* out = reinterpret_cast<QRgb*>(result.scanLine(y));
+        for (int x = 0; x < width; ++x) {
+            const bool object = isObject(x, y);
+            const bool edge = (x > 0 && isObject(x - 1, y) != object) || (x + 1 < width && isObject(x + 1, y) != object)
+                || (y > 0 && isObject(x, y - 1) != object) || (y + 1 < height && isObject(x, y + 1) != object);
+            if (edge)
+                out[x] = object ? qRgb(255, 255, 255) : qRgb(0, 0, 0);
+        }
+    }
+    return result;
+}
+
 double objectShare(const QImage& mask)
 {
     if (mask.isNull())

@@ -31,6 +31,14 @@ QImage overlay(const QImage& photo, const QImage& mask, const QImage& contours,
 /** @p image's opaque pixels recoloured to @p colour, alpha kept. */
 QImage recoloured(const QImage& image, const QColor& colour);
 
+/**
+ * The outline of the selection @p mask shows: its object pixels next to the
+ * background (4-neighbours) in white, the background pixels next to the
+ * object in black, everything else transparent. Two tones, so the line shows
+ * on dark and light photos. QImage::Format_ARGB32.
+ */
+QImage selectionOutline(const QImage& mask);
+
 /** Share, from 0 to 1, of the pixels where @p mask is more than half transparent. */
 double objectShare(const QImage& mask);
 

@@ -1,9 +1,11 @@
 #include "PXHostPhoto.h"
 
+#include <QFile>
 #include <QImageReader>
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 PXHostPhoto PXHostPhoto::load(const QString& path, int maximalLength, QString* error)
 {
@@ -18,12 +20,43 @@ PXHostPhoto PXHostPhoto::load(const QString& path, int maximalLength, QString* e
     }
     QImageReader reader(path);
     reader.setAutoTransform(true);
+    const QSize size = reader.size();
+    if (size.isValid()) {
+        // Qt refuses any image above 128 MB (an 8000x6000 photo); the limit
+        // that matters is what this machine can hold.
+        const qint64 bytes = qint64(size.width()) * size.height() * 4;
+        const qint64 available = availableMemory();
+        if (bytes * myCopiesHeld > available) {
+            *error = QStringLiteral("%1: %2x%3 is too large: holding it needs about %4 MB, %5 MB are free")
+                         .arg(path)
+                         .arg(size.width())
+                         .arg(size.height())
+                         .arg(bytes * myCopiesHeld >> 20)
+                         .arg(available >> 20);
+            return {};
+        }
+        QImageReader::setAllocationLimit(int(std::min<qint64>((bytes >> 20) + 64, std::numeric_limits<int>::max())));
+    }
     const QImage image = reader.read();
     if (image.isNull()) {
         *error = QStringLiteral("%1: %2").arg(path, reader.errorString());
         return {};
     }
     return fromImage(image, info, maximalLength);
+}
+
+qint64 PXHostPhoto::availableMemory()
+{
+    QFile meminfo(QStringLiteral("/proc/meminfo"));
+    if (meminfo.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        while (!meminfo.atEnd()) {
+            const QByteArray line = meminfo.readLine();
+            if (line.startsWith("MemAvailable:"))
+                return line.mid(13).trimmed().split(' ').value(0).toLongLong() << 10;
+        }
+    }
+    // Without the figure, assume a modest machine.
+    return qint64(4) << 30;
 }
 
 PXHostPhoto PXHostPhoto::fromImage(const QImage& image, const QFileInfo& fileInfo, int maximalLength)

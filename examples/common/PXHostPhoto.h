@@ -20,9 +20,16 @@ public:
     /**
      * Reads @p path (EXIF orientation applied) and scales it so that the longer
      * side is at most @p maximalLength; a length below 1 keeps the size. On
-     * failure the result is null and @p error says why.
+     * failure the result is null and @p error says why; a photo whose
+     * myCopiesHeld full-size copies do not fit into availableMemory() is
+     * refused as too large, naming its size.
      */
     static PXHostPhoto load(const QString& path, int maximalLength, QString* error);
+
+    /** Full-size 32-bit copies a host holds at once (photo, mask, cut-out, overlay, encoder). */
+    static constexpr int myCopiesHeld = 6;
+    /** Bytes of memory this machine can still give (MemAvailable), or 4 GB when unknown. */
+    static qint64 availableMemory();
 
     /** Wraps an image that is already in memory. */
     static PXHostPhoto fromImage(const QImage& image, const QFileInfo& fileInfo, int maximalLength);

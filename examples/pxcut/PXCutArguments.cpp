@@ -4,8 +4,6 @@
 
 #include <cmath>
 
-namespace {
-
 // Walks the arguments; each take...() consumes what an option needs and says
 // what is missing when the command line ends too early.
 class ArgumentReader
@@ -33,6 +31,8 @@ private:
     QStringList m_arguments;
     qsizetype m_index = 0;
 };
+
+namespace {
 
 bool parsePositive(const QString& option, const QString& text, qreal* value, QString* error)
 {
@@ -79,20 +79,24 @@ QString PXCutArguments::usage()
     return QStringLiteral(
         "usage: pxcut cut [PHOTO] [--lasso \"x,y x,y ...\" | --lasso-file FILE] [--click x,y]...\n"
         "                 [--paint fg|bg RADIUS \"x,y ...\"]... [--scribble fg|bg RADIUS \"x,y ...\"]...\n"
-        "                 [--invert] [--mask-color #RRGGBB] [--smooth RADIUS] [--out DIR]\n"
-        "       pxcut wire [PHOTO] --seed x,y --to x,y [--seed x,y --to x,y]... [--out DIR]\n"
+        "                 [--invert] [--mask-color #RRGGBB] [--smooth RADIUS] [--feather RADIUS]\n"
+        "                 [--mask-in FILE] [--out DIR] [--json]\n"
+        "       pxcut wire [PHOTO] --seed x,y --to x,y [--seed x,y --to x,y]... [--out DIR] [--json]\n"
         "\n"
         "cut   cuts the object inside the lasso out of PHOTO and writes mask.png, cutout.png\n"
         "      and overlay.png into DIR (default: out). Clicks, paint and scribble strokes\n"
         "      refine the cut in the order given. Without a lasso option the file\n"
         "      PHOTO's-name.lasso beside the photo is used; without PHOTO the shipped\n"
-        "      coffee photo and its lasso.\n"
+        "      coffee photo and its lasso. --mask-in starts from a saved mask (white or\n"
+        "      transparent where the object is) instead of a lasso. --feather gives\n"
+        "      cutout.png a soft edge RADIUS photo pixels wide; --smooth (1 to %1)\n"
+        "      takes the library's blurred one-bit mask. --json prints the summary as JSON.\n"
         "wire  traces the live wire from each seed to its target and writes wire.png\n"
         "      and wire.json.\n"
         "\n"
         "Points are photo pixels \"x,y\", separated by spaces. Exit status: 0 on success,\n"
         "1 when an input does not fit (photo, lasso, points, output), 2 when the command\n"
-        "line cannot be understood.\n");
+        "line cannot be understood.\n").arg(myMaximalSmoothRadius);
 }
 
 bool PXCutArguments::parse(const QStringList& arguments, QString* error)
@@ -201,8 +205,24 @@ bool PXCutArguments::parseCut(const QStringList& arguments, QString* error)
                 *error = QStringLiteral("--smooth: radius '%1' is not a positive whole number").arg(value);
                 return false;
             }
+            if (smoothRadius > myMaximalSmoothRadius) {
+                *error = QStringLiteral("--smooth: radius %1 is above %2, where the blurred one-bit mask breaks "
+                                        "down; for a soft edge use --feather %1")
+                             .arg(smoothRadius)
+                             .arg(myMaximalSmoothRadius);
+                return false;
+            }
+        } else if (argument == QLatin1String("--feather")) {
+            if (!reader.takeValue(argument, QStringLiteral("a radius"), &value, error)
+                || !parsePositive(argument, value, &featherRadius, error))
+                return false;
+        } else if (argument == QLatin1String("--mask-in")) {
+            if (!reader.takeValue(argument, QStringLiteral("a mask file"), &maskIn, error))
+                return false;
+        } else if (argument == QLatin1String("--json")) {
+            json = true;
         } else if (argument == QLatin1String("--out")) {
-            if (!reader.takeValue(argument, QStringLiteral("a folder"), &outputDirectory, error))
+            if (!takeOutputDirectory(reader, error))
                 return false;
         } else if (isOption(argument)) {
             *error = QStringLiteral("cut: unknown option '%1'").arg(argument);
@@ -213,6 +233,18 @@ bool PXCutArguments::parseCut(const QStringList& arguments, QString* error)
             *error = QStringLiteral("cut: one photo only; '%1' is one too many").arg(argument);
             return false;
         }
+    }
+    return true;
+}
+
+bool PXCutArguments::takeOutputDirectory(ArgumentReader& reader, QString* error)
+{
+    if (!reader.takeValue(QStringLiteral("--out"), QStringLiteral("a folder"), &outputDirectory, error))
+        return false;
+    // An empty name would quietly write into the working folder.
+    if (outputDirectory.trimmed().isEmpty()) {
+        *error = QStringLiteral("--out needs a folder name, got an empty one");
+        return false;
     }
     return true;
 }
@@ -237,8 +269,10 @@ bool PXCutArguments::parseWire(const QStringList& arguments, QString* error)
             }
             (isSeed ? seeds : targets).append(point);
         } else if (argument == QLatin1String("--out")) {
-            if (!reader.takeValue(argument, QStringLiteral("a folder"), &outputDirectory, error))
+            if (!takeOutputDirectory(reader, error))
                 return false;
+        } else if (argument == QLatin1String("--json")) {
+            json = true;
         } else if (isOption(argument)) {
             *error = QStringLiteral("wire: unknown option '%1'").arg(argument);
             return false;

@@ -6,6 +6,8 @@
 #include <QString>
 #include <QStringList>
 
+class ArgumentReader;
+
 /** One refinement step of `pxcut cut`, applied in command-line order. */
 struct PXCutStep
 {
@@ -27,8 +29,9 @@ struct PXCutStep
  *
  *   pxcut cut [PHOTO] [--lasso "x,y x,y ..." | --lasso-file FILE] [--click x,y]...
  *             [--paint fg|bg RADIUS "x,y ..."]... [--scribble fg|bg RADIUS "x,y ..."]...
- *             [--invert] [--mask-color COLOUR] [--smooth RADIUS] [--out DIR]
- *   pxcut wire [PHOTO] --seed x,y --to x,y [--seed x,y --to x,y]... [--out DIR]
+ *             [--invert] [--mask-color COLOUR] [--smooth RADIUS] [--feather RADIUS]
+ *             [--mask-in FILE] [--out DIR] [--json]
+ *   pxcut wire [PHOTO] --seed x,y --to x,y [--seed x,y --to x,y]... [--out DIR] [--json]
  *
  * parse() checks the syntax only (options, numbers, points); the lasso file
  * is read and the points are checked against the photo once it is loaded.
@@ -64,6 +67,18 @@ public:
     QColor maskColour;
     /** 0: no smoothing. */
     int smoothRadius = 0;
+    /**
+     * Above this radius the library's one-bit smooth mask breaks down: the
+     * blur's margin shifts the picture (a frame along the top row) and large
+     * radii fill the whole mask, slowly.
+     */
+    static constexpr int myMaximalSmoothRadius = 10;
+    /** 0: a hard edge; otherwise the cut-out's soft edge in photo pixels. */
+    qreal featherRadius = 0;
+    /** Cut: a saved mask (white or transparent = object) to start from instead of a lasso. */
+    QString maskIn;
+    /** Print the summary as one JSON object on stdout. */
+    bool json = false;
 
     /** Wire: seeds and targets, pairwise. */
     QList<QPointF> seeds;
@@ -72,4 +87,5 @@ public:
 private:
     bool parseCut(const QStringList& arguments, QString* error);
     bool parseWire(const QStringList& arguments, QString* error);
+    bool takeOutputDirectory(ArgumentReader& reader, QString* error);
 };

@@ -4,13 +4,16 @@
 //
 // Run `pxcut --help` for the command line.
 #include "PXCutArguments.h"
+#include "PXFastPng.h"
 #include "PXHostImages.h"
 #include "PXHostPhoto.h"
 #include "PXPointList.h"
+#include "PXSelectionMask.h"
 
 #include <PXImageCutterSettings.h>
 #include <PXImageSegmentation.h>
 #include <PXIntelligentScissors.h>
+#include <PXMementoSegmentation.h>
 
 #include <QApplication>
 #include <QDir>
@@ -21,8 +24,12 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QPainter>
+#include <QRegion>
 #include <QThread>
 #include <QThreadPool>
+#include <QtConcurrent/QtConcurrentMap>
+#include <QtConcurrent/QtConcurrentRun>
 #include <QTimer>
 
 #include <algorithm>
@@ -118,6 +125,14 @@ QImage requestMask(PXImageSegmentation& controller, const std::function<void()>&
     return mask;
 }
 
+// Whether @p point lies in the lasso the library analysed (grown as it grows it).
+bool insideLasso(const PXImageSegmentation& controller, const QPointF& point)
+{
+    QPainterPath spot;
+    spot.addRect(QRectF(point, QSizeF(1, 1)));
+    return controller.containsPath(spot);
+}
+
 // The number of regions: every label under a brush that covers the photo.
 int regionCount(const PXImageSegmentation& controller, const QSize& size)
 {
@@ -140,19 +155,49 @@ QImage maskFromSmooth(const QImage& smooth, const QColor& maskColour)
     return mask;
 }
 
-bool writeImages(const QDir& out, const QList<std::pair<QString, QImage>>& images, QString* error)
+// The output folder is checked before any work: a cut of a large photo
+// should not be thrown away because its results cannot be written.
+bool checkOutputFolder(const QString& path, QString* error)
+{
+    QFileInfo folder(QDir::cleanPath(QDir(path).absolutePath()));
+    while (!folder.exists() && !folder.isRoot())
+        folder = QFileInfo(folder.absolutePath());
+    if (!folder.isDir()) {
+        *error = QStringLiteral("cannot write into %1: %2 is not a folder").arg(path, folder.filePath());
+        return false;
+    }
+    if (!folder.isWritable()) {
+        *error = QStringLiteral("cannot write into %1: %2 is not writable").arg(path, folder.filePath());
+        return false;
+    }
+    return true;
+}
+
+bool writeImages(const QDir& out, const QList<std::pair<QString, QImage>>& images, QStringList* written,
+    QString* error)
 {
     if (!QDir().mkpath(out.path())) {
         *error = QStringLiteral("cannot create the folder %1").arg(out.path());
         return false;
     }
-    for (const auto& [name, image] : images) {
-        if (!image.save(out.filePath(name))) {
-            *error = QStringLiteral("cannot write %1").arg(out.filePath(name));
+    // Encoding dominates the time on large photos, so the pictures are written at once.
+    const QList<QString> failures = QtConcurrent::blockingMapped(images, [&out](const std::pair<QString, QImage>& entry) {
+        QString failure;
+        return PXFastPng::write(entry.second, out.filePath(entry.first), &failure) ? QString() : failure;
+    });
+    for (int i = 0; i < images.size(); ++i) {
+        if (!failures.at(i).isEmpty()) {
+            *error = failures.at(i);
             return false;
         }
+        written->append(out.filePath(images.at(i).first));
     }
     return true;
+}
+
+void warn(const QString& message)
+{
+    std::fprintf(stderr, "pxcut: %s\n", qPrintable(message));
 }
 
 QString outsideMessage(const QString& what, const QList<QPointF>& points, int index, const QSize& size)
@@ -179,17 +224,61 @@ QString defaultPhoto()
     return photosFolder() + QStringLiteral("/coffee.png");
 }
 
-int runCut(PXCutArguments arguments)
+// Near the picture's edge the library's smooth mask blurs into the
+// transparent outside and leaks object pixels along the border; there the
+// unblurred mask is kept.
+QImage keepBorder(const QImage& smoothMask, const QImage& mask, int radius)
 {
-    const QString photoPath = arguments.photo.isEmpty() ? defaultPhoto() : arguments.photo;
+    QImage result = smoothMask;
+    const int band = 2 * radius;
+    QPainter painter(&result);
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    const QRect inner = result.rect().adjusted(band, band, -band, -band);
+    const QRegion border = QRegion(result.rect()).subtracted(inner.isValid() ? QRegion(inner) : QRegion());
+    for (const QRect& rect : border)
+        painter.drawImage(rect.topLeft(), mask, rect);
+    return result;
+}
+
+int runCut(PXCutArguments arguments, const QElapsedTimer& sinceStart)
+{
     QString error;
+    if (!checkOutputFolder(arguments.outputDirectory, &error))
+        return fail(error);
+    const QString photoPath = arguments.photo.isEmpty() ? defaultPhoto() : arguments.photo;
     const int maximalLength = PXSingleton<PXImageCutterSettings>::instance()->maximalImageLength();
     const PXHostPhoto photo = PXHostPhoto::load(photoPath, maximalLength, &error);
     if (photo.isNull())
         return fail(QStringLiteral("cannot read the photo %1").arg(error));
+    const QSize size = photo.photo().size();
+
+    QImage savedSelection;
+    if (!arguments.maskIn.isEmpty()) {
+        const QImage saved(arguments.maskIn);
+        if (saved.isNull())
+            return fail(QStringLiteral("cannot read the mask %1").arg(arguments.maskIn));
+        if (saved.size() != size && saved.size() != photo.working().size())
+            return fail(QStringLiteral("the mask %1 is %2x%3, the photo %4x%5")
+                            .arg(arguments.maskIn)
+                            .arg(saved.width())
+                            .arg(saved.height())
+                            .arg(size.width())
+                            .arg(size.height()));
+        savedSelection = PXSelectionMask::fromSaved(saved).scaled(photo.working().size(), Qt::IgnoreAspectRatio,
+            Qt::SmoothTransformation);
+    }
+    // A saved mask alone needs no lasso; clicks and paint then have no regions.
+    const bool cut = savedSelection.isNull() || !arguments.lassoSource.isEmpty() || !arguments.lassoFile.isEmpty();
+    if (!cut) {
+        for (const PXCutStep& step : std::as_const(arguments.steps)) {
+            if (step.kind != PXCutStep::Scribble)
+                return fail(QStringLiteral("%1 needs the regions of a cut: give --mask-in a lasso as well")
+                                .arg(step.option));
+        }
+    }
 
     // Without a lasso option the lasso lies beside the photo, named after it.
-    if (arguments.lassoSource.isEmpty() && arguments.lassoFile.isEmpty()) {
+    if (cut && arguments.lassoSource.isEmpty() && arguments.lassoFile.isEmpty()) {
         const QFileInfo info(photoPath);
         arguments.lassoFile = info.dir().filePath(info.completeBaseName() + QStringLiteral(".lasso"));
         if (!QFileInfo::exists(arguments.lassoFile))
@@ -204,12 +293,11 @@ int runCut(PXCutArguments arguments)
             return fail(QStringLiteral("%1: %2").arg(arguments.lassoFile, error));
         arguments.lassoSource = arguments.lassoFile;
     }
-    if (arguments.lasso.size() < 3)
+    if (cut && arguments.lasso.size() < 3)
         return fail(QStringLiteral("%1: a lasso needs at least 3 points, got %2")
                         .arg(arguments.lassoSource)
                         .arg(arguments.lasso.size()));
 
-    const QSize size = photo.photo().size();
     if (!checkInside(QStringLiteral("the lasso"), arguments.lasso, size, &error))
         return fail(error);
     QHash<QString, int> occurrences;
@@ -226,6 +314,8 @@ int runCut(PXCutArguments arguments)
     if (arguments.maskColour.isValid())
         controller.setMaskColor(arguments.maskColour);
     controller.setup(photo.working(), photo.fileInfo());
+    // An invalid colour is the library's default: opaque black.
+    const QColor maskColour = QColor::fromRgb(arguments.maskColour.rgb());
 
     ProgressBar bar("cutting");
     QObject::connect(&controller, &PXImageSegmentation::segmentationProgress, &controller,
@@ -237,20 +327,41 @@ int runCut(PXCutArguments arguments)
 
     QElapsedTimer timer;
     timer.start();
-    const QPainterPath lasso = PXPointList::closedPolygon(
-        PXPointList::scaled(arguments.lasso, photo.scaleX(), photo.scaleY()));
-    QImage mask = requestMask(controller, [&] { controller.startThreadWithInitialPath(lasso); });
-    bar.finish();
-    if (mask.isNull()) {
-        controller.cancel();
-        return fail(QStringLiteral("the cut produced no mask"));
+    QImage mask;
+    if (cut) {
+        const QPainterPath lasso = PXPointList::closedPolygon(
+            PXPointList::scaled(arguments.lasso, photo.scaleX(), photo.scaleY()));
+        mask = requestMask(controller, [&] { controller.startThreadWithInitialPath(lasso); });
+        bar.finish();
+        if (mask.isNull()) {
+            controller.cancel();
+            return fail(QStringLiteral("the cut produced no mask"));
+        }
+    }
+    if (!savedSelection.isNull()) {
+        // The saved mask replaces the cut's; the cut's regions stay for refining it.
+        const std::unique_ptr<PXMementoSegmentation> state(controller.createMemento(false));
+        const PXMementoSegmentation saved(state->lassoPath(), state->foregroundClusters(),
+            state->backgroundClusters(), PXSelectionMask::toMask(savedSelection, maskColour), QImage(), {},
+            maskColour);
+        mask = requestMask(controller, [&] { controller.setMemento(&saved); });
     }
 
     const qreal brushScale = std::sqrt(photo.scaleX() * photo.scaleY());
+    QStringList warnings;
     for (const PXCutStep& step : arguments.steps) {
         const QList<QPointF> points = PXPointList::scaled(step.points, photo.scaleX(), photo.scaleY());
         switch (step.kind) {
         case PXCutStep::Click:
+            // Outside the lasso the library would toggle everything the lasso
+            // left out as one region.
+            if (!insideLasso(controller, points.first())) {
+                warnings.append(QStringLiteral("--click (%1) lies outside the lasso; ignored (a click "
+                                               "there would toggle all that the lasso left out)")
+                                    .arg(PXPointList::format(step.points.first())));
+                warn(warnings.last());
+                continue;
+            }
             // The clicker runs on the global pool and emits nothing; its result
             // is read back once the pool is idle.
             controller.startThreadWithClicker(points.first());
@@ -279,14 +390,12 @@ int runCut(PXCutArguments arguments)
         if (mask.isNull())
             return fail(QStringLiteral("--invert produced no mask"));
     }
-    const qint64 elapsed = timer.elapsed();
+    const qint64 cutTime = timer.elapsed();
 
-    const QImage contours = controller.drawContour();
-    const int regions = regionCount(controller, photo.working().size());
+    const QImage contours = cut ? controller.drawContour() : QImage();
+    const int regions = cut ? regionCount(controller, photo.working().size()) : 0;
 
     if (arguments.smoothRadius > 0) {
-        // An invalid colour is the library's default: opaque black.
-        const QColor maskColour = QColor::fromRgb(arguments.maskColour.rgb());
         // The one-bit smooth mask keeps only pixels nearer white than black, so
         // it is taken with a white mask and given the mask colour afterwards.
         const bool whiteAlready = maskColour.rgb() == QColor(Qt::white).rgb();
@@ -295,31 +404,88 @@ int runCut(PXCutArguments arguments)
         const QImage smooth = controller.createSmoothForegroundMask(arguments.smoothRadius);
         if (smooth.isNull())
             return fail(QStringLiteral("--smooth produced no mask"));
-        mask = maskFromSmooth(smooth, maskColour);
+        mask = keepBorder(maskFromSmooth(smooth, maskColour), mask, arguments.smoothRadius);
     }
 
     const QImage finalMask = photo.toPhotoSize(mask);
-    const QImage cutout = PXHostImages::cutOut(photo.photo(), finalMask);
-    const QImage overlay = PXHostImages::overlay(photo.photo(), finalMask, photo.toPhotoSize(contours));
+    // Counted on the working size: on a large photo the full size costs a second.
+    const double share = PXHostImages::objectShare(mask);
+    if (share == 0) {
+        warnings.append(QStringLiteral(
+            "the cut selected nothing (0% object). The lasso is probably too tight (only regions wholly inside "
+            "it, grown by 10 pixels, become the object) or too loose (the object's colours are common in the "
+            "background it encloses). Draw the lasso a little outside the object's outline, or add regions "
+            "with --click or --paint fg."));
+        warn(warnings.last());
+    }
+    // Two seconds each on a large photo: the overlay is made beside the cut-out.
+    QFuture<QImage> overlayFuture = QtConcurrent::run([&] {
+        return PXHostImages::overlay(photo.photo(), finalMask, photo.toPhotoSize(contours));
+    });
+    // A feather softens the cut-out's edge; the mask stays the library's.
+    const QImage cutout = arguments.featherRadius > 0
+        ? PXHostImages::cutOut(photo.photo(),
+            PXSelectionMask::toMask(
+                PXSelectionMask::feathered(PXSelectionMask::fromMask(finalMask), arguments.featherRadius),
+                Qt::black))
+        : PXHostImages::cutOut(photo.photo(), finalMask);
+    const QImage overlay = overlayFuture.result();
 
     const QDir out(arguments.outputDirectory);
+    QStringList written;
     if (!writeImages(out,
             { { QStringLiteral("mask.png"), finalMask }, { QStringLiteral("cutout.png"), cutout },
                 { QStringLiteral("overlay.png"), overlay } },
-            &error))
+            &written, &error))
         return fail(error);
 
-    std::printf("%s %dx%d (worked on %dx%d): %d regions, object %.1f%% of the photo, %.2f s -> %s\n",
+    const double totalTime = sinceStart.elapsed() / 1000.0;
+    if (arguments.json) {
+        const QJsonObject summary {
+            { QStringLiteral("photo"), photo.fileInfo().fileName() },
+            { QStringLiteral("width"), size.width() },
+            { QStringLiteral("height"), size.height() },
+            { QStringLiteral("workedOn"), QJsonArray { photo.working().width(), photo.working().height() } },
+            { QStringLiteral("regions"), regions },
+            { QStringLiteral("objectFraction"), share },
+            { QStringLiteral("cutSeconds"), cutTime / 1000.0 },
+            { QStringLiteral("totalSeconds"), totalTime },
+            { QStringLiteral("files"), QJsonArray::fromStringList(written) },
+            { QStringLiteral("warnings"), QJsonArray::fromStringList(warnings) } };
+        std::printf("%s\n", QJsonDocument(summary).toJson(QJsonDocument::Compact).constData());
+        return Success;
+    }
+    std::printf("%s %dx%d (worked on %dx%d): %d regions, object %.1f%% of the photo; cut %.2f s, total %.2f s "
+                "-> %s\n",
         qPrintable(photo.fileInfo().fileName()), size.width(), size.height(), photo.working().width(),
-        photo.working().height(), regions, 100 * PXHostImages::objectShare(finalMask), elapsed / 1000.0,
+        photo.working().height(), regions, 100 * share, cutTime / 1000.0, totalTime,
         qPrintable(QDir::toNativeSeparators(out.path())));
     return Success;
 }
 
-int runWire(const PXCutArguments& arguments)
+// The scissors search a half-size grid and report its cells' centres, so a
+// wire may end a pixel off the clicked points and, on an odd-sized photo, step
+// one pixel past the edge. What is drawn and written stays inside the photo
+// and starts and ends exactly at the clicked points.
+QList<QPoint> joinedWire(const QList<QPoint>& traced, const QPoint& seed, const QPoint& target, const QSize& size)
 {
-    const QString photoPath = arguments.photo.isEmpty() ? defaultPhoto() : arguments.photo;
+    QList<QPoint> wire { seed };
+    for (const QPoint& p : traced) {
+        const QPoint inside(std::clamp(p.x(), 0, size.width() - 1), std::clamp(p.y(), 0, size.height() - 1));
+        if (inside != wire.last())
+            wire.append(inside);
+    }
+    if (wire.last() != target)
+        wire.append(target);
+    return wire;
+}
+
+int runWire(const PXCutArguments& arguments, const QElapsedTimer& sinceStart)
+{
     QString error;
+    if (!checkOutputFolder(arguments.outputDirectory, &error))
+        return fail(error);
+    const QString photoPath = arguments.photo.isEmpty() ? defaultPhoto() : arguments.photo;
     // The scissors work at full resolution: they compute their costs lazily,
     // block by block, around the seeds.
     const PXHostPhoto photo = PXHostPhoto::load(photoPath, 0, &error);
@@ -334,11 +500,22 @@ int runWire(const PXCutArguments& arguments)
 
     PXIntelligentScissors scissors;
     ProgressBar bar("tracing");
+    // The search reports the share of the photo it has settled, which says
+    // little about how near the target it is: a wire is found long before
+    // all is settled. On each report the bar measures how far along the
+    // straight line to the target the settled area reaches.
+    int wireIndex = 0;
+    QPointF seed;
+    QPointF target;
     QObject::connect(&scissors, &PXIntelligentScissors::progessChanged, &scissors,
-        [&bar](double value) {
-            // stopRunning() reports the raw total; fractions are what a bar shows.
-            if (value <= 1)
-                bar.show(value);
+        [&](double) {
+            constexpr int samples = 50;
+            int reached = 0;
+            for (int k = 1; k < samples; ++k) {
+                if (scissors.containsWireToPoint(seed + (target - seed) * (double(k) / samples)))
+                    reached = k;
+            }
+            bar.show((wireIndex + double(reached) / samples) / arguments.seeds.size());
         },
         Qt::QueuedConnection);
     scissors.setup(photo.photo());
@@ -347,8 +524,11 @@ int runWire(const PXCutArguments& arguments)
     timer.start();
     QList<QList<QPoint>> wires;
     for (int i = 0; i < arguments.seeds.size(); ++i) {
-        const QPointF target = arguments.targets.at(i);
-        scissors.initializeSeed(arguments.seeds.at(i));
+        seed = arguments.seeds.at(i);
+        target = arguments.targets.at(i);
+        wireIndex = i;
+        bar.show(double(i) / arguments.seeds.size());
+        scissors.initializeSeed(seed);
         QElapsedTimer waiting;
         waiting.start();
         while (!scissors.containsWireToPoint(target)) {
@@ -359,12 +539,13 @@ int runWire(const PXCutArguments& arguments)
             QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
             QThread::msleep(2);
         }
-        QList<QPoint> wire = scissors.bestWire(target);
+        QList<QPoint> traced = scissors.bestWire(target);
         // The scissors trace back from the target; a wire reads from its seed.
-        std::reverse(wire.begin(), wire.end());
-        wires.append(wire);
+        std::reverse(traced.begin(), traced.end());
+        wires.append(joinedWire(traced, seed.toPoint(), target.toPoint(), size));
     }
     scissors.clear();
+    bar.show(1);
     bar.finish();
     const qint64 elapsed = timer.elapsed();
 
@@ -387,16 +568,30 @@ int runWire(const PXCutArguments& arguments)
         { QStringLiteral("wires"), wireArray } };
 
     const QDir out(arguments.outputDirectory);
-    if (!writeImages(out, { { QStringLiteral("wire.png"), PXHostImages::wires(photo.photo(), wires) } }, &error))
+    QStringList written;
+    if (!writeImages(out, { { QStringLiteral("wire.png"), PXHostImages::wires(photo.photo(), wires) } }, &written,
+            &error))
         return fail(error);
     QFile json(out.filePath(QStringLiteral("wire.json")));
     if (!json.open(QIODevice::WriteOnly | QIODevice::Truncate)
         || json.write(QJsonDocument(document).toJson(QJsonDocument::Compact)) < 0)
         return fail(QStringLiteral("cannot write %1").arg(json.fileName()));
+    written.append(json.fileName());
 
-    std::printf("%s %dx%d: %d wire%s, %d points, %.2f s -> %s\n", qPrintable(photo.fileInfo().fileName()),
-        size.width(), size.height(), int(wires.size()), wires.size() == 1 ? "" : "s", pointCount,
-        elapsed / 1000.0, qPrintable(QDir::toNativeSeparators(out.path())));
+    const double totalTime = sinceStart.elapsed() / 1000.0;
+    if (arguments.json) {
+        const QJsonObject summary { { QStringLiteral("photo"), photo.fileInfo().fileName() },
+            { QStringLiteral("width"), size.width() }, { QStringLiteral("height"), size.height() },
+            { QStringLiteral("wires"), int(wires.size()) }, { QStringLiteral("points"), pointCount },
+            { QStringLiteral("traceSeconds"), elapsed / 1000.0 }, { QStringLiteral("totalSeconds"), totalTime },
+            { QStringLiteral("files"), QJsonArray::fromStringList(written) } };
+        std::printf("%s\n", QJsonDocument(summary).toJson(QJsonDocument::Compact).constData());
+        return Success;
+    }
+    std::printf("%s %dx%d: %d wire%s, %d points; trace %.2f s, total %.2f s -> %s\n",
+        qPrintable(photo.fileInfo().fileName()), size.width(), size.height(), int(wires.size()),
+        wires.size() == 1 ? "" : "s", pointCount, elapsed / 1000.0, totalTime,
+        qPrintable(QDir::toNativeSeparators(out.path())));
     return Success;
 }
 
@@ -409,6 +604,8 @@ int main(int argc, char* argv[])
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY")
         && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
+    QElapsedTimer sinceStart;
+    sinceStart.start();
     QApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("pxcut"));
 
@@ -423,9 +620,9 @@ int main(int argc, char* argv[])
         std::printf("%s", qPrintable(PXCutArguments::usage()));
         return Success;
     case PXCutArguments::Cut:
-        return runCut(arguments);
+        return runCut(arguments, sinceStart);
     case PXCutArguments::Wire:
-        return runWire(arguments);
+        return runWire(arguments, sinceStart);
     }
     return Success;
 }

@@ -51,19 +51,21 @@ PXStudioView::PXStudioView(QWidget* parent)
     : QGraphicsView(parent)
     , m_photoItem(new QGraphicsPixmapItem)
     , m_maskItem(new QGraphicsPixmapItem)
+    , m_outlineItem(new QGraphicsPixmapItem)
     , m_contourItem(new QGraphicsPixmapItem)
     , m_feedbackItem(new QGraphicsPathItem)
     , m_brushItem(new QGraphicsPathItem)
 {
     auto* scene = new QGraphicsScene(this);
     setScene(scene);
-    m_maskItem->setOpacity(myMaskOpacity);
+    m_maskItem->setOpacity(m_tintOpacity);
     m_feedbackItem->setPen(feedbackPen());
     QPen brushPen = feedbackPen();
     brushPen.setWidth(1);
     m_brushItem->setPen(brushPen);
     m_brushItem->setVisible(false);
-    const QList<QGraphicsItem*> layers { m_photoItem, m_maskItem, m_contourItem, m_feedbackItem, m_brushItem };
+    const QList<QGraphicsItem*> layers { m_photoItem, m_maskItem, m_outlineItem, m_contourItem,
+        m_feedbackItem, m_brushItem };
     for (int z = 0; z < layers.size(); ++z) {
         layers.at(z)->setZValue(z);
         scene->addItem(layers.at(z));
@@ -95,7 +97,28 @@ void PXStudioView::setPhoto(const QImage& photo)
 void PXStudioView::setMask(const QImage& mask)
 {
     m_mask = mask;
-    m_maskItem->setPixmap(mask.isNull() ? QPixmap() : QPixmap::fromImage(mask));
+    showMaskPixmap();
+    m_outlineItem->setPixmap(mask.isNull() ? QPixmap() : QPixmap::fromImage(PXHostImages::selectionOutline(mask)));
+}
+
+void PXStudioView::setTint(const QColor& colour, qreal opacity)
+{
+    if (colour.isValid())
+        m_tintColour = QColor(colour.rgb());
+    m_tintOpacity = std::clamp(opacity, 0.0, 1.0);
+    m_maskItem->setOpacity(m_tintOpacity);
+    showMaskPixmap();
+}
+
+void PXStudioView::showMaskPixmap()
+{
+    m_maskItem->setPixmap(
+        m_mask.isNull() ? QPixmap() : QPixmap::fromImage(PXHostImages::recoloured(m_mask, m_tintColour)));
+}
+
+QImage PXStudioView::outline() const
+{
+    return m_outlineItem->pixmap().toImage();
 }
 
 void PXStudioView::setContours(const QImage& contours)
@@ -154,6 +177,12 @@ qreal PXStudioView::zoom() const
 
 void PXStudioView::setZoom(qreal factor)
 {
+    m_fitting = false;
+    applyZoom(factor);
+}
+
+void PXStudioView::applyZoom(qreal factor)
+{
     factor = std::clamp(factor, myMinimalZoom, myMaximalZoom);
     setTransform(QTransform::fromScale(factor, factor));
     Q_EMIT zoomChanged(factor);
@@ -171,15 +200,24 @@ void PXStudioView::zoomOut()
 
 void PXStudioView::fitToWindow()
 {
+    m_fitting = true;
     if (m_photoSize.isEmpty()) {
-        setZoom(1);
+        applyZoom(1);
         return;
     }
     const QSize room = viewport()->size() - QSize(8, 8);
     const qreal factor = std::min({ qreal(room.width()) / m_photoSize.width(),
         qreal(room.height()) / m_photoSize.height(), qreal(1) });
-    setZoom(factor > 0 ? factor : 1);
+    applyZoom(factor > 0 ? factor : 1);
     centerOn(m_photoItem);
+}
+
+void PXStudioView::resizeEvent(QResizeEvent* event)
+{
+    QGraphicsView::resizeEvent(event);
+    // A photo opened before the window had its size is fitted again here.
+    if (m_fitting)
+        fitToWindow();
 }
 
 QPainterPath PXStudioView::brushAt(const QPointF& centre) const
@@ -227,6 +265,7 @@ void PXStudioView::mousePressEvent(QMouseEvent* event)
     switch (m_tool) {
     case Lasso:
         m_drawing = true;
+        m_lassoModifiers = event->modifiers();
         m_gesture = { p };
         m_feedbackItem->setPath(QPainterPath());
         break;
@@ -313,7 +352,7 @@ void PXStudioView::mouseReleaseEvent(QMouseEvent* event)
         // Fewer than three points enclose nothing: a stray click.
         if (m_gesture.size() >= 3) {
             m_feedbackItem->setPath(PXPointList::closedPolygon(m_gesture));
-            Q_EMIT lassoDrawn(PXPointList::closedPolygon(m_gesture));
+            Q_EMIT lassoDrawn(PXPointList::closedPolygon(m_gesture), m_lassoModifiers);
         } else {
             clearToolFeedback();
         }

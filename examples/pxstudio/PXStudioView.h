@@ -29,18 +29,31 @@ public:
     enum Tool { Lasso, Click, Paint, Scribble, Scissors };
     Q_ENUM(Tool)
 
-    /** Opacity of the mask over the photo: the background stays visible, dimmed. */
-    static constexpr qreal myMaskOpacity = 0.6;
+    /** Tint of the background until the user chooses one: visible on dark and light photos alike. */
+    static QColor defaultTint() { return QColor(40, 110, 255); }
+    static constexpr qreal myDefaultTintOpacity = 0.5;
 
     explicit PXStudioView(QWidget* parent = nullptr);
     ~PXStudioView() override;
 
-    /** Shows @p photo, drops the mask, contours and tool feedback, fits it to the window. */
+    /**
+     * Shows @p photo, drops the mask, contours and tool feedback, and fits it
+     * to the window, now and whenever the view is resized, until the user zooms.
+     */
     void setPhoto(const QImage& photo);
     QSize photoSize() const { return m_photoSize; }
 
-    /** Lays @p mask over the photo; a null image removes it. */
+    /**
+     * Lays @p mask over the photo in the tint, with the selection's outline
+     * drawn in black and white so it shows on any photo; a null image removes it.
+     */
     void setMask(const QImage& mask);
+    /** The colour and opacity the background is tinted with. */
+    void setTint(const QColor& colour, qreal opacity);
+    QColor tintColour() const { return m_tintColour; }
+    qreal tintOpacity() const { return m_tintOpacity; }
+    /** The outline drawn over the selection's edge (transparent elsewhere). */
+    QImage outline() const;
     /** The mask on screen (a hover preview while hovering). */
     QImage mask() const { return m_mask; }
 
@@ -60,7 +73,10 @@ public:
     void clearToolFeedback();
 
     qreal zoom() const;
+    /** Zooms to @p factor; the photo then no longer follows the window's size. */
     void setZoom(qreal factor);
+    /** Whether the photo is refitted when the view is resized. */
+    bool isFitting() const { return m_fitting; }
 
     /** The brush as the paint and scribble tools apply it at @p centre. */
     QPainterPath brushAt(const QPointF& centre) const;
@@ -72,8 +88,11 @@ public Q_SLOTS:
     void fitToWindow();
 
 Q_SIGNALS:
-    /** Lasso tool: the button was released; @p lasso is closed. */
-    void lassoDrawn(const QPainterPath& lasso);
+    /**
+     * Lasso tool: the button was released; @p lasso is closed. @p modifiers
+     * were held when the lasso began (Shift adds, Alt subtracts).
+     */
+    void lassoDrawn(const QPainterPath& lasso, Qt::KeyboardModifiers modifiers);
     /** Click tool. */
     void clicked(const QPointF& position);
     /**
@@ -102,6 +121,7 @@ protected:
     void mouseDoubleClickEvent(QMouseEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
     void leaveEvent(QEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
     void dragEnterEvent(QDragEnterEvent* event) override;
     void dragMoveEvent(QDragMoveEvent* event) override;
     void dropEvent(QDropEvent* event) override;
@@ -111,15 +131,22 @@ private:
     bool isOnPhoto(const QPointF& photoPosition) const;
     void showBrush(const QPointF& centre);
     void updateCursor();
+    void applyZoom(qreal factor);
+    void showMaskPixmap();
     static QString droppedFile(const QMimeData* mime);
 
     QGraphicsPixmapItem* m_photoItem;
     QGraphicsPixmapItem* m_maskItem;
+    QGraphicsPixmapItem* m_outlineItem;
     QGraphicsPixmapItem* m_contourItem;
     QGraphicsPathItem* m_feedbackItem;
     QGraphicsPathItem* m_brushItem;
     QSize m_photoSize;
     QImage m_mask;
+    QColor m_tintColour = defaultTint();
+    qreal m_tintOpacity = myDefaultTintOpacity;
+    bool m_fitting = true;
+    Qt::KeyboardModifiers m_lassoModifiers;
     Tool m_tool = Lasso;
     int m_brushRadius = 12;
 

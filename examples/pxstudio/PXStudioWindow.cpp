@@ -2,6 +2,7 @@
 
 #include "PXHostImages.h"
 #include "PXPointList.h"
+#include "PXSelectionMask.h"
 #include "PXStudioView.h"
 
 #include <PXImageCutterSettings.h>
@@ -18,8 +19,10 @@
 #include <QImageReader>
 #include <QLabel>
 #include <QMenuBar>
+#include <QMessageBox>
 #include <QPainter>
 #include <QProgressBar>
+#include <QSettings>
 #include <QSpinBox>
 #include <QStatusBar>
 #include <QThreadPool>
@@ -27,6 +30,7 @@
 #include <QUndoStack>
 
 #include <algorithm>
+#include <cmath>
 
 namespace {
 
@@ -49,6 +53,28 @@ QString photoFilter()
     return PXStudioWindow::tr("Photos (%1);;All files (*)").arg(patterns.join(QLatin1Char(' ')));
 }
 
+QSettings studioSettings()
+{
+    return QSettings(QSettings::IniFormat, QSettings::UserScope, QStringLiteral("PXImageCutter"),
+        QStringLiteral("pxstudio"));
+}
+
+// Whether @p point lies in the lasso the library analysed (grown as it grows it).
+bool insideLasso(const PXImageSegmentation& segmentation, const QPointF& point)
+{
+    QPainterPath spot;
+    spot.addRect(QRectF(point, QSizeF(1, 1)));
+    return segmentation.containsPath(spot);
+}
+
+// The regions of the segmentation: every label under a brush that covers the photo.
+int regionCount(const PXImageSegmentation& segmentation, const QSize& size)
+{
+    const QPoint centre(size.width() / 2, size.height() / 2);
+    const int reach = int(std::ceil(std::hypot(size.width(), size.height()))) + 2;
+    return int(segmentation.superpixels(centre, 2 * reach).size());
+}
+
 } // namespace
 
 PXStudioWindow::PXStudioWindow(QWidget* parent)
@@ -59,8 +85,21 @@ PXStudioWindow::PXStudioWindow(QWidget* parent)
     , m_statusLabel(new QLabel(this))
     , m_progress(new QProgressBar(this))
     , m_brushRadius(new QSpinBox(this))
-    , m_maskColour(Qt::black)
+    , m_tintOpacity(new QSpinBox(this))
+    , m_amount(new QSpinBox(this))
+    , m_selection(m_segmentation.get())
 {
+    const QSettings settings = studioSettings();
+    m_maskColour = QColor::fromString(
+        settings.value(QStringLiteral("tint/colour"), PXStudioView::defaultTint().name()).toString());
+    if (!m_maskColour.isValid())
+        m_maskColour = PXStudioView::defaultTint();
+    const int opacity = std::clamp(
+        settings.value(QStringLiteral("tint/opacity"), qRound(PXStudioView::myDefaultTintOpacity * 100)).toInt(), 0,
+        100);
+    m_view->setTint(m_maskColour, opacity / 100.0);
+    m_segmentation->setMaskColor(m_maskColour);
+
     setWindowTitle(tr("pxstudio"));
     setCentralWidget(m_view);
 
@@ -74,7 +113,19 @@ PXStudioWindow::PXStudioWindow(QWidget* parent)
     m_brushRadius->setValue(m_view->brushRadius());
     m_brushRadius->setSuffix(tr(" px"));
     m_brushRadius->setToolTip(tr("Brush radius"));
+    m_brushRadius->setObjectName(QStringLiteral("brushRadius"));
     connect(m_brushRadius, &QSpinBox::valueChanged, m_view, &PXStudioView::setBrushRadius);
+    m_tintOpacity->setObjectName(QStringLiteral("tintOpacity"));
+    m_tintOpacity->setRange(0, 100);
+    m_tintOpacity->setSuffix(tr(" %"));
+    m_tintOpacity->setToolTip(tr("Opacity of the tint over the background"));
+    m_tintOpacity->setValue(opacity);
+    connect(m_tintOpacity, &QSpinBox::valueChanged, this, &PXStudioWindow::setTintOpacity);
+    m_amount->setObjectName(QStringLiteral("amount"));
+    m_amount->setRange(1, 100);
+    m_amount->setValue(4);
+    m_amount->setSuffix(tr(" px"));
+    m_amount->setToolTip(tr("Pixels to grow, shrink or feather the selection by"));
 
     createActions();
 
@@ -106,7 +157,7 @@ PXStudioWindow::PXStudioWindow(QWidget* parent)
     connect(PXUndoController::instanceForFotoEditor()->undoStack(), &QUndoStack::indexChanged, this,
         &PXStudioWindow::beginRequest);
 
-    setStatus(tr("Open a photo: File > Open, or drop one here."));
+    setStatus(tr("Open a photo: File > Open, or drop one here. Help > Keys and mouse (F1) shows the tools."));
     resize(1000, 720);
 }
 
@@ -134,6 +185,10 @@ void PXStudioWindow::createActions()
     connect(open, &QAction::triggered, this, &PXStudioWindow::openPhotoDialog);
     QAction* exportAction = makeAction(tr("&Export cut-out..."), "export", QKeySequence(tr("Ctrl+E")));
     connect(exportAction, &QAction::triggered, this, &PXStudioWindow::exportDialog);
+    QAction* saveSelectionAction = makeAction(tr("&Save selection..."), "saveSelection", QKeySequence(tr("Ctrl+Shift+S")));
+    connect(saveSelectionAction, &QAction::triggered, this, &PXStudioWindow::saveSelectionDialog);
+    QAction* loadSelectionAction = makeAction(tr("&Load selection..."), "loadSelection", QKeySequence(tr("Ctrl+Shift+O")));
+    connect(loadSelectionAction, &QAction::triggered, this, &PXStudioWindow::loadSelectionDialog);
     QAction* quit = makeAction(tr("&Quit"), "quit", QKeySequence::Quit);
     connect(quit, &QAction::triggered, this, &QWidget::close);
 
@@ -154,6 +209,19 @@ void PXStudioWindow::createActions()
     connect(stack, &QUndoStack::undoTextChanged, this, keepShortNames);
     connect(stack, &QUndoStack::redoTextChanged, this, keepShortNames);
     keepShortNames();
+    connect(undo, &QAction::triggered, this, [this] { startAction(tr("Undo")); });
+    connect(redo, &QAction::triggered, this, [this] { startAction(tr("Redo")); });
+    QAction* grow = makeAction(tr("&Grow"), "grow", QKeySequence(tr("Ctrl+]")));
+    grow->setToolTip(tr("Grow the selection by the amount's pixels"));
+    connect(grow, &QAction::triggered, this, &PXStudioWindow::growSelection);
+    QAction* shrink = makeAction(tr("S&hrink"), "shrink", QKeySequence(tr("Ctrl+[")));
+    shrink->setToolTip(tr("Shrink the selection by the amount's pixels"));
+    connect(shrink, &QAction::triggered, this, &PXStudioWindow::shrinkSelection);
+    QAction* feather = makeAction(tr("&Feather"), "feather", QKeySequence(tr("Ctrl+Alt+F")));
+    feather->setToolTip(tr("Soften the selection's edge over the amount's pixels"));
+    connect(feather, &QAction::triggered, this, &PXStudioWindow::featherSelection);
+    QAction* guide = makeAction(tr("&Keys and mouse"), "guide", QKeySequence(Qt::Key_F1));
+    connect(guide, &QAction::triggered, this, &PXStudioWindow::showGuide);
     QAction* invert = makeAction(tr("&Invert"), "invert", QKeySequence(tr("Ctrl+I")));
     connect(invert, &QAction::triggered, this, &PXStudioWindow::invertMask);
     m_maskColourAction = makeAction(tr("&Colour..."), "maskColour");
@@ -225,6 +293,8 @@ void PXStudioWindow::createActions()
     QMenu* file = menuBar()->addMenu(tr("&File"));
     file->addAction(open);
     file->addAction(exportAction);
+    file->addAction(saveSelectionAction);
+    file->addAction(loadSelectionAction);
     file->addSeparator();
     file->addAction(quit);
     QMenu* edit = menuBar()->addMenu(tr("&Edit"));
@@ -235,6 +305,10 @@ void PXStudioWindow::createActions()
     edit->addAction(m_maskColourAction);
     edit->addSeparator();
     edit->addAction(cancelAction);
+    QMenu* select = menuBar()->addMenu(tr("&Select"));
+    select->addAction(grow);
+    select->addAction(shrink);
+    select->addAction(feather);
     QMenu* viewMenu = menuBar()->addMenu(tr("&View"));
     viewMenu->addAction(zoomIn);
     viewMenu->addAction(zoomOut);
@@ -246,6 +320,8 @@ void PXStudioWindow::createActions()
     toolsMenu->addActions(m_tools->actions());
     toolsMenu->addSeparator();
     toolsMenu->addActions(targets->actions());
+    QMenu* help = menuBar()->addMenu(tr("&Help"));
+    help->addAction(guide);
 
     QToolBar* bar = addToolBar(tr("Tools"));
     bar->setObjectName(QStringLiteral("tools"));
@@ -259,10 +335,21 @@ void PXStudioWindow::createActions()
     bar->addAction(undo);
     bar->addAction(redo);
     bar->addAction(invert);
-    bar->addAction(m_maskColourAction);
     bar->addAction(m_contoursAction);
-    // Esc must reach the window wherever the focus is.
+    addToolBarBreak();
+    QToolBar* selectionBar = addToolBar(tr("Selection"));
+    selectionBar->setObjectName(QStringLiteral("selection"));
+    selectionBar->setMovable(false);
+    selectionBar->addAction(m_maskColourAction);
+    selectionBar->addWidget(m_tintOpacity);
+    selectionBar->addSeparator();
+    selectionBar->addAction(grow);
+    selectionBar->addAction(shrink);
+    selectionBar->addAction(feather);
+    selectionBar->addWidget(m_amount);
+    // Esc and F1 must reach the window wherever the focus is.
     addAction(cancelAction);
+    addAction(guide);
 }
 
 bool PXStudioWindow::openPhoto(const QString& path)
@@ -280,7 +367,10 @@ bool PXStudioWindow::openPhoto(const QString& path)
     clearUndoStack();
     m_clickTimer.stop();
     m_beforeClick.reset();
+    m_selection.dropLasso();
     setCutRunning(false);
+    m_regions = 0;
+    m_lastAction.clear();
 
     m_photo = photo;
     m_segmentation->setup(m_photo.working(), m_photo.fileInfo());
@@ -300,6 +390,45 @@ bool PXStudioWindow::openPhoto(const QString& path)
                   .arg(size.width())
                   .arg(size.height()));
     return true;
+}
+
+bool PXStudioWindow::saveSelection(const QString& path)
+{
+    const QImage selection = m_selection.selection();
+    if (m_photo.isNull() || selection.isNull() || isBusy()) {
+        setStatus(tr("Nothing to save yet: cut something out first."));
+        return false;
+    }
+    if (!m_photo.toPhotoSize(selection).convertToFormat(QImage::Format_Grayscale8).save(path, "PNG")) {
+        setStatus(tr("Cannot write %1").arg(path));
+        return false;
+    }
+    setStatus(tr("Selection saved to %1").arg(path));
+    return true;
+}
+
+bool PXStudioWindow::loadSelection(const QString& path)
+{
+    if (m_photo.isNull() || isBusy())
+        return false;
+    const QImage saved(path);
+    if (saved.isNull()) {
+        setStatus(tr("Cannot read the selection %1").arg(path));
+        return false;
+    }
+    const QImage selection = PXSelectionMask::fromSaved(saved).scaled(m_photo.working().size(),
+        Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    startAction(tr("Load selection"));
+    beginRequest();
+    m_selection.replace(selection, tr("Load selection"));
+    m_view->setMask(m_segmentation->maskForeground());
+    describeSelection();
+    return true;
+}
+
+void PXStudioWindow::cut(const QPainterPath& lasso)
+{
+    startCut(lasso, Qt::NoModifier);
 }
 
 bool PXStudioWindow::exportCutOut(const QString& path)
@@ -324,8 +453,16 @@ void PXStudioWindow::setMaskColour(const QColor& colour)
         return;
     m_maskColour = colour;
     m_maskColourAction->setIcon(swatch(colour));
+    m_view->setTint(colour, m_view->tintOpacity());
+    studioSettings().setValue(QStringLiteral("tint/colour"), QColor(colour.rgb()).name());
     beginRequest();
     m_segmentation->setMaskColor(colour);
+}
+
+void PXStudioWindow::setTintOpacity(int percent)
+{
+    m_view->setTint(m_maskColour, percent / 100.0);
+    studioSettings().setValue(QStringLiteral("tint/opacity"), percent);
 }
 
 void PXStudioWindow::setBrushRadius(int radius)
@@ -368,6 +505,7 @@ void PXStudioWindow::cancel()
         m_beforeClick.reset();
         m_finalStrokeTimer.stop();
         m_segmentation->cancel();
+        m_selection.dropLasso();
         setCutRunning(false);
         m_view->clearToolFeedback();
         setStatus(tr("Cancelled."));
@@ -392,6 +530,101 @@ void PXStudioWindow::exportDialog()
         tr("PNG image (*.png)"));
     if (!path.isEmpty())
         exportCutOut(path);
+}
+
+void PXStudioWindow::saveSelectionDialog()
+{
+    if (m_photo.isNull())
+        return;
+    const QFileInfo& info = m_photo.fileInfo();
+    const QString path = QFileDialog::getSaveFileName(this, tr("Save selection"),
+        info.absoluteDir().filePath(info.completeBaseName() + QStringLiteral("-selection.png")),
+        tr("PNG image (*.png)"));
+    if (!path.isEmpty())
+        saveSelection(path);
+}
+
+void PXStudioWindow::loadSelectionDialog()
+{
+    if (m_photo.isNull())
+        return;
+    const QString path = QFileDialog::getOpenFileName(this, tr("Load selection"),
+        m_photo.fileInfo().absolutePath(), photoFilter());
+    if (!path.isEmpty())
+        loadSelection(path);
+}
+
+bool PXStudioWindow::canEditSelection()
+{
+    if (isBusy())
+        return false;
+    if (m_selection.selection().isNull()) {
+        setStatus(tr("Draw a lasso first."));
+        return false;
+    }
+    return true;
+}
+
+void PXStudioWindow::editSelection(const QString& name, const QImage& edited)
+{
+    beginRequest();
+    m_selection.replace(edited, name);
+    m_view->setMask(m_segmentation->maskForeground());
+    describeSelection();
+}
+
+void PXStudioWindow::growSelection()
+{
+    if (!canEditSelection())
+        return;
+    startAction(tr("Grow by %1 px").arg(m_amount->value()));
+    editSelection(m_lastAction, PXSelectionMask::grown(m_selection.selection(), m_amount->value()));
+}
+
+void PXStudioWindow::shrinkSelection()
+{
+    if (!canEditSelection())
+        return;
+    startAction(tr("Shrink by %1 px").arg(m_amount->value()));
+    editSelection(m_lastAction, PXSelectionMask::shrunk(m_selection.selection(), m_amount->value()));
+}
+
+void PXStudioWindow::featherSelection()
+{
+    if (!canEditSelection())
+        return;
+    startAction(tr("Feather %1 px").arg(m_amount->value()));
+    editSelection(m_lastAction, PXSelectionMask::feathered(m_selection.selection(), m_amount->value()));
+}
+
+void PXStudioWindow::showGuide()
+{
+    auto* box = findChild<QMessageBox*>(QStringLiteral("guideBox"));
+    if (!box) {
+        box = new QMessageBox(QMessageBox::Information, tr("Keys and mouse"), QString(), QMessageBox::Close, this);
+        box->setObjectName(QStringLiteral("guideBox"));
+        box->setModal(false);
+        box->setTextFormat(Qt::RichText);
+        box->setText(tr(
+            "<table cellspacing=4>"
+            "<tr><td><b>L</b> Lasso</td><td>drag round the object; the cut starts when you let go</td></tr>"
+            "<tr><td><b>Shift</b>+lasso</td><td>adds the area to the selection</td></tr>"
+            "<tr><td><b>Alt</b>+lasso</td><td>removes the area from the selection</td></tr>"
+            "<tr><td><b>C</b> Click</td><td>moves the region under the cursor in or out</td></tr>"
+            "<tr><td><b>P</b> Paint</td><td>moves whole regions under the brush; hover to preview</td></tr>"
+            "<tr><td><b>S</b> Scribble</td><td>paints single pixels in or out</td></tr>"
+            "<tr><td><b>W</b> Scissors</td><td>click seeds along an edge, double-click to close and cut</td></tr>"
+            "<tr><td><b>Ctrl+]</b> / <b>Ctrl+[</b></td><td>grow / shrink the selection by the amount</td></tr>"
+            "<tr><td><b>Ctrl+Alt+F</b></td><td>feather the selection's edge by the amount</td></tr>"
+            "<tr><td><b>Ctrl+Z</b> / <b>Ctrl+Shift+Z</b></td><td>undo / redo any step, a new lasso too</td></tr>"
+            "<tr><td><b>Ctrl+I</b></td><td>invert the selection</td></tr>"
+            "<tr><td><b>Ctrl+wheel</b>, <b>Ctrl++</b>, <b>Ctrl+-</b></td><td>zoom; <b>Ctrl+0</b> fits the photo</td></tr>"
+            "<tr><td>middle button, wheel</td><td>pan</td></tr>"
+            "<tr><td><b>Esc</b></td><td>stops a cut or drops the scissors' outline</td></tr>"
+            "<tr><td><b>Ctrl+E</b>, <b>Ctrl+Shift+S</b></td><td>export the cut-out, save the selection</td></tr>"
+            "</table>"));
+    }
+    box->show();
 }
 
 void PXStudioWindow::chooseMaskColour()
@@ -450,19 +683,46 @@ void PXStudioWindow::showMask(const QImage& mask)
         return;
     }
     if (mask.isNull()) {
-        // reset() announces a new cut or a cancellation with a null mask.
+        // reset() announces a new cut or a cancellation with a null mask;
+        // undoing the first lasso brings back no selection.
         m_view->setMask(QImage());
+        if (!m_cutRunning)
+            setStatus(tr("No selection: draw a lasso round the object."));
         return;
     }
-    m_view->setMask(mask);
     if (m_cutRunning) {
         setCutRunning(false);
         m_view->clearToolFeedback();
+        m_selection.finishLasso();
+        m_regions = regionCount(*m_segmentation, m_photo.working().size());
         m_contoursStale = true;
         refreshContours();
-        setStatus(tr("Cut: the object covers %1% of the photo. Refine with click, paint or scribble.")
-                      .arg(100 * PXHostImages::objectShare(mask), 0, 'f', 1));
+        m_view->setMask(m_segmentation->maskForeground());
+    } else {
+        m_view->setMask(mask);
     }
+    // A preview is not the selection; the status keeps describing the real one.
+    if (!m_hovering)
+        describeSelection();
+}
+
+void PXStudioWindow::startAction(const QString& name)
+{
+    m_lastAction = name;
+    m_actionTimer.start();
+}
+
+void PXStudioWindow::describeSelection()
+{
+    const QImage mask = m_segmentation->maskForeground();
+    if (mask.isNull())
+        return;
+    QString text = tr("Selection: %1% of the photo, %2 regions.")
+                       .arg(100 * PXSelectionMask::selectedShare(PXSelectionMask::fromMask(mask)), 0, 'f', 1)
+                       .arg(m_regions);
+    if (!m_lastAction.isEmpty())
+        text += tr(" %1: %2 s.").arg(m_lastAction).arg(m_actionTimer.elapsed() / 1000.0, 0, 'f', 2);
+    setStatus(text);
 }
 
 void PXStudioWindow::showProgress(int current, int total)
@@ -485,11 +745,19 @@ void PXStudioWindow::showScissorsProgress(double value)
     m_progress->setValue(int(value * 100));
 }
 
-void PXStudioWindow::startCut(const QPainterPath& lasso)
+void PXStudioWindow::startCut(const QPainterPath& lasso, Qt::KeyboardModifiers modifiers)
 {
     if (m_photo.isNull())
         return;
-    clearUndoStack();
+    PXStudioSelection::LassoMode mode = PXStudioSelection::Replace;
+    if (modifiers & Qt::ShiftModifier)
+        mode = PXStudioSelection::Add;
+    else if (modifiers & Qt::AltModifier)
+        mode = PXStudioSelection::Subtract;
+    startAction(mode == PXStudioSelection::Add ? tr("Add lasso")
+            : mode == PXStudioSelection::Subtract ? tr("Subtract lasso")
+                                                  : tr("Lasso"));
+    m_selection.beginLasso(mode);
     m_clickTimer.stop();
     m_beforeClick.reset();
     m_finalStrokeTimer.stop();
@@ -501,7 +769,7 @@ void PXStudioWindow::startCut(const QPainterPath& lasso)
 
 bool PXStudioWindow::canRefine()
 {
-    if (!m_segmentation->isValid()) {
+    if (!m_segmentation->isValid() || m_segmentation->maskForeground().isNull()) {
         setStatus(tr("Draw a lasso first."));
         return false;
     }
@@ -513,6 +781,12 @@ void PXStudioWindow::toggleSuperpixel(const QPointF& position)
     // The clicker changes the mask on a pool thread without a lock of its own.
     if (!canRefine() || m_segmentation->isRunning())
         return;
+    // Outside the lasso the library would toggle all that the lasso left out.
+    if (!insideLasso(*m_segmentation, position)) {
+        setStatus(tr("Click inside the last lasso: outside it there are no regions to move."));
+        return;
+    }
+    startAction(tr("Click"));
     beginRequest();
     m_beforeClick.reset(m_segmentation->createMemento(false));
     m_segmentation->startThreadWithClicker(position);
@@ -532,6 +806,7 @@ void PXStudioWindow::finishClick()
     m_segmentation->undoController()->push(
         new PXUndoCommandSegmentation(m_beforeClick.release(), after, m_segmentation.get()));
     m_view->setMask(m_segmentation->maskForeground());
+    describeSelection();
 }
 
 void PXStudioWindow::applyStroke(const QPainterPath& stroke, bool isFinal)
@@ -540,6 +815,7 @@ void PXStudioWindow::applyStroke(const QPainterPath& stroke, bool isFinal)
         return;
     const bool object = m_objectTarget->isChecked();
     const bool scribble = m_view->tool() == PXStudioView::Scribble;
+    startAction(scribble ? tr("Scribble") : tr("Paint"));
     beginRequest();
     if (isFinal && m_segmentation->isRunning()) {
         m_finalStroke = stroke;
@@ -572,7 +848,7 @@ void PXStudioWindow::previewBrush(const QPointF& position)
 {
     // A hover request replaces the controller's mode; sent while a stroke is
     // still being applied it would leave that stroke unpainted.
-    if (!m_segmentation->isValid() || isBusy())
+    if (!m_segmentation->isValid() || m_segmentation->maskForeground().isNull() || isBusy())
         return;
     // The controller's brush reaches half its radius argument.
     const QSet<int> clusters = m_segmentation->superpixels(position.toPoint(), 2 * m_view->brushRadius());
@@ -667,7 +943,7 @@ void PXStudioWindow::closeScissorsOutline()
     const QPainterPath lasso = PXPointList::closedPolygon(m_outline);
     dropScissorsOutline();
     m_view->setScissorsOutline({}, {});
-    startCut(lasso);
+    startCut(lasso, Qt::NoModifier);
 }
 
 void PXStudioWindow::dropScissorsOutline()

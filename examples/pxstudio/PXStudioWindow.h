@@ -1,8 +1,10 @@
 #pragma once
 
 #include "PXHostPhoto.h"
+#include "PXStudioSelection.h"
 
 #include <QColor>
+#include <QElapsedTimer>
 #include <QList>
 #include <QMainWindow>
 #include <QPainterPath>
@@ -28,15 +30,20 @@ class QSpinBox;
  *
  * The photo is scaled to the maximalImageLength() setting before it is handed
  * over; the view shows that working copy and the export brings the mask back
- * to the photo's size. Edits land on the photo editor's undo stack
- * (PXUndoController::instanceForFotoEditor()), which the Edit menu's Undo and
- * Redo are bound to; the stack is cleared with each new photo and lasso,
- * because its commands hold the masks of a segmentation that is gone.
+ * to the photo's size. Every edit, a new lasso included, is one command on
+ * the photo editor's undo stack (PXUndoController::instanceForFotoEditor()),
+ * which the Edit menu's Undo and Redo are bound to; the stack is cleared with
+ * each new photo, because its commands hold the masks of a photo that is gone.
+ * A lasso begun with Shift adds to the selection, one begun with Alt removes
+ * from it (PXStudioSelection). The tint's colour and opacity are kept in
+ * QSettings (organisation "PXImageCutter", application "pxstudio", INI format).
  *
- * Actions carry object names ("open", "export", "undo", "redo", "invert",
- * "maskColour", "contours", "cancel", "zoomIn", "zoomOut", "fit",
+ * Actions carry object names ("open", "export", "saveSelection",
+ * "loadSelection", "undo", "redo", "invert", "maskColour", "grow", "shrink",
+ * "feather", "contours", "cancel", "zoomIn", "zoomOut", "fit", "guide",
  * "tool.lasso", "tool.click", "tool.paint", "tool.scribble", "tool.scissors",
- * "target.object", "target.background") so scripts and tests can find them.
+ * "target.object", "target.background"), and so do the spin boxes
+ * ("brushRadius", "tintOpacity", "amount"), so scripts and tests can find them.
  */
 class PXStudioWindow : public QMainWindow
 {
@@ -48,9 +55,15 @@ public:
 
     /** Loads @p path; on failure keeps the current photo, says why in the status bar and returns false. */
     bool openPhoto(const QString& path);
-    /** Writes the photo with the background transparent, at the photo's size. */
+    /** Writes the photo with the background transparent (soft where feathered), at the photo's size. */
     bool exportCutOut(const QString& path);
-    /** The colour of what is not cut out. */
+    /** Writes the selection as a grey PNG of the photo's size: white over the object. */
+    bool saveSelection(const QString& path);
+    /** Reads a selection saved as a mask (see PXSelectionMask::fromSaved) as one undoable edit. */
+    bool loadSelection(const QString& path);
+    /** Cuts with @p lasso as if it had been drawn without modifiers. */
+    void cut(const QPainterPath& lasso);
+    /** The colour of what is not cut out; remembered for the next run. */
     void setMaskColour(const QColor& colour);
     QColor maskColour() const { return m_maskColour; }
     /** Brush radius of paint and scribble, in working-photo pixels. */
@@ -73,13 +86,20 @@ public Q_SLOTS:
     void exportDialog();
     void chooseMaskColour();
     void invertMask();
+    void saveSelectionDialog();
+    void loadSelectionDialog();
+    /** Grows, shrinks or feathers the selection by the amount spin box's pixels. */
+    void growSelection();
+    void shrinkSelection();
+    void featherSelection();
+    void showGuide();
     void setContoursVisible(bool visible);
 
 private Q_SLOTS:
     void showMask(const QImage& mask);
     void showProgress(int current, int total);
     void showScissorsProgress(double value);
-    void startCut(const QPainterPath& lasso);
+    void startCut(const QPainterPath& lasso, Qt::KeyboardModifiers modifiers);
     void toggleSuperpixel(const QPointF& position);
     void applyStroke(const QPainterPath& stroke, bool isFinal);
     void previewBrush(const QPointF& position);
@@ -94,6 +114,11 @@ private Q_SLOTS:
 private:
     void createActions();
     void setStatus(const QString& text);
+    void startAction(const QString& name);
+    void describeSelection();
+    bool canEditSelection();
+    void editSelection(const QString& name, const QImage& edited);
+    void setTintOpacity(int percent);
     void setCutRunning(bool running);
     void refreshContours();
     bool canRefine();
@@ -110,11 +135,19 @@ private:
     QLabel* m_statusLabel;
     QProgressBar* m_progress;
     QSpinBox* m_brushRadius;
+    QSpinBox* m_tintOpacity;
+    QSpinBox* m_amount;
     QActionGroup* m_tools;
     QAction* m_objectTarget;
     QAction* m_maskColourAction;
     QAction* m_contoursAction;
     QColor m_maskColour;
+
+    PXStudioSelection m_selection;
+    // The status line's last action: its name and the time its result took.
+    QString m_lastAction;
+    QElapsedTimer m_actionTimer;
+    int m_regions = 0;
 
     bool m_cutRunning = false;
     bool m_contoursStale = true;

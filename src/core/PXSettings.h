@@ -48,7 +48,7 @@ public:
     void save(const PXConfigItem<int>& item);
 
 private:
-    QString fullKey(const QString& key) const;
+    PXCORE_NO_EXPORT QString fullKey(const QString& key) const;
 
     QStringList m_groups;
 };

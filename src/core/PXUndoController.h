@@ -43,7 +43,7 @@ protected:
     PXUndoController();
 
 private:
-    void pushHere(PXUndoCommand* command);
+    PXCORE_NO_EXPORT void pushHere(PXUndoCommand* command);
 
     QUndoStack* m_stack;
 };

@@ -74,7 +74,7 @@ protected:
     void run() override;
 
 private:
-    void releaseOwnedImage();
+    PXIMAGECUTTER_NO_EXPORT void releaseOwnedImage();
 
     PXImage* m_image = nullptr;
     QImage m_sobel;

@@ -13,9 +13,16 @@
 
 namespace {
 
+// Whether @p format stores 4-byte pixels in the layout PXRgbPixel reads.
+bool isSupportedFormat(QImage::Format format)
+{
+    return format == QImage::Format_RGB32 || format == QImage::Format_ARGB32
+        || format == QImage::Format_ARGB32_Premultiplied;
+}
+
 QImage asSupportedImage(const QImage& image)
 {
-    if (image.isNull() || PXImage::isSupportedFormat(image.format()))
+    if (image.isNull() || isSupportedFormat(image.format()))
         return image;
     return image.convertToFormat(QImage::Format_ARGB32);
 }
@@ -46,12 +53,6 @@ QImage allocateImage(const QSize& size, QImage::Format format)
 }
 
 } // namespace
-
-bool PXImage::isSupportedFormat(QImage::Format format)
-{
-    return format == QImage::Format_RGB32 || format == QImage::Format_ARGB32
-        || format == QImage::Format_ARGB32_Premultiplied;
-}
 
 PXImage::PXImage() = default;
 

@@ -57,9 +57,6 @@ public:
      */
     void mapBlock(const PXIntRange& rows, const QImage& rgb, QImage& ycbcr) const;
 
-    /** Whether @p format stores 4-byte pixels in the layout PXRgbPixel reads. */
-    static bool isSupportedFormat(QImage::Format format);
-
 private:
     mutable QMutex m_mutex;
     QImage m_imageRGB;

@@ -100,8 +100,8 @@ private:
     };
 
     /** The lasso's rounded bounding rectangle. */
-    QRect lassoRect() const;
-    void releaseForest();
+    PXIMAGECUTTER_NO_EXPORT QRect lassoRect() const;
+    PXIMAGECUTTER_NO_EXPORT void releaseForest();
 
     int m_numberOfClusters = 0;
     double m_threshold = 0.0;

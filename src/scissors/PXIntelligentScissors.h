@@ -84,7 +84,7 @@ signals:
     void progessChanged(double theValue);
 
 private:
-    bool pointInImage(const QPointF& point, unsigned int& x, unsigned int& y) const;
+    PXIMAGECUTTER_NO_EXPORT bool pointInImage(const QPointF& point, unsigned int& x, unsigned int& y) const;
 
     QImage m_image;
     PXIntelligentScissorsWeightCalculator::Settings m_settings;

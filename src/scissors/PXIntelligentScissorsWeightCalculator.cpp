@@ -1,19 +1,22 @@
 #include "PXIntelligentScissorsWeightCalculator.h"
 
 #include "BlockPool.h"
+#include "PXScissorsBlockCosts.h"
 #include "PXScissorsKernels.h"
 
 #include <QMutexLocker>
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 using PXScissors::BlockPool;
+using namespace PXScissorsBlockCosts;
 
 namespace {
 
-constexpr unsigned int myBlockSize = 4096;
+constexpr unsigned int myBlockSize = PXScissorsBlockCosts::blockSize;
+// 1/4096: reduced pixels to block units.
+constexpr double myBlockUnit = 0.000244140625;
 constexpr unsigned int myBlockShift = 12;
 constexpr unsigned int myBlockMask = myBlockSize - 1;
 
@@ -49,24 +52,6 @@ unsigned int reductionFactor(PXIntelligentScissorsWeightCalculator::PixelReducti
     return 1;
 }
 
-// Integer mean of the k x k square at (k i, k j) clipped to the source; 0 when
-// the square lies outside it.
-unsigned char partialMean(const unsigned char* source, unsigned int sourceWidth, unsigned int sourceHeight,
-    unsigned int k, unsigned int i, unsigned int j)
-{
-    const unsigned long x0 = static_cast<unsigned long>(k) * i;
-    const unsigned long y0 = static_cast<unsigned long>(k) * j;
-    if (x0 >= sourceWidth || y0 >= sourceHeight)
-        return 0;
-    const unsigned long x1 = std::min<unsigned long>(x0 + k, sourceWidth);
-    const unsigned long y1 = std::min<unsigned long>(y0 + k, sourceHeight);
-    unsigned int sum = 0;
-    for (unsigned long y = y0; y < y1; ++y)
-        for (unsigned long x = x0; x < x1; ++x)
-            sum += source[y * sourceWidth + x];
-    return static_cast<unsigned char>(sum / ((x1 - x0) * (y1 - y0)));
-}
-
 } // namespace
 
 namespace PXScissors {
@@ -85,7 +70,7 @@ unsigned int calculateScoreCB(unsigned int bx, unsigned int by, unsigned int dat
         distance = std::fabs(dx);
     else
         distance = std::sqrt(dx * dx + dy * dy);
-    return static_cast<unsigned int>(distance * 4096.0);
+    return static_cast<unsigned int>(distance * myBlockSize);
 }
 
 unsigned int SobelFilterCB(unsigned char const** rows, unsigned int columns, unsigned int rowCount,
@@ -109,8 +94,8 @@ unsigned int SobelFilterCB(unsigned char const** rows, unsigned int columns, uns
             gy += pixel * smooth[kc] * derive[kr];
         }
     }
-    const unsigned int sum = static_cast<unsigned int>(gx * gx) + static_cast<unsigned int>(gy * gy);
-    return static_cast<unsigned int>(static_cast<int>(std::sqrt(static_cast<double>(sum / 20u)))) ^ 255u;
+    // Unlike the block kernels, not kept to 8 bits.
+    return static_cast<unsigned int>(PXScissorsKernels::sobelMagnitude(gx, gy)) ^ 255u;
 }
 
 } // namespace PXScissors
@@ -201,7 +186,7 @@ void PXIntelligentScissorsWeightCalculator::calculateRegion(unsigned int x, unsi
     const unsigned int lastRow = bottom < m_heightReduced ? static_cast<unsigned int>(bottom >> myBlockShift) : m_blockRows - 1;
     const unsigned int firstColumn = x > radius ? (x - radius) >> myBlockShift : 0;
     const unsigned int firstRow = y > radius ? (y - radius) >> myBlockShift : 0;
-    const PXScissors::_dblpoint point {x * 0.000244140625, y * 0.000244140625};
+    const PXScissors::_dblpoint point {x * myBlockUnit, y * myBlockUnit};
 
     QMutexLocker stateLocker(&m_stateMutex);
     QMutexLocker queueLocker(&m_queueMutex);
@@ -390,182 +375,17 @@ void PXIntelligentScissorsWeightCalculator::calculateBlock(unsigned int bx, unsi
     }
     const unsigned int w = blockWidth(bx);
     const unsigned int h = blockHeight(by);
-    unsigned char* result = nullptr;
-    unsigned long resultWritten = 0;
-
+    Scratch result;
     if (w != 0 && h != 0 && m_image) {
-        const PXScissorsKernels::Kernels kernels = PXScissorsKernels::bestKernels();
-        const unsigned int m = m_margin;
-        const unsigned int k = reductionFactor(m_settings.pixelReduction());
-
-        // The block in reduced pixels, grown by the margin where the image goes on.
-        const unsigned long x0 = static_cast<unsigned long>(bx) * myBlockSize;
-        const unsigned long y0 = static_cast<unsigned long>(by) * myBlockSize;
-        const unsigned long rx0 = x0 >= m ? x0 - m : 0;
-        const unsigned long ry0 = y0 >= m ? y0 - m : 0;
-        const unsigned long rx1 = std::min<unsigned long>(m_widthReduced, x0 + w + m);
-        const unsigned long ry1 = std::min<unsigned long>(m_heightReduced, y0 + h + m);
-        const unsigned int rw = static_cast<unsigned int>(rx1 - rx0);
-        const unsigned int rh = static_cast<unsigned int>(ry1 - ry0);
-        // ... and in full-resolution pixels, clipped to the image.
-        const unsigned long sx0 = std::min<unsigned long>(rx0 * k, m_width);
-        const unsigned long sy0 = std::min<unsigned long>(ry0 * k, m_height);
-        const unsigned int sw = static_cast<unsigned int>(std::min<unsigned long>(rx1 * k, m_width) - sx0);
-        const unsigned int sh = static_cast<unsigned int>(std::min<unsigned long>(ry1 * k, m_height) - sy0);
-
-        const unsigned long side = myBlockSize + 2ul * m;
-        // With a reduction the grey source is made k rows at a time, right
-        // before they are reduced, so it never exists as a whole (for a 2 x 2
-        // reduction that would be four times the block's bytes to write and
-        // read again). The Sobel filter then needs a block-sized buffer of
-        // its own.
-        const bool stripwise = k >= 2;
-        const bool sobel = m_settings.edgeDetection() == Sobel3x3;
-        auto* grey = static_cast<unsigned char*>(BlockPool::get(
-            stripwise ? (sobel ? side * side : static_cast<unsigned long>(k) * sw) : side * k * side * k));
-        auto* reduced = static_cast<unsigned char*>(BlockPool::get(side * side));
-        unsigned long greyWritten = 0;
-        unsigned long reducedWritten = 0;
-
-        // Grey source row r (of sh) into target, sw bytes.
-        auto greyRow = [&](unsigned int r, unsigned char* target) {
-            const unsigned char* source = m_image + (sy0 + r) * m_stride;
-            if (m_format == Gray8)
-                std::memcpy(target, source + sx0, sw);
-            else if (m_format == Xrgb32)
-                kernels.grey(source + 4 * sx0, target, sw);
-            else
-                std::memset(target, 0, sw); // formats without a conversion read as black
-        };
-
-        unsigned char* current = grey;
-        unsigned int currentStride = sw;
-        if (stripwise) {
-            // Reduced image, rw x rh; grey rows of each strip at the start of grey.
-            for (unsigned int j = 0; j < rh; ++j) {
-                const unsigned long top = static_cast<unsigned long>(k) * j;
-                const unsigned int rows = top < sh ? static_cast<unsigned int>(std::min<unsigned long>(k, sh - top)) : 0;
-                for (unsigned int r = 0; r < rows; ++r)
-                    greyRow(static_cast<unsigned int>(top) + r, grey + static_cast<unsigned long>(r) * sw);
-                greyWritten = std::max(greyWritten, static_cast<unsigned long>(rows) * sw);
-
-                unsigned char* target = reduced + static_cast<unsigned long>(j) * rw;
-                const unsigned int fullColumns = rows == k ? std::min(rw, sw / k) : 0;
-                if (fullColumns > 0) {
-                    const unsigned char* strip[3] = {grey, grey + sw, grey + (k == 3 ? 2ul : 1ul) * sw};
-                    if (k == 2)
-                        kernels.reduce2x2(strip[0], strip[1], target, fullColumns);
-                    else if (k == 3)
-                        kernels.reduce3x3(strip, target, fullColumns);
-                }
-                for (unsigned int i = fullColumns; i < rw; ++i)
-                    target[i] = partialMean(grey, sw, rows, k, i, 0);
-            }
-            reducedWritten = static_cast<unsigned long>(rw) * rh;
-            current = reduced;
-            currentStride = rw;
-        } else {
-            // Grey source, sw x sh, used as it is.
-            for (unsigned int r = 0; r < sh; ++r)
-                greyRow(r, grey + static_cast<unsigned long>(r) * sw);
-            greyWritten = static_cast<unsigned long>(sw) * sh;
-        }
-        unsigned long offset = (y0 - ry0) * currentStride + (x0 - rx0);
-
-        // Sobel into the other buffer, w x h.
-        if (sobel) {
-            unsigned char* target = current == grey ? reduced : grey;
-            for (unsigned int j = 0; j < h; ++j) {
-                const unsigned long y = y0 + j;
-                unsigned char* row = target + static_cast<unsigned long>(j) * w;
-                // A border pixel: the window of the neighbours that exist.
-                auto border = [&](unsigned int i) {
-                    const unsigned long x = x0 + i;
-                    const unsigned long c0 = x > 0 ? x - 1 : x;
-                    const unsigned long c1 = std::min<unsigned long>(x + 1, m_widthReduced - 1);
-                    const unsigned long r0 = y > 0 ? y - 1 : y;
-                    const unsigned long r1 = std::min<unsigned long>(y + 1, m_heightReduced - 1);
-                    const unsigned char* rows[3];
-                    for (unsigned long r = r0; r <= r1; ++r)
-                        rows[r - r0] = current + (r - ry0) * currentStride + (c0 - rx0);
-                    row[i] = static_cast<unsigned char>(PXScissors::SobelFilterCB(rows,
-                        static_cast<unsigned int>(c1 - c0 + 1), static_cast<unsigned int>(r1 - r0 + 1),
-                        static_cast<unsigned int>(x - c0), static_cast<unsigned int>(y - r0), nullptr));
-                };
-                const bool interiorRow = y > 0 && y + 1 < m_heightReduced;
-                const unsigned int begin = x0 == 0 ? 1 : 0;
-                const unsigned int end = x0 + w == m_widthReduced ? w - 1 : w;
-                if (!interiorRow || begin >= end) {
-                    for (unsigned int i = 0; i < w; ++i)
-                        border(i);
-                    continue;
-                }
-                for (unsigned int i = 0; i < begin; ++i)
-                    border(i);
-                const unsigned char* rows[3];
-                for (int r = 0; r < 3; ++r)
-                    rows[r] = current + (y - 1 + r - ry0) * currentStride + (x0 + begin - 1 - rx0);
-                kernels.sobel(rows, row + begin, end - begin);
-                for (unsigned int i = end; i < w; ++i)
-                    border(i);
-            }
-            const unsigned long written = static_cast<unsigned long>(w) * h;
-            if (target == grey)
-                greyWritten = std::max(greyWritten, written);
-            else
-                reducedWritten = std::max(reducedWritten, written);
-            current = target;
-            currentStride = w;
-            offset = 0;
-        }
-
-        // Post-processing and inversion as one byte table.
-        unsigned char table[256];
-        bool identity = true;
-        bool inversion = true;
-        for (int c = 0; c < 256; ++c) {
-            unsigned int value = static_cast<unsigned int>(c);
-            if (m_settings.postProcessing() == Sigmoid)
-                value = static_cast<unsigned int>(255.0 / (std::exp((128 - static_cast<int>(value)) * 0.05) + 1.0));
-            if (m_settings.invert())
-                value = 255 - value;
-            table[c] = static_cast<unsigned char>(value);
-            identity = identity && value == static_cast<unsigned int>(c);
-            inversion = inversion && value == static_cast<unsigned int>(255 - c);
-        }
-
-        // Without a reduction the result may still lie in the grey source;
-        // it moves to the other buffer, which is kept.
-        result = current == grey && k < 2 ? reduced : current;
-        if (result != current || offset != 0 || currentStride != w || !identity) {
-            for (unsigned int j = 0; j < h; ++j) {
-                const unsigned char* source = current + offset + static_cast<unsigned long>(j) * currentStride;
-                unsigned char* target = result + static_cast<unsigned long>(j) * w;
-                if (identity)
-                    std::memmove(target, source, w);
-                else if (inversion)
-                    kernels.invert(source, target, w);
-                else
-                    kernels.map(source, target, w, table);
-            }
-            const unsigned long written = static_cast<unsigned long>(w) * h;
-            if (result == grey)
-                greyWritten = std::max(greyWritten, written);
-            else
-                reducedWritten = std::max(reducedWritten, written);
-        }
-        if (result == grey) {
-            resultWritten = greyWritten;
-            BlockPool::returnBlock(reduced, 0, reducedWritten);
-        } else {
-            resultWritten = reducedWritten;
-            BlockPool::returnBlock(grey, 0, greyWritten);
-        }
+        const Grid grid {m_width, m_height, m_widthReduced, m_heightReduced};
+        const SourceImage source {m_image, m_stride, m_format};
+        result = blockCosts(source, grid, m_settings, m_margin, BlockArea(grid, bx, by, w, h, m_margin,
+            reductionFactor(m_settings.pixelReduction())));
     }
 
     QMutexLocker locker(&m_stateMutex);
-    m_weights[index].store(result, std::memory_order_relaxed);
-    m_written[index] = resultWritten;
+    m_weights[index].store(result.data, std::memory_order_relaxed);
+    m_written[index] = result.written;
     m_blockState[index].store(Calculated, std::memory_order_release);
     m_blockDone.wakeAll();
 }

@@ -211,7 +211,7 @@ public:
     unsigned int lastBlockWidth() const { return m_lastBlockWidth; }
     unsigned int margin() const { return m_margin; }
     /** Width of the blocks of column @p bx. */
-    unsigned int blockWidth(unsigned int bx) const;
+    PXIMAGECUTTER_NO_EXPORT unsigned int blockWidth(unsigned int bx) const;
     /** Height of the blocks of row @p by (heightReduced() & 4095 for the bottom row). */
     unsigned int blockHeight(unsigned int by) const;
     BlockState blockState(unsigned int bx, unsigned int by) const;
@@ -224,8 +224,8 @@ protected:
 
 private:
     void calculateBlock(unsigned int bx, unsigned int by, unsigned int index);
-    void discardBlocks();
-    void recycleRetired();
+    PXIMAGECUTTER_NO_EXPORT void discardBlocks();
+    PXIMAGECUTTER_NO_EXPORT void recycleRetired();
 
     unsigned char const* m_image = nullptr;
     unsigned int m_stride = 0;

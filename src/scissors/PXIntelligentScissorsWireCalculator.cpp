@@ -77,6 +77,7 @@ void PXIntelligentScissorsWireCalculator::startThread(unsigned int x, unsigned i
     PXIntelligentScissorsWorker::startThread();
 }
 
+// One function on purpose: the search loop keeps its block cache in registers.
 void PXIntelligentScissorsWireCalculator::runningThread()
 {
     forgetResults();

@@ -81,8 +81,8 @@ public:
 
 private:
     using PXIntelligentScissorsWorker::startThread;
-    void forgetResults();
-    void relaxInsideBlock(unsigned int x, unsigned int y, unsigned int index, unsigned int score,
+    PXIMAGECUTTER_NO_EXPORT void forgetResults();
+    PXIMAGECUTTER_NO_EXPORT void relaxInsideBlock(unsigned int x, unsigned int y, unsigned int index, unsigned int score,
         const unsigned char* cost);
 
     PXIntelligentScissorsWeightCalculator* m_weights;

@@ -72,7 +72,7 @@ protected:
     virtual void interruptWait();
 
 private:
-    void clearRunning();
+    PXIMAGECUTTER_NO_EXPORT void clearRunning();
 
     QString m_name;
     QMutex m_mutex;

@@ -46,6 +46,17 @@ struct EntryBlocksReleaser
 };
 EntryBlocksReleaser myEntryBlocksReleaser;
 
+PXPointPriorityQueue::Entry* filled(PXPointPriorityQueue::Entry* entry, unsigned int score, unsigned long heapIndex,
+    unsigned int x, unsigned int y, unsigned int data)
+{
+    entry->score = score;
+    entry->heapIndex = heapIndex;
+    entry->x = x;
+    entry->y = y;
+    entry->data = data;
+    return entry;
+}
+
 } // namespace
 
 PXPointPriorityQueue::Entry* PXPointPriorityQueue::Entry::get(
@@ -68,12 +79,7 @@ PXPointPriorityQueue::Entry* PXPointPriorityQueue::Entry::get(
         }
         entry = myAvailable.takeLast();
     }
-    entry->score = score;
-    entry->heapIndex = heapIndex;
-    entry->x = x;
-    entry->y = y;
-    entry->data = data;
-    return entry;
+    return filled(entry, score, heapIndex, x, y, data);
 }
 
 void PXPointPriorityQueue::Entry::release(Entry* const* entries, unsigned long count)
@@ -114,13 +120,7 @@ PXPointPriorityQueue::Entry* PXPointPriorityQueue::takeEntry(
         m_heapIndexOf.append(0);
         return entry;
     }
-    Entry* entry = m_spare.takeLast();
-    entry->score = score;
-    entry->heapIndex = heapIndex;
-    entry->x = x;
-    entry->y = y;
-    entry->data = data;
-    return entry;
+    return filled(m_spare.takeLast(), score, heapIndex, x, y, data);
 }
 
 void PXPointPriorityQueue::insert(unsigned int x, unsigned int y, unsigned int data, unsigned int score)

@@ -189,15 +189,15 @@ private:
         return true;
     }
     void insertUnqueued(unsigned int x, unsigned int y, unsigned int data, unsigned int score);
-    Entry* takeEntry(unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y, unsigned int data);
+    PXIMAGECUTTER_NO_EXPORT Entry* takeEntry(unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y, unsigned int data);
     Entry* lowerScore(unsigned int x, unsigned int y, unsigned long position, unsigned int score);
     void place(unsigned long i, unsigned long key)
     {
         m_heap[i] = key;
         m_heapIndexOf[numberOf(key)] = static_cast<unsigned int>(i);
     }
-    void siftUp(unsigned long i);
-    void siftDown(unsigned long i);
+    PXIMAGECUTTER_NO_EXPORT void siftUp(unsigned long i);
+    PXIMAGECUTTER_NO_EXPORT void siftDown(unsigned long i);
 
     // The keys; the score in each is always equal to its entry's.
     PXScissors::vector<unsigned long> m_heap;

@@ -49,6 +49,8 @@ Kernels avx2Kernels();
 /** The fastest set the processor (and PX_CPU_FEATURES) allows. */
 Kernels bestKernels();
 
+/** truncate(sqrt((gx^2 + gy^2) / 20)), the sum in 32-bit unsigned, the division integer. */
+inline int sobelMagnitude(int gx, int gy);
 /** The Sobel cost of one window's sums, exactly as the reference computes it. */
 inline unsigned char sobelCost(int gx, int gy);
 
@@ -56,9 +58,13 @@ inline unsigned char sobelCost(int gx, int gy);
 
 #include <cmath>
 
-inline unsigned char PXScissorsKernels::sobelCost(int gx, int gy)
+inline int PXScissorsKernels::sobelMagnitude(int gx, int gy)
 {
     const unsigned int sum = static_cast<unsigned int>(gx * gx) + static_cast<unsigned int>(gy * gy);
-    const int magnitude = static_cast<int>(std::sqrt(static_cast<double>(sum / 20u)));
-    return static_cast<unsigned char>((255 ^ magnitude) & 0xFF);
+    return static_cast<int>(std::sqrt(static_cast<double>(sum / 20u)));
+}
+
+inline unsigned char PXScissorsKernels::sobelCost(int gx, int gy)
+{
+    return static_cast<unsigned char>((255 ^ sobelMagnitude(gx, gy)) & 0xFF);
 }

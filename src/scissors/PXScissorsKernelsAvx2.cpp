@@ -9,7 +9,13 @@ namespace PXScissorsKernels {
 
 namespace {
 
-const Kernels myScalar = scalarKernels();
+// The reference, for the tails. Not a namespace-scope object: its
+// initialiser would run at load time, compiled for this instruction set.
+const Kernels& scalar()
+{
+    static const Kernels kernels = scalarKernels();
+    return kernels;
+}
 
 // floor(sum / 3) for sums up to 765, as (sum * 43691) >> 17.
 inline __m256i greyOfEight(__m256i pixels)
@@ -35,7 +41,7 @@ void greyRow(const unsigned char* source, unsigned char* grey, unsigned int coun
         const __m256i bytes = _mm256_packus_epi16(_mm256_packus_epi32(q0, q1), _mm256_packus_epi32(q2, q3));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(grey + i), _mm256_permutevar8x32_epi32(bytes, order));
     }
-    myScalar.grey(source + 4 * i, grey + i, count - i);
+    scalar().grey(source + 4 * i, grey + i, count - i);
 }
 
 void reduce2x2Row(const unsigned char* top, const unsigned char* bottom, unsigned char* reduced, unsigned int count)
@@ -54,7 +60,7 @@ void reduce2x2Row(const unsigned char* top, const unsigned char* bottom, unsigne
         const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(s0, s1), 0xD8);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(reduced + i), bytes);
     }
-    myScalar.reduce2x2(top + 2 * i, bottom + 2 * i, reduced + i, count - i);
+    scalar().reduce2x2(top + 2 * i, bottom + 2 * i, reduced + i, count - i);
 }
 
 // Sixteen costs from 16-bit gradients, as sobelCostsSse41 does for eight.
@@ -111,7 +117,7 @@ void invertRow(const unsigned char* source, unsigned char* cost, unsigned int co
 
 Kernels avx2Kernels()
 {
-    return Kernels {greyRow, reduce2x2Row, reduce3x3RowSse41, sobelRow, myScalar.map, invertRow};
+    return Kernels {greyRow, reduce2x2Row, reduce3x3RowSse41, sobelRow, scalar().map, invertRow};
 }
 
 } // namespace PXScissorsKernels

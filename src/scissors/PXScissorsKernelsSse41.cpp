@@ -11,7 +11,13 @@ namespace PXScissorsKernels {
 
 namespace {
 
-const Kernels myScalar = scalarKernels();
+// The reference, for the tails. Not a namespace-scope object: its
+// initialiser would run at load time, compiled for this instruction set.
+const Kernels& scalar()
+{
+    static const Kernels kernels = scalarKernels();
+    return kernels;
+}
 
 // floor(sum / 3) for sums up to 765, as (sum * 43691) >> 17.
 inline __m128i greyOfFour(__m128i pixels)
@@ -35,7 +41,7 @@ void greyRow(const unsigned char* source, unsigned char* grey, unsigned int coun
         const __m128i bytes = _mm_packus_epi16(_mm_packus_epi32(q0, q1), _mm_packus_epi32(q2, q3));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(grey + i), bytes);
     }
-    myScalar.grey(source + 4 * i, grey + i, count - i);
+    scalar().grey(source + 4 * i, grey + i, count - i);
 }
 
 void reduce2x2Row(const unsigned char* top, const unsigned char* bottom, unsigned char* reduced, unsigned int count)
@@ -51,7 +57,7 @@ void reduce2x2Row(const unsigned char* top, const unsigned char* bottom, unsigne
         const __m128i s1 = _mm_srli_epi16(_mm_add_epi16(_mm_maddubs_epi16(t1, ones), _mm_maddubs_epi16(b1, ones)), 2);
         _mm_storeu_si128(reinterpret_cast<__m128i*>(reduced + i), _mm_packus_epi16(s0, s1));
     }
-    myScalar.reduce2x2(top + 2 * i, bottom + 2 * i, reduced + i, count - i);
+    scalar().reduce2x2(top + 2 * i, bottom + 2 * i, reduced + i, count - i);
 }
 
 } // namespace
@@ -94,7 +100,7 @@ void reduce3x3RowSse41(const unsigned char* const* rows, unsigned char* reduced,
         _mm_storel_epi64(reinterpret_cast<__m128i*>(reduced + i), _mm_packus_epi16(quotient, quotient));
     }
     const unsigned char* rest[3] = {rows[0] + 3ul * i, rows[1] + 3ul * i, rows[2] + 3ul * i};
-    myScalar.reduce3x3(rest, reduced + i, count - i);
+    scalar().reduce3x3(rest, reduced + i, count - i);
 }
 
 // Eight costs from 16-bit gradients; floor(s / 20) and the square root in
@@ -132,7 +138,7 @@ void sobelRowSse41(const unsigned char* const* rows, unsigned char* cost, unsign
         _mm_storel_epi64(reinterpret_cast<__m128i*>(cost + i), _mm_packus_epi16(words, words));
     }
     const unsigned char* rest[3] = {rows[0] + i, rows[1] + i, rows[2] + i};
-    myScalar.sobel(rest, cost + i, count - i);
+    scalar().sobel(rest, cost + i, count - i);
 }
 
 void invertRowSse41(const unsigned char* source, unsigned char* cost, unsigned int count)
@@ -143,12 +149,12 @@ void invertRowSse41(const unsigned char* source, unsigned char* cost, unsigned i
         const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(source + i));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(cost + i), _mm_xor_si128(v, all));
     }
-    myScalar.invert(source + i, cost + i, count - i);
+    scalar().invert(source + i, cost + i, count - i);
 }
 
 Kernels sse41Kernels()
 {
-    return Kernels {greyRow, reduce2x2Row, reduce3x3RowSse41, sobelRowSse41, myScalar.map, invertRowSse41};
+    return Kernels {greyRow, reduce2x2Row, reduce3x3RowSse41, sobelRowSse41, scalar().map, invertRowSse41};
 }
 
 } // namespace PXScissorsKernels

@@ -5,28 +5,22 @@
 
 #include <QColor>
 #include <QFileInfo>
-#include <QFuture>
 #include <QHash>
 #include <QImage>
 #include <QList>
-#include <QMutex>
 #include <QPainterPath>
 #include <QPoint>
 #include <QPointF>
 #include <QRect>
-#include <QRecursiveMutex>
 #include <QSet>
 #include <QThread>
 
-#include <atomic>
+#include <memory>
 #include <utility>
 
-class PXInitialSegmentationWorker;
+class PXImageSegmentationPrivate;
 class PXMementoSegmentation;
-class PXUndoCommandSegmentation;
 class PXUndoController;
-template <typename T>
-class QFutureWatcher;
 
 /**
  * Cuts one object out of one photo: the object a host drives.
@@ -50,9 +44,15 @@ class QFutureWatcher;
  * requests that arrive meanwhile; any other running job leaves them pending
  * until the next request starts the thread. The clicker alone runs on
  * QThreadPool::globalInstance(). Signals are emitted from the controller
- * thread; connect them queued. The synchronous queries (maskForeground(),
- * createSmoothForegroundMask(), drawContour(), ...) are meant for an idle
- * controller but are safe at any time.
+ * thread; connect them queued.
+ *
+ * Who owns what: the host's thread owns the workers, the progress counters
+ * and the analysed region; pending strokes, hover clusters, stroke flags and
+ * the pending memento pass to the controller thread under a request lock;
+ * the selection (photo, labels, sets, mask, paths) is a plain model that each
+ * step, gesture or query holds under its own lock for just that call, so the
+ * synchronous queries (maskForeground(), drawContour(), ...) are meant for an
+ * idle controller but are safe at any time.
  *
  * Ownership: the controller owns its worker, the pending memento and every
  * worker it replaced until that worker's pool task has ended. Mementos from
@@ -253,64 +253,7 @@ protected:
     void run() override;
 
 private:
-    struct RetiredWorker {
-        PXInitialSegmentationWorker* worker;
-        QFutureWatcher<void>* watcher;
-    };
-
-    void startThread();
-    void retireWorker(bool stop);
-    void releaseRetiredWorker(QFutureWatcher<void>* watcher);
-    PXUndoCommandSegmentation* takeUndoCommandLocked();
-    void recolourMaskLocked();
-
-    bool m_labelsSaved = false;
-    QImage m_mask;
-    QImage m_workingImage;
-    QFileInfo m_fileInfo;
-    QColor m_transparentColor;
-    std::atomic<int> m_mode {None};
-    std::atomic<int> m_clickedSuperpixel {0};
-    QImage m_labels;
-    QList<PXSuperPixel> m_superpixels;
-    QList<QList<QPoint>> m_pointsOfSuperpixels;
-    QHash<int, QSet<int>> m_neighbours;
-    QSet<int> m_foreground;
-    QSet<int> m_background;
-    QPainterPath m_lassoPath;
-    QPainterPath m_expandedPath;
-    QPainterPath m_pendingStrokes;
-    QPainterPath m_lastPath;
-    QColor m_maskColor;
-    bool m_maskIsInverted = false;
-    bool m_strokeIsForeground = false;
-    bool m_strokeIsTemporary = false;
-    PXUndoController* m_undoController;
-    PXMementoSegmentation* m_pendingMemento = nullptr;
-    std::atomic<int> m_workerTotalSteps {0};
-    std::atomic<int> m_currentStep {0};
-    QSet<int> m_hoverClusters;
-    QRect m_analysedRegion;
-    std::atomic<PXInitialSegmentationWorker*> m_worker {nullptr};
-    QMutex m_strokeMutex;
-
-    // Guards the segmentation data (images, lists, sets, paths, mask colour)
-    // between the host's thread, the controller thread and the clicker. It is
-    // never held while a signal is emitted or a pool pass is awaited, and the
-    // stroke mutex is never taken while it is held. Recursive because the
-    // public stages call one another.
-    mutable QRecursiveMutex m_dataMutex;
-    // Set when run() takes no more requests: by the paint and hover loops
-    // under the stroke mutex together with their last look at the pending
-    // requests, so a request arriving before the thread has ended restarts
-    // it instead of being left behind.
-    std::atomic<bool> m_loopIsLeaving {false};
-    /** A colour change whose recolouring has not run yet (its request may have been overtaken). */
-    std::atomic<bool> m_recolourPending {false};
-    QFuture<void> m_workerTask;
-    // The lasso of a current worker that waits for the replaced ones to end.
-    QList<RetiredWorker> m_retiredWorkers;
-    QList<QFuture<void>> m_clicks;
+    std::unique_ptr<PXImageSegmentationPrivate> d;
 };
 
 Q_DECLARE_METATYPE(PXImageSegmentation*)

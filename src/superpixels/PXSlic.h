@@ -172,9 +172,9 @@ signals:
     void increaseProgress();
 
 private:
-    QRectF clippedLassoRect() const;
-    QImage imageYCbCr() const;
-    bool hasLabelsFor(const QImage& image) const;
+    PXIMAGECUTTER_NO_EXPORT QRectF clippedLassoRect() const;
+    PXIMAGECUTTER_NO_EXPORT QImage imageYCbCr() const;
+    PXIMAGECUTTER_NO_EXPORT bool hasLabelsFor(const QImage& image) const;
 
     double m_gridStep = 0.0;
     int m_superPixelCount = 0;

@@ -7,7 +7,6 @@
 #include "PXYCbCrPixel.h"
 
 #include <algorithm>
-#include <cfloat>
 #include <vector>
 
 /**
@@ -21,23 +20,12 @@
 class PXSlicStripe
 {
 public:
-    explicit PXSlicStripe(const PXSlicSlice& slice)
-    {
-        const QImage& image = slice.image;
-        if (image.isNull() || image.depth() != 32 || !slice.labels || slice.superPixels.size() < 2)
-            return;
-        m_xStart = std::max(slice.xStart, 0);
-        m_yStart = std::max(slice.yStart, 0);
-        m_xEnd = int(std::min<qint64>({slice.xEnd, image.width(), qint64(slice.xStart) + slice.lassoWidth}));
-        m_yEnd = int(std::min<qint64>({slice.yEnd, image.height(), qint64(slice.yStart) + slice.lassoHeight}));
-        if (m_xStart >= m_xEnd || m_yStart >= m_yEnd)
-            return;
-        m_imageWidth = image.width();
-        m_pixels = reinterpret_cast<const PXYCbCrPixel*>(image.constBits());
-        m_labels = slice.labels;
-        m_width = m_xEnd - m_xStart;
-        m_distances.assign(std::size_t(m_width) * std::size_t(m_yEnd - m_yStart), FLT_MAX);
-    }
+    // Out of line, in baseline code: the vector kernels' files, built for a
+    // raised instruction set, must not emit their own copies of them.
+    explicit PXSlicStripe(const PXSlicSlice& slice);
+    ~PXSlicStripe();
+    PXSlicStripe(const PXSlicStripe&) = delete;
+    PXSlicStripe& operator=(const PXSlicStripe&) = delete;
 
     bool isEmpty() const { return m_distances.empty(); }
 

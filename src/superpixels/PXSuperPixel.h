@@ -55,7 +55,7 @@ public:
      * Adds @p count pixels at once, given by the sums of their colours and
      * coordinates; the same as adding them one by one.
      */
-    void addPixels(const PXYCbCr& colorSum, int xSum, int ySum, int count);
+    PXIMAGECUTTER_NO_EXPORT void addPixels(const PXYCbCr& colorSum, int xSum, int ySum, int count);
     /**
      * Turns the sums into means: the colour rounded, the centre truncated
      * toward zero. Does nothing unless pixelCount is at least 2.

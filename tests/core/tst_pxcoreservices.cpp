@@ -35,86 +35,80 @@ class TestPXCoreServices : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void loggerIsOneInstanceWithHistory();
-    void firstRedoSkippedUnlessExecuteOnPush_data();
-    void firstRedoSkippedUnlessExecuteOnPush();
-    void pushFromWorkerThreadIsQueued();
+    void loggerIsOneInstanceWithHistory()
+    {
+        PXLogger* logger = PXSingleton<PXLogger>::instance();
+        QVERIFY(logger);
+        PXLogger* fromThread = nullptr;
+        QThread* thread = QThread::create([&fromThread] {
+            fromThread = PXSingleton<PXLogger>::instance();
+            fromThread->legacyLog(QStringLiteral("SEG:FromThread"), false);
+        });
+        thread->start();
+        QVERIFY(thread->wait(5000));
+        delete thread;
+        QCOMPARE(fromThread, logger);
+
+        logger->clearHistory();
+        QSignalSpy logged(logger, &PXLogger::lineLogged);
+        logger->legacyLog(QStringLiteral("SEG:One"), false);
+        logger->legacyLog(QStringLiteral("SEG:Two"), false);
+        QCOMPARE(logger->history(), QStringList({ QStringLiteral("SEG:One"), QStringLiteral("SEG:Two") }));
+        QCOMPARE(logged.count(), 2);
+        logger->clearHistory();
+        QVERIFY(logger->history().isEmpty());
+    }
+
+    void firstRedoSkippedUnlessExecuteOnPush_data()
+    {
+        QTest::addColumn<bool>("executeOnPush");
+        QTest::addColumn<int>("doneAfterPush");
+        QTest::newRow("already on screen") << false << 0;
+        QTest::newRow("executes on push") << true << 1;
+    }
+    void firstRedoSkippedUnlessExecuteOnPush()
+    {
+        QFETCH(bool, executeOnPush);
+        QFETCH(int, doneAfterPush);
+        int done = 0;
+        int undone = 0;
+        QUndoStack stack;
+        stack.push(new CountingCommand(executeOnPush, &done, &undone));
+        QCOMPARE(done, doneAfterPush);
+        stack.undo();
+        QCOMPARE(undone, 1);
+        stack.redo();
+        QCOMPARE(done, doneAfterPush + 1);
+    }
+
+    void pushFromWorkerThreadIsQueued()
+    {
+        PXUndoController* controller = PXUndoController::instanceForFotoEditor();
+        QCOMPARE(controller, PXUndoController::instanceForFotoEditor());
+        QCOMPARE(controller->thread(), QThread::currentThread());
+        QUndoStack* stack = controller->undoStack();
+        stack->clear();
+
+        int done = 0;
+        int undone = 0;
+        QThread* thread = QThread::create([&] { controller->push(new CountingCommand(false, &done, &undone)); });
+        thread->start();
+        QVERIFY(thread->wait(5000));
+        delete thread;
+        QCOMPARE(stack->count(), 0); // not yet: the push is queued to this thread
+        QTRY_COMPARE(stack->count(), 1);
+        QCOMPARE(stack->text(0), QStringLiteral("Counting"));
+        QCOMPARE(done, 0);
+        stack->undo();
+        QCOMPARE(undone, 1);
+
+        const int destroyedBefore = CountingCommand::destroyed;
+        stack->clear();
+        QCOMPARE(CountingCommand::destroyed, destroyedBefore + 1);
+        controller->push(nullptr);
+        QCOMPARE(stack->count(), 0);
+    }
 };
-
-void TestPXCoreServices::loggerIsOneInstanceWithHistory()
-{
-    PXLogger* logger = PXSingleton<PXLogger>::instance();
-    QVERIFY(logger);
-    PXLogger* fromThread = nullptr;
-    QThread* thread = QThread::create([&fromThread] {
-        fromThread = PXSingleton<PXLogger>::instance();
-        fromThread->legacyLog(QStringLiteral("SEG:FromThread"), false);
-    });
-    thread->start();
-    QVERIFY(thread->wait(5000));
-    delete thread;
-    QCOMPARE(fromThread, logger);
-
-    logger->clearHistory();
-    QSignalSpy logged(logger, &PXLogger::lineLogged);
-    logger->legacyLog(QStringLiteral("SEG:One"), false);
-    logger->legacyLog(QStringLiteral("SEG:Two"), false);
-    QCOMPARE(logger->history(), QStringList({ QStringLiteral("SEG:One"), QStringLiteral("SEG:Two") }));
-    QCOMPARE(logged.count(), 2);
-    logger->clearHistory();
-    QVERIFY(logger->history().isEmpty());
-}
-
-void TestPXCoreServices::firstRedoSkippedUnlessExecuteOnPush_data()
-{
-    QTest::addColumn<bool>("executeOnPush");
-    QTest::addColumn<int>("doneAfterPush");
-    QTest::newRow("already on screen") << false << 0;
-    QTest::newRow("executes on push") << true << 1;
-}
-
-void TestPXCoreServices::firstRedoSkippedUnlessExecuteOnPush()
-{
-    QFETCH(bool, executeOnPush);
-    QFETCH(int, doneAfterPush);
-    int done = 0;
-    int undone = 0;
-    QUndoStack stack;
-    stack.push(new CountingCommand(executeOnPush, &done, &undone));
-    QCOMPARE(done, doneAfterPush);
-    stack.undo();
-    QCOMPARE(undone, 1);
-    stack.redo();
-    QCOMPARE(done, doneAfterPush + 1);
-}
-
-void TestPXCoreServices::pushFromWorkerThreadIsQueued()
-{
-    PXUndoController* controller = PXUndoController::instanceForFotoEditor();
-    QCOMPARE(controller, PXUndoController::instanceForFotoEditor());
-    QCOMPARE(controller->thread(), QThread::currentThread());
-    QUndoStack* stack = controller->undoStack();
-    stack->clear();
-
-    int done = 0;
-    int undone = 0;
-    QThread* thread = QThread::create([&] { controller->push(new CountingCommand(false, &done, &undone)); });
-    thread->start();
-    QVERIFY(thread->wait(5000));
-    delete thread;
-    QCOMPARE(stack->count(), 0); // not yet: the push is queued to this thread
-    QTRY_COMPARE(stack->count(), 1);
-    QCOMPARE(stack->text(0), QStringLiteral("Counting"));
-    QCOMPARE(done, 0);
-    stack->undo();
-    QCOMPARE(undone, 1);
-
-    const int destroyedBefore = CountingCommand::destroyed;
-    stack->clear();
-    QCOMPARE(CountingCommand::destroyed, destroyedBefore + 1);
-    controller->push(nullptr);
-    QCOMPARE(stack->count(), 0);
-}
 
 QTEST_GUILESS_MAIN(TestPXCoreServices)
 #include "tst_pxcoreservices.moc"

@@ -9,64 +9,56 @@ class TestPXPlatform : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void cleanup();
-    void coreCountOverride_data();
-    void coreCountOverride();
-    void featureRestriction_data();
-    void featureRestriction();
+    void cleanup()
+    {
+        qunsetenv("PX_CORE_COUNT");
+        qunsetenv("PX_CPU_FEATURES");
+    }
+
+    void coreCountOverride_data()
+    {
+        QTest::addColumn<QByteArray>("value");
+        QTest::addColumn<int>("expected"); // 0: the machine's count
+        QTest::newRow("positive") << QByteArray("5") << 5;
+        QTest::newRow("one") << QByteArray("1") << 1;
+        QTest::newRow("zero is ignored") << QByteArray("0") << 0;
+        QTest::newRow("negative is ignored") << QByteArray("-2") << 0;
+        QTest::newRow("garbage is ignored") << QByteArray("lots") << 0;
+        QTest::newRow("empty is ignored") << QByteArray("") << 0;
+    }
+    void coreCountOverride()
+    {
+        QFETCH(QByteArray, value);
+        QFETCH(int, expected);
+        qputenv("PX_CORE_COUNT", value);
+        const int machine = qMax(1, QThread::idealThreadCount());
+        QCOMPARE(PXPlatformIndependent::instance()->numberOfCores(), expected ? expected : machine);
+    }
+
+    void featureRestriction_data()
+    {
+        QTest::addColumn<QByteArray>("value");
+        QTest::addColumn<bool>("allowSse");
+        QTest::addColumn<bool>("allowAvx");
+        QTest::newRow("none") << QByteArray("none") << false << false;
+        QTest::newRow("sse") << QByteArray("sse") << true << false;
+        QTest::newRow("avx") << QByteArray("avx") << false << true;
+        QTest::newRow("both") << QByteArray("sse,avx") << true << true;
+        QTest::newRow("unknown name is ignored") << QByteArray("neon") << true << true;
+    }
+    void featureRestriction()
+    {
+        QFETCH(QByteArray, value);
+        QFETCH(bool, allowSse);
+        QFETCH(bool, allowAvx);
+        const bool hasSse = pxCpuHasFeature(CPU_FEATURE_SSE);
+        const bool hasAvx = pxCpuHasFeature(CPU_FEATURE_AVX);
+        qputenv("PX_CPU_FEATURES", value);
+        // Never more than the processor has.
+        QCOMPARE(pxCpuHasFeature(CPU_FEATURE_SSE), hasSse && allowSse);
+        QCOMPARE(pxCpuHasFeature(CPU_FEATURE_AVX), hasAvx && allowAvx);
+    }
 };
-
-void TestPXPlatform::cleanup()
-{
-    qunsetenv("PX_CORE_COUNT");
-    qunsetenv("PX_CPU_FEATURES");
-}
-
-void TestPXPlatform::coreCountOverride_data()
-{
-    QTest::addColumn<QByteArray>("value");
-    QTest::addColumn<int>("expected"); // 0: the machine's count
-    QTest::newRow("positive") << QByteArray("5") << 5;
-    QTest::newRow("one") << QByteArray("1") << 1;
-    QTest::newRow("zero is ignored") << QByteArray("0") << 0;
-    QTest::newRow("negative is ignored") << QByteArray("-2") << 0;
-    QTest::newRow("garbage is ignored") << QByteArray("lots") << 0;
-    QTest::newRow("empty is ignored") << QByteArray("") << 0;
-}
-
-void TestPXPlatform::coreCountOverride()
-{
-    QFETCH(QByteArray, value);
-    QFETCH(int, expected);
-    qputenv("PX_CORE_COUNT", value);
-    const int machine = qMax(1, QThread::idealThreadCount());
-    QCOMPARE(PXPlatformIndependent::instance()->numberOfCores(), expected ? expected : machine);
-}
-
-void TestPXPlatform::featureRestriction_data()
-{
-    QTest::addColumn<QByteArray>("value");
-    QTest::addColumn<bool>("allowSse");
-    QTest::addColumn<bool>("allowAvx");
-    QTest::newRow("none") << QByteArray("none") << false << false;
-    QTest::newRow("sse") << QByteArray("sse") << true << false;
-    QTest::newRow("avx") << QByteArray("avx") << false << true;
-    QTest::newRow("both") << QByteArray("sse,avx") << true << true;
-    QTest::newRow("unknown name is ignored") << QByteArray("neon") << true << true;
-}
-
-void TestPXPlatform::featureRestriction()
-{
-    QFETCH(QByteArray, value);
-    QFETCH(bool, allowSse);
-    QFETCH(bool, allowAvx);
-    const bool hasSse = pxCpuHasFeature(CPU_FEATURE_SSE);
-    const bool hasAvx = pxCpuHasFeature(CPU_FEATURE_AVX);
-    qputenv("PX_CPU_FEATURES", value);
-    // Never more than the processor has.
-    QCOMPARE(pxCpuHasFeature(CPU_FEATURE_SSE), hasSse && allowSse);
-    QCOMPARE(pxCpuHasFeature(CPU_FEATURE_AVX), hasAvx && allowAvx);
-}
 
 QTEST_GUILESS_MAIN(TestPXPlatform)
 #include "tst_pxplatform.moc"

@@ -63,7 +63,6 @@ private Q_SLOTS:
     void strengths();
     void statistics_data();
     void statistics();
-    void flatAndStepStatistics();
     void onlyInnerPixelsAreComputed_data();
     void onlyInnerPixelsAreComputed();
     void independentOfCoreCount();
@@ -147,23 +146,6 @@ void TestEdgeDetectorSobelColor::statistics()
     detector.calculateMedianAndMean(counts, half);
     QCOMPARE(detector.mean(), mean);
     QCOMPARE(detector.average(), average);
-}
-
-void TestEdgeDetectorSobelColor::flatAndStepStatistics()
-{
-    const Result flat = detect(filled(12, 9, ycbcr(90, 120, 200)));
-    QCOMPARE(flat.mean, 0.0);
-    QCOMPARE(flat.average, 0.0);
-
-    // 35 inner pixels, 10 of them 67: 0 is the last bin below half (17), the
-    // mean is 670 / 35 truncated.
-    QImage step = filled(10, 8, ycbcr(10, 50, 20));
-    for (int y = 0; y < 8; ++y)
-        for (int x = 4; x < 10; ++x)
-            step.setPixel(x, y, ycbcr(110, 50, 160));
-    const Result result = detect(step);
-    QCOMPARE(result.mean, 0.0);
-    QCOMPARE(result.average, 19.0);
 }
 
 void TestEdgeDetectorSobelColor::onlyInnerPixelsAreComputed_data()

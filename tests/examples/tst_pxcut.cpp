@@ -8,6 +8,7 @@
 #include <QJsonObject>
 #include <QPainter>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -25,11 +26,14 @@ private Q_SLOTS:
     void badInputWritesNothing_data();
     void badInputWritesNothing();
     void cutsTheTiles();
+    void emptyCutSaysWhy();
+    void startsFromASavedMask();
     void refinementSteps_data();
     void refinementSteps();
     void scalesToTheMaximalLength();
     void shippedPhotoByDefault();
     void tracesWires();
+    void wireProgressMoves();
 
 private:
     struct Run {
@@ -101,8 +105,6 @@ void TestPXCut::badInputWritesNothing_data()
                                    << "cannot read the photo nope.png: no such file";
     QTest::newRow("unreadable photo") << QStringList { "cut", "garbage.png", "--lasso", "1,1 5,1 5,5" } << 1
                                       << "cannot read the photo garbage.png";
-    QTest::newRow("malformed lasso") << QStringList { "cut", tiles, "--lasso", "10,10 20;20 30,30" } << 2
-                                     << "--lasso: malformed point '20;20' (expected x,y)";
     QTest::newRow("two-point lasso") << QStringList { "cut", tiles, "--lasso", "10,10 20,20" } << 1
                                      << "--lasso: a lasso needs at least 3 points, got 2";
     QTest::newRow("lasso outside") << QStringList { "cut", tiles, "--lasso", "10,10 170,20 30,30" } << 1
@@ -118,11 +120,12 @@ void TestPXCut::badInputWritesNothing_data()
                                         << "cannot read the lasso file none.lasso";
     QTest::newRow("malformed lasso file") << QStringList { "cut", tiles, "--lasso-file", "bad.lasso" } << 1
                                           << "bad.lasso: malformed point 'x'";
-    QTest::newRow("unknown option") << QStringList { "cut", tiles, "--colour", "red" } << 2
-                                    << "cut: unknown option '--colour'";
-    QTest::newRow("no command") << QStringList {} << 2 << "missing command: cut or wire";
     QTest::newRow("seed outside") << QStringList { "wire", tiles, "--seed", "5,500", "--to", "5,5" } << 1
                                   << "--seed (5,500) lies outside the 160x120 photo";
+    QTest::newRow("output folder under a file") << QStringList { "cut", tiles, "--lasso", lassoText(), "--out",
+        "tiles.png/out" } << 1 << "cannot write into tiles.png/out: ";
+    QTest::newRow("saved mask without regions") << QStringList { "cut", tiles, "--mask-in", tiles, "--click", "80,60" }
+                                                << 1 << "--click needs the regions of a cut";
     QTest::newRow("to without seed") << QStringList { "wire", tiles, "--to", "5,5" } << 2
                                      << "--to 5,5 has no --seed before it";
 }
@@ -146,15 +149,21 @@ void TestPXCut::badInputWritesNothing()
     QCOMPARE(result.exitCode, exitCode);
     QVERIFY2(result.err.contains(QStringLiteral("pxcut: ") + message), qPrintable(result.err));
     QVERIFY(result.out.isEmpty());
+    QVERIFY2(!result.err.contains(QStringLiteral("cutting")), "refused only after the work");
     QVERIFY(!QFileInfo::exists(path("out")));
 }
 
 void TestPXCut::cutsTheTiles()
 {
-    const Run result = run({ "cut", m_tiles, "--lasso", lassoText() });
+    const Run result = run({ "cut", m_tiles, "--lasso", lassoText(), "--feather", "6", "--json" });
     QCOMPARE(result.exitCode, 0);
-    QVERIFY2(result.out.contains(QStringLiteral("tiles.png 160x120 (worked on 160x120): ")), qPrintable(result.out));
-    QVERIFY(result.out.contains(QStringLiteral(" regions, object ")));
+    const QJsonObject summary = QJsonDocument::fromJson(result.out.toUtf8()).object();
+    QCOMPARE(summary.value("width").toInt(), 160);
+    QVERIFY(summary.value("regions").toInt() >= 9);
+    QVERIFY(summary.value("objectFraction").toDouble() > 0.05);
+    QVERIFY(summary.value("totalSeconds").toDouble() >= summary.value("cutSeconds").toDouble());
+    QCOMPARE(summary.value("files").toArray().size(), 3);
+    QVERIFY(summary.value("warnings").toArray().isEmpty());
 
     const QImage mask = output("mask.png");
     const QImage cutout = output("cutout.png");
@@ -169,6 +178,44 @@ void TestPXCut::cutsTheTiles()
     QCOMPARE(qAlpha(cutout.pixel(5, 5)), 0);
     QCOMPARE(overlay.pixel(80, 60), tilesCentre());
     QCOMPARE(overlay.pixel(5, 5), qRgb(64, 64, 64)); // grey under half-opaque black
+
+    // The feather softens the cut-out across the mask's edge, which stays hard.
+    int edge = 80;
+    while (edge > 0 && qAlpha(mask.pixel(edge, 60)) == 0)
+        --edge;
+    QCOMPARE(qAlpha(mask.pixel(edge, 60)), 255);
+    for (int x : { edge, edge + 1 })
+        QVERIFY2(qAlpha(cutout.pixel(x, 60)) > 0 && qAlpha(cutout.pixel(x, 60)) < 255, qPrintable(QString::number(x)));
+    QCOMPARE(qAlpha(cutout.pixel(edge - 4, 60)), 0);
+    QCOMPARE(qAlpha(cutout.pixel(edge + 5, 60)), 255);
+}
+
+void TestPXCut::emptyCutSaysWhy()
+{
+    // A lasso inside the grey: no region lies wholly inside it.
+    const Run result = run({ "cut", m_tiles, "--lasso", "2,2 30,2 30,28 2,28", "--json" });
+    QCOMPARE(result.exitCode, 0);
+    QVERIFY2(result.err.contains(QStringLiteral("pxcut: the cut selected nothing (0% object). The lasso is probably "
+                                                "too tight")),
+        qPrintable(result.err));
+    const QJsonObject summary = QJsonDocument::fromJson(result.out.toUtf8()).object();
+    QCOMPARE(summary.value("objectFraction").toDouble(), 0.0);
+    QCOMPARE(summary.value("warnings").toArray().size(), 1);
+}
+
+void TestPXCut::startsFromASavedMask()
+{
+    QImage saved(160, 120, QImage::Format_Grayscale8);
+    saved.fill(0);
+    QPainter(&saved).fillRect(20, 20, 40, 40, Qt::white);
+    QVERIFY(saved.save(path("saved.png")));
+
+    const Run result = run({ "cut", m_tiles, "--mask-in", "saved.png", "--scribble", "bg", "3", "40,40" });
+    QVERIFY2(result.exitCode == 0, qPrintable(result.err));
+    const QImage mask = output("mask.png");
+    QCOMPARE(qAlpha(mask.pixel(25, 25)), 0);
+    QCOMPARE(qAlpha(mask.pixel(40, 40)), 255);
+    QCOMPARE(qAlpha(mask.pixel(80, 60)), 255);
 }
 
 void TestPXCut::refinementSteps_data()
@@ -190,6 +237,9 @@ void TestPXCut::refinementSteps_data()
     QTest::newRow("mask colour") << QStringList { "--mask-color", "#00ff00" } << QPoint(5, 5) << qRgb(0, 255, 0);
     QTest::newRow("smooth keeps the cut") << QStringList { "--smooth", "3", "--mask-color", "#0000ff" }
                                           << QPoint(80, 60) << clear;
+    QTest::newRow("click outside the lasso is ignored") << QStringList { "--click", "5,5" } << QPoint(5, 5) << black;
+    QTest::newRow("smooth leaves the border alone") << QStringList { "--smooth", "10", "--mask-color", "#0000ff" }
+                                                    << QPoint(0, 0) << qRgb(0, 0, 255);
     QTest::newRow("smooth keeps the background") << QStringList { "--smooth", "3", "--mask-color", "#0000ff" }
                                                  << QPoint(20, 20) << qRgb(0, 0, 255);
 }
@@ -227,6 +277,11 @@ void TestPXCut::shippedPhotoByDefault()
     const Run result = run({ "cut" });
     QVERIFY2(result.exitCode == 0, qPrintable(result.err));
     QVERIFY2(result.out.startsWith(QStringLiteral("coffee.png 600x400")), qPrintable(result.out));
+    // Both times, labelled: the cut alone and the whole run.
+    QVERIFY2(QRegularExpression(QStringLiteral("; cut \\d+\\.\\d\\d s, total \\d+\\.\\d\\d s -> out\n$"))
+                 .match(result.out)
+                 .hasMatch(),
+        qPrintable(result.out));
     for (const char* name : { "mask.png", "cutout.png", "overlay.png" })
         QCOMPARE(output(QString::fromLatin1(name)).size(), QSize(600, 400));
     // The lasso shipped beside the photo encloses the cup; the corners are table.
@@ -237,31 +292,51 @@ void TestPXCut::shippedPhotoByDefault()
 
 void TestPXCut::tracesWires()
 {
-    const Run result = run({ "wire", m_tiles, "--seed", "50,60", "--to", "80,30", "--seed", "80,30", "--to",
-        "110,60", "--out", "w" });
+    // Odd sizes: the search's half-size grid reaches a pixel past the photo.
+    QVERIFY(tilesPhoto().copy(0, 0, 159, 119).save(path("odd.png")));
+    const Run result = run({ "wire", "odd.png", "--seed", "50,60", "--to", "80,30", "--seed", "80,30", "--to",
+        "158,118", "--out", "w" });
     QVERIFY2(result.exitCode == 0, qPrintable(result.err));
     QVERIFY(result.out.contains(QStringLiteral("2 wires")));
-    QCOMPARE(QImage(path("w/wire.png")).size(), QSize(160, 120));
+    QCOMPARE(QImage(path("w/wire.png")).size(), QSize(159, 119));
 
     QFile file(path("w/wire.json"));
     QVERIFY(file.open(QIODevice::ReadOnly));
     const QJsonObject document = QJsonDocument::fromJson(file.readAll()).object();
-    QCOMPARE(document.value("width").toInt(), 160);
+    QCOMPARE(document.value("width").toInt(), 159);
     const QJsonArray wires = document.value("wires").toArray();
     QCOMPARE(wires.size(), 2);
-    const QJsonArray points = wires.at(0).toObject().value("points").toArray();
-    // The scissors search on a half-size copy: a wire reads from its seed to
-    // its target through the centres of 2x2 blocks, one block per step.
-    QVERIFY(points.size() >= 15);
-    auto within = [](const QJsonArray& point, int x, int y, int distance) {
-        return qAbs(point.at(0).toInt() - x) <= distance && qAbs(point.at(1).toInt() - y) <= distance;
-    };
-    QVERIFY(within(points.first().toArray(), 50, 60, 1));
-    QVERIFY(within(points.last().toArray(), 80, 30, 1));
-    for (qsizetype i = 1; i < points.size(); ++i) {
-        const QJsonArray a = points.at(i - 1).toArray();
-        QVERIFY(within(points.at(i).toArray(), a.at(0).toInt(), a.at(1).toInt(), 2));
+    const QList<QPoint> ends { { 50, 60 }, { 80, 30 }, { 80, 30 }, { 158, 118 } };
+    for (int w = 0; w < 2; ++w) {
+        const QJsonArray points = wires.at(w).toObject().value("points").toArray();
+        QVERIFY(points.size() >= 15);
+        auto point = [&points](qsizetype i) {
+            return QPoint(points.at(i).toArray().at(0).toInt(), points.at(i).toArray().at(1).toInt());
+        };
+        // Exactly from the clicked seed to the clicked target, inside the photo, in steps of a search cell.
+        QCOMPARE(point(0), ends.at(2 * w));
+        QCOMPARE(point(points.size() - 1), ends.at(2 * w + 1));
+        for (qsizetype i = 0; i < points.size(); ++i) {
+            QVERIFY(QRect(0, 0, 159, 119).contains(point(i)));
+            if (i > 0)
+                QVERIFY((point(i) - point(i - 1)).manhattanLength() <= 4);
+        }
     }
+}
+
+void TestPXCut::wireProgressMoves()
+{
+    QVERIFY(tilesPhoto().scaled(1600, 1200).save(path("large.png")));
+    const Run result = run({ "wire", "large.png", "--seed", "10,10", "--to", "1590,1190" });
+    QVERIFY2(result.exitCode == 0, qPrintable(result.err));
+    // Without a terminal the bar writes a line per tenth it passes.
+    QSet<QString> between;
+    for (const QString& line : result.err.split(QLatin1Char('\n'))) {
+        if (line.startsWith(QStringLiteral("tracing")) && !line.endsWith(QStringLiteral(" 0%"))
+            && !line.endsWith(QStringLiteral("100%")))
+            between.insert(line);
+    }
+    QVERIFY2(between.size() >= 3, qPrintable(result.err));
 }
 
 QTEST_GUILESS_MAIN(TestPXCut)

@@ -1,9 +1,12 @@
 #include "PXCutArguments.h"
-#include "PXHostImages.h"
 #include "PXHostPhoto.h"
 #include "PXPointList.h"
+#include "PXSelectionMask.h"
 
-#include <QPainter>
+#include <QDataStream>
+#include <QFile>
+#include <QTemporaryDir>
+
 #include <QTest>
 
 // What the hosts read from people: point lists, command lines, photo sizes.
@@ -14,15 +17,14 @@ class TestPXHostInput : public QObject
 private Q_SLOTS:
     void pointLists_data();
     void pointLists();
-    void firstOutside_data();
-    void firstOutside();
     void brushStrokeCoversItsPath();
     void commandLines_data();
     void commandLines();
-    void refinementKeepsItsOrder();
     void photoScaling_data();
     void photoScaling();
-    void cutOutKeepsTheObject();
+    void photosBeyondQtsLimit();
+    void selectionEdits_data();
+    void selectionEdits();
 };
 
 void TestPXHostInput::pointLists_data()
@@ -61,26 +63,6 @@ void TestPXHostInput::pointLists()
         QCOMPARE(parsed, QList<QPointF>({ { -1, -1 } })); // untouched on failure
 }
 
-void TestPXHostInput::firstOutside_data()
-{
-    QTest::addColumn<QList<QPointF>>("points");
-    QTest::addColumn<int>("index");
-
-    using Points = QList<QPointF>;
-    QTest::newRow("all inside") << Points { { 0, 0 }, { 9.99, 7.5 } } << -1;
-    QTest::newRow("right edge") << Points { { 1, 1 }, { 10, 1 } } << 1;
-    QTest::newRow("bottom edge") << Points { { 1, 8 } } << 0;
-    QTest::newRow("negative") << Points { { 1, 1 }, { 2, 2 }, { -0.5, 2 } } << 2;
-    QTest::newRow("empty") << Points {} << -1;
-}
-
-void TestPXHostInput::firstOutside()
-{
-    QFETCH(QList<QPointF>, points);
-    QFETCH(int, index);
-    QCOMPARE(PXPointList::firstOutside(points, QSize(10, 8)), index);
-}
-
 void TestPXHostInput::brushStrokeCoversItsPath()
 {
     const QPainterPath dot = PXPointList::brushStroke({ { 20, 20 } }, 5);
@@ -105,40 +87,36 @@ void TestPXHostInput::commandLines_data()
     QTest::newRow("cut alone") << QStringList { "cut" } << QString();
     QTest::newRow("full cut") << QStringList { "cut", "p.png", "--lasso", "1,1 9,1 9,9", "--click", "2,2",
         "--paint", "bg", "3", "1,1 2,2", "--scribble", "fg", "1.5", "4,4", "--invert", "--mask-color",
-        "#ff8000", "--smooth", "2", "--out", "o" } << QString();
+        "#ff8000", "--smooth", "2", "--feather", "2.5", "--mask-in", "m.png", "--out", "o", "--json" }
+                               << QString();
     QTest::newRow("wire") << QStringList { "wire", "--seed", "1,1", "--to", "5,5", "--seed", "5,5", "--to", "9,1" }
                           << QString();
     QTest::newRow("help") << QStringList { "cut", "--lasso", "x", "--help" } << QString();
     QTest::newRow("nothing") << QStringList {} << "missing command: cut or wire";
     QTest::newRow("unknown command") << QStringList { "paste" } << "unknown command 'paste' (expected cut or wire)";
     QTest::newRow("unknown option") << QStringList { "cut", "--lass", "1,1" } << "cut: unknown option '--lass'";
-    QTest::newRow("two photos") << QStringList { "cut", "a.png", "b.png" }
-                                << "cut: one photo only; 'b.png' is one too many";
-    QTest::newRow("lasso without value") << QStringList { "cut", "--lasso" } << "--lasso needs a list of points";
     QTest::newRow("two lassos") << QStringList { "cut", "--lasso", "1,1", "--lasso-file", "f" }
                                 << "give the lasso once, with --lasso or --lasso-file";
     QTest::newRow("malformed lasso") << QStringList { "cut", "--lasso", "1,1 2;2" }
                                      << "--lasso: malformed point '2;2' (expected x,y)";
-    QTest::newRow("negative coordinates parse") << QStringList { "cut", "--click", "-3,4" } << QString();
     QTest::newRow("paint side") << QStringList { "cut", "--paint", "in", "3", "1,1" }
                                 << "--paint: expected fg or bg, got 'in'";
     QTest::newRow("paint radius") << QStringList { "cut", "--paint", "fg", "-3", "1,1" }
                                   << "--paint: radius '-3' is not a positive number";
-    QTest::newRow("paint without points") << QStringList { "cut", "--scribble", "fg", "3" }
-                                          << "--scribble needs points after the radius";
-    QTest::newRow("paint empty points") << QStringList { "cut", "--paint", "fg", "3", " " }
-                                        << "--paint: the stroke has no points";
     QTest::newRow("colour") << QStringList { "cut", "--mask-color", "#12345" }
                             << "--mask-color: '#12345' is not a colour (expected #RRGGBB)";
     QTest::newRow("smooth") << QStringList { "cut", "--smooth", "1.5" }
                             << "--smooth: radius '1.5' is not a positive whole number";
+    QTest::newRow("smooth above the bound") << QStringList { "cut", "--smooth", "11" }
+                                            << "--smooth: radius 11 is above 10, where the blurred one-bit mask "
+                                               "breaks down; for a soft edge use --feather 11";
+    QTest::newRow("empty out") << QStringList { "wire", "--out", "" } << "--out needs a folder name, got an empty one";
+    QTest::newRow("feather radius") << QStringList { "cut", "--feather", "0" }
+                                    << "--feather: radius '0' is not a positive number";
     QTest::newRow("wire without pairs") << QStringList { "wire", "p.png" }
                                         << "wire needs at least one --seed x,y --to x,y pair";
     QTest::newRow("seed without to") << QStringList { "wire", "--seed", "1,1", "--to", "2,2", "--seed", "3,3" }
                                      << "--seed 3,3 has no --to after it";
-    QTest::newRow("to first") << QStringList { "wire", "--to", "2,2" } << "--to 2,2 has no --seed before it";
-    QTest::newRow("two seeds") << QStringList { "wire", "--seed", "1,1", "--seed", "2,2" }
-                               << "--seed 2,2 follows a --seed without its --to";
 }
 
 void TestPXHostInput::commandLines()
@@ -150,27 +128,6 @@ void TestPXHostInput::commandLines()
     QString message;
     QCOMPARE(parsed.parse(arguments, &message), error.isEmpty());
     QCOMPARE(message, error);
-}
-
-void TestPXHostInput::refinementKeepsItsOrder()
-{
-    PXCutArguments parsed;
-    QString error;
-    QVERIFY(parsed.parse({ "cut", "--scribble", "bg", "2", "1,1 3,3", "--click", "5,6", "--paint", "fg", "4",
-                             "7,8", "--lasso-file", "l.txt" },
-        &error));
-    QCOMPARE(parsed.command, PXCutArguments::Cut);
-    QCOMPARE(parsed.lassoFile, QStringLiteral("l.txt"));
-    QCOMPARE(parsed.outputDirectory, QStringLiteral("out"));
-    QCOMPARE(parsed.steps.size(), 3);
-    QCOMPARE(parsed.steps.at(0).kind, PXCutStep::Scribble);
-    QCOMPARE(parsed.steps.at(0).foreground, false);
-    QCOMPARE(parsed.steps.at(0).radius, 2.0);
-    QCOMPARE(parsed.steps.at(0).points, QList<QPointF>({ { 1, 1 }, { 3, 3 } }));
-    QCOMPARE(parsed.steps.at(1).kind, PXCutStep::Click);
-    QCOMPARE(parsed.steps.at(1).points, QList<QPointF>({ { 5, 6 } }));
-    QCOMPARE(parsed.steps.at(2).kind, PXCutStep::Paint);
-    QCOMPARE(parsed.steps.at(2).foreground, true);
 }
 
 void TestPXHostInput::photoScaling_data()
@@ -207,24 +164,100 @@ void TestPXHostInput::photoScaling()
     QCOMPARE(photo.toPhotoSize(QImage(working, QImage::Format_ARGB32)).size(), size);
 }
 
-void TestPXHostInput::cutOutKeepsTheObject()
+void TestPXHostInput::photosBeyondQtsLimit()
 {
-    QImage photo(4, 1, QImage::Format_RGB32);
-    photo.fill(qRgb(200, 100, 50));
-    QImage mask(4, 1, QImage::Format_ARGB32_Premultiplied);
-    mask.fill(qRgb(0, 0, 255)); // background, opaque
-    mask.setPixel(1, 0, 0);     // object, transparent
-    mask.setPixel(2, 0, 0);
+    QTemporaryDir dir;
+    QVERIFY(dir.isValid());
+    // 6000x5600 holds 134 MB as 32-bit pixels; a raw PPM writes quickly.
+    QFile large(dir.filePath(QStringLiteral("large.ppm")));
+    QVERIFY(large.open(QIODevice::WriteOnly));
+    large.write("P6\n6000 5600\n255\n");
+    large.write(QByteArray(6000 * 5600 * 3, char(90)));
+    large.close();
+    QString error;
+    const PXHostPhoto photo = PXHostPhoto::load(large.fileName(), 1200, &error);
+    QVERIFY2(!photo.isNull(), qPrintable(error));
+    QCOMPARE(photo.photo().size(), QSize(6000, 5600));
+    QCOMPARE(photo.working().size(), QSize(1200, 1120));
 
-    const QImage cutout = PXHostImages::cutOut(photo, mask);
-    QCOMPARE(cutout.pixel(0, 0), qRgba(0, 0, 0, 0));
-    QCOMPARE(cutout.pixel(1, 0), qRgba(200, 100, 50, 255));
-    QCOMPARE(cutout.pixel(3, 0), qRgba(0, 0, 0, 0));
-    QCOMPARE(PXHostImages::objectShare(mask), 0.5);
+    // A PNG header claiming 100000x100000 pixels (40 GB) and no pixel data.
+    QFile huge(dir.filePath(QStringLiteral("huge.png")));
+    QVERIFY(huge.open(QIODevice::WriteOnly));
+    QDataStream png(&huge);
+    png.writeRawData("\x89PNG\r\n\x1a\n", 8);
+    auto chunk = [&png](const QByteArray& typeAndData) {
+        quint32 crc = 0xFFFFFFFF;
+        for (const char byte : typeAndData) {
+            crc ^= uchar(byte);
+            for (int bit = 0; bit < 8; ++bit)
+                crc = (crc >> 1) ^ (0xEDB88320 & (0 - (crc & 1)));
+        }
+        png << quint32(typeAndData.size() - 4);
+        png.writeRawData(typeAndData.constData(), int(typeAndData.size()));
+        png << quint32(~crc);
+    };
+    QByteArray header("IHDR");
+    QDataStream(&header, QIODevice::Append) << quint32(100000) << quint32(100000) << quint8(8) << quint8(2)
+                                            << quint8(0) << quint8(0) << quint8(0);
+    chunk(header);
+    chunk("IDAT");
+    huge.close();
+    QVERIFY(PXHostPhoto::load(huge.fileName(), 1200, &error).isNull());
+    QVERIFY2(error.contains(QStringLiteral("huge.png: 100000x100000 is too large")), qPrintable(error));
+}
 
-    const QImage overlay = PXHostImages::overlay(photo, mask, QImage(), 0.5);
-    QCOMPARE(overlay.pixel(2, 0), qRgb(200, 100, 50));
-    QVERIFY(qBlue(overlay.pixel(0, 0)) > 120 && qRed(overlay.pixel(0, 0)) < 110);
+void TestPXHostInput::selectionEdits_data()
+{
+    QTest::addColumn<QString>("edit");
+    QTest::addColumn<int>("amount");
+    // Along the middle row of a 40x9 picture whose left 20 columns are selected.
+    QTest::addColumn<QList<int>>("row");
+
+    QTest::newRow("grow") << "grow" << 1 << QList<int> { 255, 255, 255, 255, 255, 0 };
+    QTest::newRow("shrink") << "shrink" << 3 << QList<int> { 255, 0, 0, 0, 0, 0 };
+    QTest::newRow("feather") << "feather" << 6 << QList<int> { 255, 234, 191, 149, 106, 64 };
+    QTest::newRow("unite") << "unite" << 0 << QList<int> { 255, 255, 255, 255, 255, 255 };
+    QTest::newRow("subtract") << "subtract" << 0 << QList<int> { 255, 255, 0, 0, 0, 0 };
+}
+
+void TestPXHostInput::selectionEdits()
+{
+    QFETCH(QString, edit);
+    QFETCH(int, amount);
+    QFETCH(QList<int>, row);
+
+    QImage selection(40, 9, QImage::Format_Grayscale8);
+    selection.fill(0);
+    for (int y = 0; y < 9; ++y)
+        std::fill_n(selection.scanLine(y), 20, uchar(255));
+    // A second selection over columns 18 to 21.
+    QImage other(selection.size(), QImage::Format_Grayscale8);
+    other.fill(0);
+    for (int y = 0; y < 9; ++y)
+        std::fill_n(other.scanLine(y) + 18, 4, uchar(255));
+
+    QImage result;
+    if (edit == "grow")
+        result = PXSelectionMask::grown(selection, amount);
+    else if (edit == "shrink")
+        result = PXSelectionMask::shrunk(selection, amount);
+    else if (edit == "feather")
+        result = PXSelectionMask::feathered(selection, amount);
+    else if (edit == "unite")
+        result = PXSelectionMask::united(selection, other);
+    else
+        result = PXSelectionMask::subtracted(selection, other);
+    QList<int> middle;
+    for (int x = 16; x < 22; ++x)
+        middle.append(result.pixelColor(x, 4).red());
+    QCOMPARE(middle, row);
+
+    // The library's mask and back: transparent over the object.
+    const QImage mask = PXSelectionMask::toMask(result, Qt::red);
+    QCOMPARE(mask.pixel(0, 0), qRgba(0, 0, 0, 0));
+    QCOMPARE(mask.pixel(39, 8), qRgb(255, 0, 0));
+    QCOMPARE(PXSelectionMask::fromMask(mask), result);
+    QCOMPARE(PXSelectionMask::fromSaved(result.convertToFormat(QImage::Format_RGB32)), result);
 }
 
 QTEST_GUILESS_MAIN(TestPXHostInput)

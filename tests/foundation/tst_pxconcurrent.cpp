@@ -58,111 +58,78 @@ class TestPXConcurrent : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void cleanup();
-    // First, while the pool is fresh: later cases leave threads behind that
-    // can hide the hang.
-    void passesFromEveryPoolThreadFinish();
-    void mappedKeepsOrder();
-    void mainThreadAlwaysUsesPool();
-    void busyPoolRunsWorkerThreadsSequentially();
-    void inPlaceMapWorksBothWays();
-};
+    void cleanup() { PXConcurrent::maxRunningThreads = 3 * QThread::idealThreadCount(); }
 
-void TestPXConcurrent::cleanup()
-{
-    PXConcurrent::maxRunningThreads = 3 * QThread::idealThreadCount();
-}
-
-void TestPXConcurrent::mappedKeepsOrder()
-{
-    QCOMPARE(PXConcurrent::maxRunningThreads, 3 * QThread::idealThreadCount());
-    const MapRun run = runMaps();
-    QCOMPARE(run.mapped.size(), 50);
-    for (int i = 0; i < 50; ++i) {
-        QCOMPARE(run.mapped[i], 3 * i);
-        QCOMPARE(run.written[i], i * i);
+    // Regression: every pool thread starting a nested pass at once used to wait
+    // forever for slices no thread was left to run. First, while the pool is
+    // fresh: later cases leave threads behind that can hide the hang.
+    void passesFromEveryPoolThreadFinish()
+    {
+        QThreadPool* pool = QThreadPool::globalInstance();
+        const int threads = pool->maxThreadCount();
+        QSemaphore allRunning;
+        QList<QFuture<int>> tasks;
+        for (int t = 0; t < threads; ++t) {
+            tasks.append(QtConcurrent::run([&allRunning, threads] {
+                allRunning.release();
+                allRunning.acquire(threads); // every pool thread is busy now
+                allRunning.release(threads);
+                QList<int> inputs(64);
+                // Slow slices, so that no pass ends before the others have begun.
+                const QList<int> doubled = PXConcurrent::blockingMapped<QList<int>>(inputs,
+                    [](const int& value) {
+                        QThread::msleep(1);
+                        return value + 2;
+                    });
+                QList<int> outputs(64, 1);
+                PXConcurrent::blockingMap(outputs, [](int& value) {
+                    QThread::msleep(1);
+                    value *= 3;
+                });
+                return int(doubled.size() + outputs.count(3));
+            }));
+        }
+        for (QFuture<int>& task : tasks)
+            QCOMPARE(task.result(), 128);
+        QTRY_COMPARE(pool->activeThreadCount(), 0);
+        QCOMPARE(pool->maxThreadCount(), threads);
     }
-}
 
-void TestPXConcurrent::mainThreadAlwaysUsesPool()
-{
-    PXConcurrent::maxRunningThreads = 0;
-    QVERIFY(!PXConcurrent::runsSequentially());
-}
-
-void TestPXConcurrent::busyPoolRunsWorkerThreadsSequentially()
-{
-    PXConcurrent::maxRunningThreads = 0;
-    MapRun run;
-    QThread* worker = QThread::create([&run] { run = runMaps(); });
-    worker->start();
-    QVERIFY(worker->wait(10000));
-    QVERIFY(run.sequential);
-    QCOMPARE(run.threads, QSet<QThread*>({ worker }));
-    for (int i = 0; i < 50; ++i) {
-        QCOMPARE(run.mapped[i], 3 * i);
-        QCOMPARE(run.written[i], i * i);
+    void mappedKeepsOrder()
+    {
+        QCOMPARE(PXConcurrent::maxRunningThreads, 3 * QThread::idealThreadCount());
+        const MapRun run = runMaps();
+        QCOMPARE(run.mapped.size(), 50);
+        for (int i = 0; i < 50; ++i) {
+            QCOMPARE(run.mapped[i], 3 * i);
+            QCOMPARE(run.written[i], i * i);
+        }
     }
-    delete worker;
 
-    PXConcurrent::maxRunningThreads = 1000;
-    QThread* relaxed = QThread::create([&run] { run = runMaps(); });
-    relaxed->start();
-    QVERIFY(relaxed->wait(10000));
-    QVERIFY(!run.sequential);
-    delete relaxed;
-}
-
-void TestPXConcurrent::inPlaceMapWorksBothWays()
-{
-    // Elements that carry their own output keep it on either path.
-    for (int limit : { 1000, 0 }) {
-        PXConcurrent::maxRunningThreads = limit;
-        QList<QList<int>> histograms(4);
-        QThread* worker = QThread::create([&histograms] {
-            PXConcurrent::blockingMap(histograms, [](QList<int>& bins) { bins.append(7); });
-        });
+    void busyPoolRunsWorkerThreadsSequentially()
+    {
+        PXConcurrent::maxRunningThreads = 0;
+        QVERIFY(!PXConcurrent::runsSequentially()); // the main thread always uses the pool
+        MapRun run;
+        QThread* worker = QThread::create([&run] { run = runMaps(); });
         worker->start();
         QVERIFY(worker->wait(10000));
+        QVERIFY(run.sequential);
+        QCOMPARE(run.threads, QSet<QThread*>({ worker }));
+        for (int i = 0; i < 50; ++i) {
+            QCOMPARE(run.mapped[i], 3 * i);
+            QCOMPARE(run.written[i], i * i);
+        }
         delete worker;
-        for (const QList<int>& bins : histograms)
-            QCOMPARE(bins, QList<int>({ 7 }));
-    }
-}
 
-// Regression: every pool thread starting a nested pass at once used to wait
-// forever for slices no thread was left to run.
-void TestPXConcurrent::passesFromEveryPoolThreadFinish()
-{
-    QThreadPool* pool = QThreadPool::globalInstance();
-    const int threads = pool->maxThreadCount();
-    QSemaphore allRunning;
-    QList<QFuture<int>> tasks;
-    for (int t = 0; t < threads; ++t) {
-        tasks.append(QtConcurrent::run([&allRunning, threads] {
-            allRunning.release();
-            allRunning.acquire(threads); // every pool thread is busy now
-            allRunning.release(threads);
-            QList<int> inputs(64);
-            // Slow slices, so that no pass ends before the others have begun.
-            const QList<int> doubled = PXConcurrent::blockingMapped<QList<int>>(inputs,
-                [](const int& value) {
-                    QThread::msleep(1);
-                    return value + 2;
-                });
-            QList<int> outputs(64, 1);
-            PXConcurrent::blockingMap(outputs, [](int& value) {
-                QThread::msleep(1);
-                value *= 3;
-            });
-            return int(doubled.size() + outputs.count(3));
-        }));
+        PXConcurrent::maxRunningThreads = 1000;
+        QThread* relaxed = QThread::create([&run] { run = runMaps(); });
+        relaxed->start();
+        QVERIFY(relaxed->wait(10000));
+        QVERIFY(!run.sequential);
+        delete relaxed;
     }
-    for (QFuture<int>& task : tasks)
-        QCOMPARE(task.result(), 128);
-    QTRY_COMPARE(pool->activeThreadCount(), 0);
-    QCOMPARE(pool->maxThreadCount(), threads);
-}
+};
 
 QTEST_GUILESS_MAIN(TestPXConcurrent)
 #include "tst_pxconcurrent.moc"

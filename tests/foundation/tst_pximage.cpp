@@ -47,166 +47,138 @@ class TestPXImage : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void cleanup();
-    void convertsKnownColours();
-    void formats_data();
-    void formats();
-    void parallelMatchesReference_data();
-    void parallelMatchesReference();
-    void vectorKernelMatchesScalarForEveryColour();
-    void copiesShareAndKeepFileInfo();
-    void givenTwinIsKeptUnlessItDoesNotFit();
-    void badInputIsHarmless();
-};
+    void cleanup()
+    {
+        qunsetenv("PX_CORE_COUNT");
+        qunsetenv("PX_CPU_FEATURES");
+    }
 
-void TestPXImage::cleanup()
-{
-    qunsetenv("PX_CORE_COUNT");
-    qunsetenv("PX_CPU_FEATURES");
-}
+    void convertsKnownColours()
+    {
+        QImage photo(2, 1, QImage::Format_ARGB32);
+        photo.setPixel(0, 0, qRgba(255, 255, 255, 0));
+        photo.setPixel(1, 0, qRgba(0, 0, 0, 17));
+        const PXImage image(photo, QFileInfo(QStringLiteral("/photos/holiday.beach.png")));
+        const auto* pixels = reinterpret_cast<const quint32*>(image.imageYCbCr().constScanLine(0));
+        QCOMPARE(pixels[0], 0xFFFF8080u); // Cr 128, Cb 128, Y 255, A 255
+        QCOMPARE(pixels[1], 0xFF008080u);
+        QCOMPARE(image.name(), QStringLiteral("holiday"));
+    }
 
-void TestPXImage::convertsKnownColours()
-{
-    QImage photo(2, 1, QImage::Format_ARGB32);
-    photo.setPixel(0, 0, qRgba(255, 255, 255, 0));
-    photo.setPixel(1, 0, qRgba(0, 0, 0, 17));
-    const PXImage image(photo, QFileInfo(QStringLiteral("/photos/holiday.beach.png")));
-    const QImage ycbcr = image.imageYCbCr();
-    const auto* pixels = reinterpret_cast<const quint32*>(ycbcr.constScanLine(0));
-    QCOMPARE(pixels[0], 0xFFFF8080u); // Cr 128, Cb 128, Y 255, A 255
-    QCOMPARE(pixels[1], 0xFF008080u);
-    QCOMPARE(image.name(), QStringLiteral("holiday"));
-    QCOMPARE(image.size(), QSize(2, 1));
-    QCOMPARE(image.rect(), QRect(0, 0, 2, 1));
-}
+    void formats_data()
+    {
+        QTest::addColumn<int>("given");
+        QTest::addColumn<int>("kept");
+        QTest::newRow("RGB32") << int(QImage::Format_RGB32) << int(QImage::Format_RGB32);
+        QTest::newRow("premultiplied") << int(QImage::Format_ARGB32_Premultiplied)
+                                       << int(QImage::Format_ARGB32_Premultiplied);
+        QTest::newRow("RGB888") << int(QImage::Format_RGB888) << int(QImage::Format_ARGB32);
+        QTest::newRow("mono") << int(QImage::Format_Mono) << int(QImage::Format_ARGB32);
+        QTest::newRow("RGBA64") << int(QImage::Format_RGBA64) << int(QImage::Format_ARGB32);
+    }
+    void formats()
+    {
+        QFETCH(int, given);
+        QFETCH(int, kept);
+        QImage photo(5, 3, QImage::Format(given));
+        photo.fill(Qt::white);
+        const PXImage image(photo, QFileInfo());
+        QCOMPARE(int(image.imageRGB().format()), kept);
+        QCOMPARE(int(image.imageYCbCr().format()), kept);
+        const auto* pixels = reinterpret_cast<const quint32*>(image.imageYCbCr().constScanLine(2));
+        QCOMPARE(pixels[4], referencePixel(image.imageRGB().pixel(4, 2)));
+    }
 
-void TestPXImage::formats_data()
-{
-    QTest::addColumn<int>("given");
-    QTest::addColumn<int>("kept");
-    QTest::newRow("RGB32") << int(QImage::Format_RGB32) << int(QImage::Format_RGB32);
-    QTest::newRow("ARGB32") << int(QImage::Format_ARGB32) << int(QImage::Format_ARGB32);
-    QTest::newRow("premultiplied") << int(QImage::Format_ARGB32_Premultiplied)
-                                   << int(QImage::Format_ARGB32_Premultiplied);
-    QTest::newRow("RGB888") << int(QImage::Format_RGB888) << int(QImage::Format_ARGB32);
-    QTest::newRow("grey") << int(QImage::Format_Grayscale8) << int(QImage::Format_ARGB32);
-    QTest::newRow("mono") << int(QImage::Format_Mono) << int(QImage::Format_ARGB32);
-    QTest::newRow("RGBA64") << int(QImage::Format_RGBA64) << int(QImage::Format_ARGB32);
-}
-
-void TestPXImage::formats()
-{
-    QFETCH(int, given);
-    QFETCH(int, kept);
-    QImage photo(5, 3, QImage::Format(given));
-    photo.fill(Qt::white);
-    const PXImage image(photo, QFileInfo());
-    QCOMPARE(int(image.imageRGB().format()), kept);
-    QCOMPARE(int(image.imageYCbCr().format()), kept);
-    const auto* pixels = reinterpret_cast<const quint32*>(image.imageYCbCr().constScanLine(2));
-    QCOMPARE(pixels[4], referencePixel(image.imageRGB().pixel(4, 2)));
-}
-
-void TestPXImage::parallelMatchesReference_data()
-{
-    QTest::addColumn<int>("height");
-    QTest::addColumn<QByteArray>("cores");
-    QTest::addColumn<QByteArray>("features");
-    QTest::newRow("200 rows, calling thread") << 200 << QByteArray("2") << QByteArray();
-    QTest::newRow("201 rows, 2 blocks") << 201 << QByteArray("2") << QByteArray();
-    QTest::newRow("201 rows, 5 blocks") << 201 << QByteArray("5") << QByteArray();
-    QTest::newRow("201 rows, 1 block, scalar") << 201 << QByteArray("1") << QByteArray("none");
-    QTest::newRow("333 rows, 7 blocks, scalar") << 333 << QByteArray("7") << QByteArray("none");
-}
-
-void TestPXImage::parallelMatchesReference()
-{
-    QFETCH(int, height);
-    QFETCH(QByteArray, cores);
-    QFETCH(QByteArray, features);
-    qputenv("PX_CORE_COUNT", cores);
-    if (!features.isEmpty())
-        qputenv("PX_CPU_FEATURES", features);
-    // 37 columns: a tail the 4-pixel vector loop leaves to the scalar code.
-    const QImage photo = randomPhoto(37, height, QImage::Format_ARGB32, quint32(height));
-    const QImage ycbcr = PXImage(photo, QFileInfo()).imageYCbCr();
-    for (int y = 0; y < height; ++y) {
-        const auto* source = reinterpret_cast<const quint32*>(photo.constScanLine(y));
-        const auto* converted = reinterpret_cast<const quint32*>(ycbcr.constScanLine(y));
-        for (int x = 0; x < photo.width(); ++x) {
-            if (converted[x] != referencePixel(source[x]))
-                QFAIL(qPrintable(QStringLiteral("pixel (%1, %2) differs").arg(x).arg(y)));
+    void parallelMatchesReference_data()
+    {
+        QTest::addColumn<int>("height");
+        QTest::addColumn<QByteArray>("cores");
+        QTest::addColumn<QByteArray>("features");
+        QTest::newRow("200 rows, calling thread") << 200 << QByteArray("2") << QByteArray();
+        QTest::newRow("201 rows, 5 blocks") << 201 << QByteArray("5") << QByteArray();
+        QTest::newRow("333 rows, 7 blocks, scalar") << 333 << QByteArray("7") << QByteArray("none");
+    }
+    void parallelMatchesReference()
+    {
+        QFETCH(int, height);
+        QFETCH(QByteArray, cores);
+        QFETCH(QByteArray, features);
+        qputenv("PX_CORE_COUNT", cores);
+        if (!features.isEmpty())
+            qputenv("PX_CPU_FEATURES", features);
+        // 37 columns: a tail the 4-pixel vector loop leaves to the scalar code.
+        const QImage photo = randomPhoto(37, height, QImage::Format_ARGB32, quint32(height));
+        const QImage ycbcr = PXImage(photo, QFileInfo()).imageYCbCr();
+        for (int y = 0; y < height; ++y) {
+            const auto* source = reinterpret_cast<const quint32*>(photo.constScanLine(y));
+            const auto* converted = reinterpret_cast<const quint32*>(ycbcr.constScanLine(y));
+            for (int x = 0; x < photo.width(); ++x) {
+                if (converted[x] != referencePixel(source[x]))
+                    QFAIL(qPrintable(QStringLiteral("pixel (%1, %2) differs").arg(x).arg(y)));
+            }
         }
     }
-}
 
-void TestPXImage::vectorKernelMatchesScalarForEveryColour()
-{
-    const QImage photo = everyColour();
-    const QImage fast = PXImage(photo, QFileInfo()).imageYCbCr();
-    qputenv("PX_CPU_FEATURES", "none");
-    const QImage scalar = PXImage(photo, QFileInfo()).imageYCbCr();
-    QVERIFY(fast == scalar);
-}
+    void vectorKernelMatchesScalarForEveryColour()
+    {
+        const QImage photo = everyColour();
+        const QImage fast = PXImage(photo, QFileInfo()).imageYCbCr();
+        qputenv("PX_CPU_FEATURES", "none");
+        const QImage scalar = PXImage(photo, QFileInfo()).imageYCbCr();
+        QVERIFY(fast == scalar);
+    }
 
-void TestPXImage::copiesShareAndKeepFileInfo()
-{
-    const PXImage original(randomPhoto(8, 8, QImage::Format_RGB32, 1), QFileInfo(QStringLiteral("a/b.jpg")));
-    PXImage copy(original);
-    QCOMPARE(copy.imageYCbCr().constBits(), original.imageYCbCr().constBits());
-    QCOMPARE(copy.name(), QStringLiteral("b"));
+    void copiesShareAndKeepFileInfo()
+    {
+        const PXImage original(randomPhoto(8, 8, QImage::Format_RGB32, 1), QFileInfo(QStringLiteral("a/b.jpg")));
+        PXImage assigned;
+        assigned = original;
+        PXImage& self = assigned;
+        assigned = self;
+        for (const PXImage& copy : { PXImage(original), assigned }) {
+            QCOMPARE(copy.imageYCbCr().constBits(), original.imageYCbCr().constBits());
+            QCOMPARE(copy.name(), QStringLiteral("b"));
+        }
+    }
 
-    PXImage assigned;
-    QVERIFY(assigned.imageRGB().isNull());
-    assigned = original;
-    QCOMPARE(assigned.imageRGB().constBits(), original.imageRGB().constBits());
-    QCOMPARE(assigned.name(), QStringLiteral("b"));
-    PXImage& self = assigned;
-    assigned = self;
-    QCOMPARE(assigned.name(), QStringLiteral("b"));
-}
+    void givenTwinIsKeptUnlessItDoesNotFit()
+    {
+        const QImage photo = randomPhoto(6, 4, QImage::Format_ARGB32, 2);
+        QImage marker(6, 4, QImage::Format_ARGB32);
+        marker.fill(0x12345678u);
+        QCOMPARE(PXImage(photo, marker, QFileInfo()).imageYCbCr(), marker);
 
-void TestPXImage::givenTwinIsKeptUnlessItDoesNotFit()
-{
-    const QImage photo = randomPhoto(6, 4, QImage::Format_ARGB32, 2);
-    QImage marker(6, 4, QImage::Format_ARGB32);
-    marker.fill(0x12345678u);
-    QCOMPARE(PXImage(photo, marker, QFileInfo()).imageYCbCr(), marker);
+        const QImage expected = PXImage(photo, QFileInfo()).imageYCbCr();
+        QCOMPARE(PXImage(photo, QImage(5, 4, QImage::Format_ARGB32), QFileInfo()).imageYCbCr(), expected);
+        QCOMPARE(PXImage(photo, QImage(6, 4, QImage::Format_Grayscale8), QFileInfo()).imageYCbCr(), expected);
+    }
 
-    const QImage expected = PXImage(photo, QFileInfo()).imageYCbCr();
-    QCOMPARE(PXImage(photo, QImage(5, 4, QImage::Format_ARGB32), QFileInfo()).imageYCbCr(), expected);
-    QCOMPARE(PXImage(photo, QImage(6, 4, QImage::Format_Grayscale8), QFileInfo()).imageYCbCr(), expected);
-}
+    void badInputIsHarmless()
+    {
+        const PXImage null { QImage(), QFileInfo() };
+        QVERIFY(null.imageYCbCr().isNull());
+        QCOMPARE(null.width(), 0);
 
-void TestPXImage::badInputIsHarmless()
-{
-    const PXImage null { QImage(), QFileInfo() };
-    QVERIFY(null.imageRGB().isNull());
-    QVERIFY(null.imageYCbCr().isNull());
-    QCOMPARE(null.width(), 0);
+        // Rows outside the image and mismatched images are skipped.
+        const QImage rgb = randomPhoto(4, 4, QImage::Format_ARGB32, 4);
+        QImage ycbcr(4, 4, QImage::Format_ARGB32);
+        ycbcr.fill(0);
+        null.mapBlock(PXIntRange(-5, 100), rgb, ycbcr);
+        QCOMPARE(ycbcr, PXImage(rgb, QFileInfo()).imageYCbCr());
+        QImage small(2, 2, QImage::Format_ARGB32);
+        small.fill(0);
+        null.mapBlock(PXIntRange(0, 3), rgb, small);
+        QCOMPARE(small.pixel(1, 1), 0u);
 
-    const PXImage single(randomPhoto(1, 1, QImage::Format_ARGB32, 3), QFileInfo());
-    QCOMPARE(single.imageYCbCr().size(), QSize(1, 1));
-
-    // Rows outside the image and mismatched images are skipped.
-    const QImage rgb = randomPhoto(4, 4, QImage::Format_ARGB32, 4);
-    QImage ycbcr(4, 4, QImage::Format_ARGB32);
-    ycbcr.fill(0);
-    single.mapBlock(PXIntRange(-5, 100), rgb, ycbcr);
-    QCOMPARE(ycbcr, PXImage(rgb, QFileInfo()).imageYCbCr());
-    QImage small(2, 2, QImage::Format_ARGB32);
-    small.fill(0);
-    single.mapBlock(PXIntRange(0, 3), rgb, small);
-    QCOMPARE(small.pixel(1, 1), 0u);
-
-    // A shared target is detached before it is written.
-    QImage shared(4, 4, QImage::Format_ARGB32);
-    shared.fill(0);
-    const QImage other = shared;
-    single.mapBlock(PXIntRange(0, 3), rgb, shared);
-    QCOMPARE(other.pixel(0, 0), 0u);
-    QVERIFY(shared.pixel(0, 0) != 0u);
-}
+        // A shared target is detached before it is written.
+        QImage shared(4, 4, QImage::Format_ARGB32);
+        shared.fill(0);
+        const QImage other = shared;
+        null.mapBlock(PXIntRange(0, 3), rgb, shared);
+        QCOMPARE(other.pixel(0, 0), 0u);
+        QVERIFY(shared.pixel(0, 0) != 0u);
+    }
+};
 
 QTEST_GUILESS_MAIN(TestPXImage)
 #include "tst_pximage.moc"

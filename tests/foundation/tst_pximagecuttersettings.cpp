@@ -16,7 +16,6 @@ private Q_SLOTS:
     void valuesPersist();
     void unchangedValuesWriteNothing();
     void storedNonColourBecomesInvalid();
-    void singletonIsOneInstance();
 
 private:
     QString iniPath() const { return m_dir->filePath(QStringLiteral("settings.ini")); }
@@ -98,14 +97,6 @@ void TestPXImageCutterSettings::storedNonColourBecomesInvalid()
     QCOMPARE(colours[0], QColor(1, 2, 3));
     QCOMPARE(colours[1], QColor(0, 255, 0));
     QVERIFY(!colours[2].isValid());
-}
-
-void TestPXImageCutterSettings::singletonIsOneInstance()
-{
-    PXImageCutterSettings* settings = PXSingleton<PXImageCutterSettings>::instance();
-    QVERIFY(settings);
-    QCOMPARE(PXSingleton<PXImageCutterSettings>::instance(), settings);
-    QVERIFY(!settings->parent());
 }
 
 QTEST_MAIN(TestPXImageCutterSettings)

@@ -52,13 +52,10 @@ private Q_SLOTS:
 
     void candidateTenPercentRule_data();
     void candidateTenPercentRule();
-    void graphOfTwoLabels();
-    void graphOfThreeLabels_data();
-    void graphOfThreeLabels();
-    void minimumClusterSize_data();
-    void minimumClusterSize();
-    void colourLimits_data();
-    void colourLimits();
+    void graph_data();
+    void graph();
+    void merging_data();
+    void merging();
     void secondPassKeepsLargeClustersApart();
     void runRelabelsAndRebuildsClusters();
     void outOfRangeLabelsAreIgnored();
@@ -89,53 +86,30 @@ void TestRegionGrowing::candidateTenPercentRule()
     QCOMPARE(candidate.normalizedAverageEdgeStrength(), strength);
 }
 
-// Each side of the boundary samples its own pixels; the last row (strength
-// 200) lies outside the scanned part of the lasso rectangle.
-void TestRegionGrowing::graphOfTwoLabels()
+void TestRegionGrowing::graph_data()
 {
-    const QImage labels = labelImage({
+    QTest::addColumn<QImage>("labels");
+    QTest::addColumn<QImage>("edges");
+    QTest::addColumn<QByteArray>("cores");
+    QTest::addColumn<EdgeMap>("expected");
+
+    // Each side of the boundary samples its own pixels; the last row
+    // (strength 200) lies outside the scanned part of the lasso rectangle.
+    QTest::newRow("two labels") << labelImage({
         {1, 1, 1, 2, 2, 2},
         {1, 1, 1, 2, 2, 2},
         {1, 1, 1, 2, 2, 2},
         {1, 1, 1, 2, 2, 2},
-    });
-    const QImage edges = edgeImage({
+    }) << edgeImage({
         {0, 0, 10, 0, 0, 0},
         {0, 0, 20, 0, 0, 0},
         {0, 0, 30, 9, 0, 0},
         {0, 0, 200, 200, 0, 0},
-    });
-    const QList<PXSuperPixel> records{superPixel(0, 0, 0, 1), superPixel(100, 120, 130, 12),
-        superPixel(90, 125, 140, 12)};
-    std::unique_ptr<PXImage> image(workingImage(labels.size()));
-    PXRegionGrowing growing;
-    growing.setup(image.get(), rectPath(QRectF(0, 0, 6, 4)), edges, 3.0);
-    growing.setClusterData(records, labels);
-    growing.createGraph();
+    }) << QByteArray("1") << EdgeMap{{{1, 2}, 20.0}, {{2, 1}, 9.0}};
 
-    const QList<PXRegionGrowingEdge> graph = growing.edges();
-    QCOMPARE(graph.size(), 2);
-    QCOMPARE(edgeMap(graph), (EdgeMap{{{1, 2}, 20.0}, {{2, 1}, 9.0}}));
-    for (const PXRegionGrowingEdge& edge : graph)
-        QCOMPARE(edge.colorDifference(), PXYCbCr(10, 5, 10));
-}
-
-void TestRegionGrowing::graphOfThreeLabels_data()
-{
-    QTest::addColumn<QByteArray>("cores");
-    QTest::newRow("1 core") << QByteArray("1");
-    QTest::newRow("2 cores") << QByteArray("2");
-    QTest::newRow("3 cores") << QByteArray("3");
-    QTest::newRow("more cores than labels") << QByteArray("9");
-}
-
-// Labels 0 and -1 are neither visited nor neighbours; the last row and column
-// of the lasso rectangle are never visited (their strength 250 would show),
-// though they are seen as neighbours.
-void TestRegionGrowing::graphOfThreeLabels()
-{
-    QFETCH(QByteArray, cores);
-    qputenv("PX_CORE_COUNT", cores);
+    // Labels 0 and -1 are neither visited nor neighbours; the last row and
+    // column are never visited (their strength 250 would show), though they
+    // are seen as neighbours. More cores than labels still cover them all.
     const QImage labels = labelImage({
         {1, 1, 2, 2, 2},
         {1, 1, 2, 2, 2},
@@ -150,51 +124,81 @@ void TestRegionGrowing::graphOfThreeLabels()
         {30, 30, 0, 0, 250},
         {250, 250, 250, 250, 250},
     });
-    const QList<PXSuperPixel> records{superPixel(0, 0, 0, 1), superPixel(10, 10, 10, 5),
-        superPixel(20, 20, 20, 5), superPixel(30, 30, 30, 5)};
-    std::unique_ptr<PXImage> image(workingImage(labels.size()));
-    PXRegionGrowing growing;
-    growing.setup(image.get(), rectPath(QRectF(0, 0, 5, 5)), edges, 0.0);
-    growing.setClusterData(records, labels);
-    growing.createGraph();
-
     const EdgeMap expected{{{1, 2}, 10.0}, {{1, 3}, 10.0}, {{2, 1}, 20.0}, {{2, 3}, 20.0},
         {{3, 1}, 30.0}, {{3, 2}, 30.0}};
+    for (const char* cores : {"1", "2", "3", "9"})
+        QTest::newRow(QByteArray("three labels, ") + cores + " cores") << labels << edges << QByteArray(cores)
+                                                                     << expected;
+}
+
+void TestRegionGrowing::graph()
+{
+    QFETCH(QImage, labels);
+    QFETCH(QImage, edges);
+    QFETCH(QByteArray, cores);
+    QFETCH(EdgeMap, expected);
+    qputenv("PX_CORE_COUNT", cores);
+    QList<PXSuperPixel> records{superPixel(0, 0, 0, 1)};
+    for (int label = 1; label <= 3; ++label)
+        records.append(superPixel(10 * label, 10 * label, 10 * label, 5));
+    std::unique_ptr<PXImage> image(workingImage(labels.size()));
+    PXRegionGrowing growing;
+    growing.setup(image.get(), rectPath(QRectF(QPointF(0, 0), labels.size())), edges, 0.0);
+    growing.setClusterData(records, labels);
+    growing.createGraph();
     QCOMPARE(growing.edges().size(), expected.size());
     QCOMPARE(edgeMap(growing.edges()), expected);
 }
 
-// Cluster 1 of the given size borders a cluster of 1000 pixels along a
-// boundary of the given strength; their colours differ too much for the first
-// pass, so only the minimum size can merge them.
-void TestRegionGrowing::minimumClusterSize_data()
+// Cluster 1 (colour 100/100/100) borders cluster 2 (1000 pixels) along a
+// boundary of uniform strength: the first pass merges by colour and strength,
+// the second by the minimum size.
+void TestRegionGrowing::merging_data()
 {
     QTest::addColumn<QSize>("photo");
     QTest::addColumn<int>("pixels");
+    QTest::addColumn<QList<int>>("colour");
     QTest::addColumn<int>("strength");
     QTest::addColumn<double>("threshold");
     QTest::addColumn<bool>("merged");
+    const auto row = [](const char* name, QSize photo, int pixels, const QList<int>& colour,
+                         int strength, double threshold, bool merged) {
+        QTest::newRow(name) << photo << pixels << colour << strength << threshold << merged;
+    };
 
-    // 200 x 200 gives 8, raised to 25.
-    QTest::newRow("40000: 24 px") << QSize(200, 200) << 24 << 0 << 0.0 << true;
-    QTest::newRow("40000: 25 px") << QSize(200, 200) << 25 << 0 << 0.0 << false;
-    QTest::newRow("100000: 24 px") << QSize(400, 250) << 24 << 0 << 0.0 << true;
-    QTest::newRow("100000: 25 px") << QSize(400, 250) << 25 << 0 << 0.0 << false;
-    QTest::newRow("1000000: 199 px") << QSize(1000, 1000) << 199 << 0 << 0.0 << true;
-    QTest::newRow("1000000: 200 px") << QSize(1000, 1000) << 200 << 0 << 0.0 << false;
-    QTest::newRow("4000000: 399 px") << QSize(2000, 2000) << 399 << 0 << 0.0 << true;
-    QTest::newRow("4000000: 400 px") << QSize(2000, 2000) << 400 << 0 << 0.0 << false;
+    // Too far apart in colour for the first pass; 200 x 200 gives a minimum
+    // of 8, raised to 25.
+    const QList<int> far = {200, 100, 100};
+    row("40000: 24 px", {200, 200}, 24, far, 0, 0.0, true);
+    row("40000: 25 px", {200, 200}, 25, far, 0, 0.0, false);
+    row("100000: 24 px", {400, 250}, 24, far, 0, 0.0, true);
+    row("100000: 25 px", {400, 250}, 25, far, 0, 0.0, false);
+    row("1000000: 199 px", {1000, 1000}, 199, far, 0, 0.0, true);
+    row("1000000: 200 px", {1000, 1000}, 200, far, 0, 0.0, false);
+    row("4000000: 399 px", {2000, 2000}, 399, far, 0, 0.0, true);
+    row("4000000: 400 px", {2000, 2000}, 400, far, 0, 0.0, false);
     // Strength below max(1, threshold) defers; at or above it two clusters of
     // at least 25 pixels stay apart.
-    QTest::newRow("threshold 0: strength 1 stays") << QSize(1000, 1000) << 30 << 1 << 0.0 << false;
-    QTest::newRow("threshold 2: strength 1 defers") << QSize(1000, 1000) << 30 << 1 << 2.0 << true;
-    QTest::newRow("strength above kLow, 24 px") << QSize(1000, 1000) << 24 << 9 << 2.0 << true;
+    row("threshold 0: strength 1 stays", {1000, 1000}, 30, far, 1, 0.0, false);
+    row("threshold 2: strength 1 defers", {1000, 1000}, 30, far, 1, 2.0, true);
+    row("strength above kLow, 24 px", {1000, 1000}, 24, far, 9, 2.0, true);
+
+    // Both large: only the first pass can merge them.
+    row("4/7/7 merges", {5, 3}, 500, {104, 93, 107}, 0, 0.0, true);
+    row("luminance 5 blocks", {5, 3}, 500, {105, 100, 100}, 0, 0.0, false);
+    row("cb 8 blocks", {5, 3}, 500, {100, 92, 100}, 0, 0.0, false);
+    row("cr 8 blocks", {5, 3}, 500, {100, 100, 108}, 0, 0.0, false);
+    row("strength 4 below 5", {5, 3}, 500, {100, 100, 100}, 4, 0.0, true);
+    row("strength 5 not below 5", {5, 3}, 500, {100, 100, 100}, 5, 3.0, false);
+    row("threshold raises the limit", {5, 3}, 500, {100, 100, 100}, 9, 10.0, true);
+    row("strength at threshold", {5, 3}, 500, {100, 100, 100}, 10, 10.0, false);
 }
 
-void TestRegionGrowing::minimumClusterSize()
+void TestRegionGrowing::merging()
 {
     QFETCH(QSize, photo);
     QFETCH(int, pixels);
+    QFETCH(QList<int>, colour);
     QFETCH(int, strength);
     QFETCH(double, threshold);
     QFETCH(bool, merged);
@@ -203,8 +207,8 @@ void TestRegionGrowing::minimumClusterSize()
     PXRegionGrowing growing;
     growing.setup(image.get(), rectPath(QRectF(0, 0, 5, 3)), uniformEdgeImage(labels.size(), strength),
         threshold);
-    growing.setClusterData({superPixel(0, 0, 0, 1), superPixel(50, 100, 100, pixels),
-                               superPixel(150, 100, 100, 1000)},
+    growing.setClusterData({superPixel(0, 0, 0, 1), superPixel(100, 100, 100, pixels),
+                               superPixel(colour.at(0), colour.at(1), colour.at(2), 1000)},
         labels);
     growing.createGraph();
     growing.segmentGraph();
@@ -212,47 +216,6 @@ void TestRegionGrowing::minimumClusterSize()
     QCOMPARE(growing.numberOfClusters(), merged ? 2 : 3);
     if (merged)
         QCOMPARE(growing.size(growing.findParent(1)), pixels + 1000);
-}
-
-void TestRegionGrowing::colourLimits_data()
-{
-    QTest::addColumn<int>("luminance");
-    QTest::addColumn<int>("cb");
-    QTest::addColumn<int>("cr");
-    QTest::addColumn<int>("strength");
-    QTest::addColumn<double>("threshold");
-    QTest::addColumn<bool>("merged");
-
-    QTest::newRow("4/7/7 merges") << 4 << 7 << 7 << 0 << 0.0 << true;
-    QTest::newRow("luminance 5 blocks") << 5 << 0 << 0 << 0 << 0.0 << false;
-    QTest::newRow("cb 8 blocks") << 0 << 8 << 0 << 0 << 0.0 << false;
-    QTest::newRow("cr 8 blocks") << 0 << 0 << 8 << 0 << 0.0 << false;
-    QTest::newRow("strength 4 below 5") << 0 << 0 << 0 << 4 << 0.0 << true;
-    QTest::newRow("strength 5 not below 5") << 0 << 0 << 0 << 5 << 3.0 << false;
-    QTest::newRow("threshold raises the limit") << 0 << 0 << 0 << 9 << 10.0 << true;
-    QTest::newRow("strength at threshold") << 0 << 0 << 0 << 10 << 10.0 << false;
-}
-
-// Both clusters are large, so only the first pass can merge them.
-void TestRegionGrowing::colourLimits()
-{
-    QFETCH(int, luminance);
-    QFETCH(int, cb);
-    QFETCH(int, cr);
-    QFETCH(int, strength);
-    QFETCH(double, threshold);
-    QFETCH(bool, merged);
-    const QImage labels = twoClusterLabels();
-    std::unique_ptr<PXImage> image(workingImage(labels.size()));
-    PXRegionGrowing growing;
-    growing.setup(image.get(), rectPath(QRectF(0, 0, 5, 3)), uniformEdgeImage(labels.size(), strength),
-        threshold);
-    growing.setClusterData({superPixel(0, 0, 0, 1), superPixel(100, 100, 100, 500),
-                               superPixel(100 + luminance, 100 - cb, 100 + cr, 500)},
-        labels);
-    growing.createGraph();
-    growing.segmentGraph();
-    QCOMPARE(growing.findParent(1) == growing.findParent(2), merged);
 }
 
 // B | A | C with A small: A joins B along the weaker boundary first, and the

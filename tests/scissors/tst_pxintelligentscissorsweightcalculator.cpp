@@ -9,7 +9,6 @@
 using WC = PXIntelligentScissorsWeightCalculator;
 using Bytes = QList<int>;
 
-
 namespace {
 
 const WC::PixelReductionMethod Copy = static_cast<WC::PixelReductionMethod>(1);
@@ -134,17 +133,6 @@ private slots:
         const unsigned int bytesPerPixel = format == WC::Xrgb32 ? 4 : 1;
         QCOMPARE(costMap(pixels, width, height, static_cast<WC::DataFormat>(format), width * bytesPerPixel, settings),
             costs);
-    }
-
-    void borderWindows()
-    {
-        const unsigned char row[3] = {100, 100, 100};
-        const unsigned char* rows[3] = {row, row, row};
-        QCOMPARE(PXScissors::SobelFilterCB(rows, 2, 2, 0, 0, nullptr), 161u);
-        QCOMPARE(PXScissors::SobelFilterCB(rows, 3, 2, 1, 0, nullptr), 166u);
-        QCOMPARE(PXScissors::SobelFilterCB(rows, 2, 3, 1, 1, nullptr), 166u);
-        QCOMPARE(PXScissors::SobelFilterCB(rows, 2, 2, 1, 1, nullptr), 161u);
-        QCOMPARE(PXScissors::SobelFilterCB(rows, 3, 0, 1, 0, nullptr), 255u);
     }
 
     // Every kernel set gives the bytes of the scalar reference.
@@ -292,15 +280,9 @@ private slots:
         QCOMPARE(calculator.margin(), 1u);
         QVERIFY(calculator.isExecuting());
         calculator.calculateRegion(0, 0, 100);
-        for (unsigned int y = 0; y < 5; ++y) {
-            for (unsigned int x = 0; x < 5; ++x) {
-                unsigned char cost;
-                QVERIFY(calculator.get(x, y, &cost));
-            }
-        }
         unsigned char cost;
         QVERIFY(calculator.get(2, 2, &cost));
-        QCOMPARE(cost, static_cast<unsigned char>(255));
+        QCOMPARE(cost, static_cast<unsigned char>(255)); // Sobel of a flat image
     }
 
     // Readers never stay blocked: not across stop(), not without a thread.

@@ -1,10 +1,14 @@
-// The refinement tools on a crafted segmentation: clicker, paint selection,
-// scribble, hover, the brush query and the undo of a gesture.
+// Refinement, mask and undo requests as a host sends them: what runs on the
+// controller thread, what is emitted, and requests that meet a busy thread.
 
+#include "PXUndoCommandSegmentation.h"
 #include "PXUndoController.h"
 #include "SegmentationTestSupport.h"
 
+#include <QScopeGuard>
+#include <QSemaphore>
 #include <QUndoStack>
+#include <QtConcurrent/QtConcurrentRun>
 
 namespace {
 
@@ -19,104 +23,81 @@ class TestSegmentationRefinement : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void clickTogglesOneSuperpixel_data();
-    void clickTogglesOneSuperpixel();
-    void strokeChangesTheMask_data();
-    void strokeChangesTheMask();
+    void requestReachesTheSelection_data();
+    void requestReachesTheSelection();
     void strokesQueuedWhileBusyAreUnitedInOnePass();
     void gestureIsUndoneAndRedoneAsOneCommand();
-    void hoverPreviewsWithoutChangingTheMask_data();
-    void hoverPreviewsWithoutChangingTheMask();
-    void brushFindsLabelsWithinTruncatedDistance_data();
-    void brushFindsLabelsWithinTruncatedDistance();
+    void invertMaskWhileBusyFlipsOnlyTheFlag();
+    void synchronousInversionEmitsNothing();
+    void smoothMaskIsOneBitBlurred();
+    void undoCommandSkipsItsFirstRedo();
 };
 
-void TestSegmentationRefinement::clickTogglesOneSuperpixel_data()
+void TestSegmentationRefinement::requestReachesTheSelection_data()
 {
-    QTest::addColumn<QPointF>("position");
-    QTest::addColumn<QSet<int>>("background");
-    QTest::addColumn<int>("label");
+    QTest::addColumn<QString>("request");
+    QTest::addColumn<QStringList>("log");
     QTest::addColumn<QSet<int>>("object");
-
-    const QSet<int> rest = {5, 6};
-    QTest::newRow("object to background") << QPointF(2, 2) << rest << 1 << QSet<int>{2, 3, 4};
-    QTest::newRow("background to object") << QPointF(1, 9) << rest << 5
-                                          << QSet<int>{1, 2, 3, 4, 5};
-    QTest::newRow("in neither set") << QPointF(6, 10) << QSet<int>{5} << 6
-                                    << QSet<int>{1, 2, 3, 4, 6};
-    QTest::newRow("far outside, clamped") << QPointF(-1e12, -50) << rest << 1 << QSet<int>{2, 3, 4};
-    QTest::newRow("3.5 rounds to 4") << QPointF(3.5, 7.5) << rest << 6 << QSet<int>{1, 2, 3, 4, 6};
-    QTest::newRow("NaN") << QPointF(qQNaN(), 0) << rest << 2 << QSet<int>{1, 3, 4};
-}
-
-void TestSegmentationRefinement::clickTogglesOneSuperpixel()
-{
-    QFETCH(QPointF, position);
-    QFETCH(QSet<int>, background);
-    QFETCH(int, label);
-    QFETCH(QSet<int>, object);
-
-    Host host;
-    host.craft(myLabels, myObject, background);
-    QCOMPARE(host.controller.pointsOfSuperpixel(position), pointsOfLabels(myLabels).at(label));
-    host.controller.startThreadWithClicker(position);
-    host.settle();
-
-    QCOMPARE(host.object(), object);
-    QCOMPARE(host.controller.maskForeground(), maskOf(myLabels, object));
-    QCOMPARE(host.masks.count(), 0);
-}
-
-void TestSegmentationRefinement::strokeChangesTheMask_data()
-{
-    QTest::addColumn<bool>("scribble");
-    QTest::addColumn<QPainterPath>("stroke");
-    QTest::addColumn<bool>("isForeground");
-    QTest::addColumn<QSet<int>>("object");
+    QTest::addColumn<QImage>("emitted");
     QTest::addColumn<QImage>("mask");
 
-    // A stroke's last row and column are not read: a 2 x 2 square reads one pixel.
-    QTest::newRow("one pixel moves its superpixel") << false << square(1, 1, 2) << false
-                                                    << QSet<int>{2, 3, 4} << maskOf(myLabels, {2, 3, 4});
-    QTest::newRow("across two superpixels") << false << square(2, 9, 4) << true
-                                            << QSet<int>{1, 2, 3, 4, 5, 6}
-                                            << maskOf(myLabels, {1, 2, 3, 4, 5, 6});
-    QPainterPath topRows;
-    topRows.addRect(0, 0, 8, 5);
-    QTest::newRow("row 4 painted but not read") << false << topRows << false << QSet<int>{3, 4}
-                                                << maskOf(myLabels, {3, 4});
-    QTest::newRow("outside the photo") << false << square(40, 40, 5) << false << myObject
-                                       << maskOf(myLabels, myObject);
+    const QStringList started = {"SEG:StartingThread", "SEG:RunningThread"};
+    QTest::newRow("paint") << "paint" << started + QStringList{"SEG:CutIS"} << QSet<int>{2, 3, 4}
+                           << maskOf(myLabels, {2, 3, 4}) << maskOf(myLabels, {2, 3, 4});
     QImage scribbled = maskOf(myLabels, myObject);
-    for (const QPoint& pixel : {QPoint(1, 9), QPoint(2, 9), QPoint(1, 10), QPoint(2, 10)})
-        scribbled.setPixel(pixel, 0);
-    QTest::newRow("scribble keeps the sets") << true << square(1, 9, 2) << true << myObject
-                                             << scribbled;
+    scribbled.setPixel(1, 1, myMaskColour);
+    QTest::newRow("scribble") << "scribble" << started + QStringList{"SEG:CutS"} << myObject
+                              << scribbled << scribbled;
+    QTest::newRow("hover") << "hover" << started << myObject << maskOf(myLabels, {1, 2, 3, 4, 5})
+                           << maskOf(myLabels, myObject);
+    // The clicker runs on the pool and emits nothing.
+    QTest::newRow("click") << "click" << QStringList() << QSet<int>{2, 3, 4} << QImage()
+                           << maskOf(myLabels, {2, 3, 4});
+    QTest::newRow("translucent red is painted opaque") << "red" << started << myObject << QImage()
+                                                       << QImage();
+    QTest::newRow("only the alpha differs") << "alpha" << QStringList() << myObject << QImage()
+                                            << maskOf(myLabels, myObject);
+    QTest::newRow("invert") << "invert" << started << QSet<int>{5, 6} << maskOf(myLabels, {5, 6})
+                            << maskOf(myLabels, {5, 6});
 }
 
-void TestSegmentationRefinement::strokeChangesTheMask()
+void TestSegmentationRefinement::requestReachesTheSelection()
 {
-    QFETCH(bool, scribble);
-    QFETCH(QPainterPath, stroke);
-    QFETCH(bool, isForeground);
+    QFETCH(QString, request);
+    QFETCH(QStringList, log);
     QFETCH(QSet<int>, object);
+    QFETCH(QImage, emitted);
     QFETCH(QImage, mask);
 
     Host host;
     host.craft(myLabels, myObject);
-    if (scribble)
-        host.controller.startThreadWithScribble(stroke, isForeground, false);
+    if (request == "paint")
+        host.controller.startThreadWithPaintSelection(square(1, 1, 2), false, false);
+    else if (request == "scribble")
+        host.controller.startThreadWithScribble(square(1, 1, 1), false, false);
+    else if (request == "hover")
+        host.controller.startThreadWithPaintSelectionHover({5}, true);
+    else if (request == "click")
+        host.controller.startThreadWithClicker(QPointF(2, 2));
+    else if (request == "red")
+        host.controller.setMaskColor(QColor(255, 0, 0, 40));
+    else if (request == "alpha")
+        host.controller.setMaskColor(QColor(0, 0, 0, 10));
     else
-        host.controller.startThreadWithPaintSelection(stroke, isForeground, false);
-    QVERIFY(host.masks.wait());
+        host.controller.invertMask();
     host.settle();
 
-    QCOMPARE(host.masks.count(), 1);
+    QCOMPARE(segLog(), log);
     QCOMPARE(host.object(), object);
-    QCOMPARE(host.lastMask(), mask);
-    QCOMPARE(host.controller.lastPath(), scribble ? QPainterPath() : stroke);
-    QCOMPARE(segLog(), (QStringList{"SEG:StartingThread", "SEG:RunningThread",
-                                    scribble ? "SEG:CutS" : "SEG:CutIS"}));
+    QCOMPARE(host.masks.count(), log.isEmpty() ? 0 : 1);
+    if (request == "red") {
+        QCOMPARE(host.lastMask().pixel(1, 9), qRgb(255, 0, 0));
+        QCOMPARE(host.lastMask().pixel(1, 1), 0u);
+        return;
+    }
+    if (!emitted.isNull())
+        QCOMPARE(host.lastMask(), emitted);
+    QCOMPARE(host.controller.maskForeground(), mask);
 }
 
 void TestSegmentationRefinement::strokesQueuedWhileBusyAreUnitedInOnePass()
@@ -183,65 +164,104 @@ void TestSegmentationRefinement::gestureIsUndoneAndRedoneAsOneCommand()
     stack->clear();
 }
 
-void TestSegmentationRefinement::hoverPreviewsWithoutChangingTheMask_data()
+void TestSegmentationRefinement::invertMaskWhileBusyFlipsOnlyTheFlag()
 {
-    QTest::addColumn<QSet<int>>("clusters");
-    QTest::addColumn<bool>("isForeground");
-    QTest::addColumn<QImage>("preview");
-
-    QTest::newRow("as object") << QSet<int>{5} << true << maskOf(myLabels, {1, 2, 3, 4, 5});
-    QTest::newRow("unknown labels skipped") << QSet<int>{6, 99, -3} << true
-                                            << maskOf(myLabels, {1, 2, 3, 4, 6});
-    QImage topLeftKept = maskOf(myLabels, {2, 3, 4});
-    topLeftKept.setPixel(0, 0, 0);
-    QTest::newRow("as background, top-left pixel never written") << QSet<int>{1} << false
-                                                                 << topLeftKept;
-    QTest::newRow("nothing to show") << QSet<int>() << true << QImage();
-}
-
-void TestSegmentationRefinement::hoverPreviewsWithoutChangingTheMask()
-{
-    QFETCH(QSet<int>, clusters);
-    QFETCH(bool, isForeground);
-    QFETCH(QImage, preview);
-
+    // Declared first: the thread may still call in while the host goes.
+    QSemaphore entered;
+    QSemaphore release;
+    bool held = false;
     Host host;
     host.craft(myLabels, myObject);
-    host.controller.startThreadWithPaintSelectionHover(clusters, isForeground);
-    QVERIFY(host.masks.wait());
+    // Holds the controller thread inside its hover pass.
+    connect(&host.controller, &PXImageSegmentation::sendNewMask, &host.controller,
+            [&](const QImage&) {
+                if (std::exchange(held, true))
+                    return;
+                entered.release();
+                release.acquire();
+            },
+            Qt::DirectConnection);
+    const auto unblock = qScopeGuard([&release]() { release.release(); });
+    host.controller.startThreadWithPaintSelectionHover({5}, true);
+    QVERIFY(entered.tryAcquire(1, 5000));
+
+    host.controller.invertMask();
+    host.controller.invertMask();
+    QVERIFY(!host.controller.maskIsInverted());
+    host.controller.invertMask();
+    release.release();
     host.settle();
 
-    QCOMPARE(host.masks.count(), 1);
-    QCOMPARE(host.lastMask(), preview);
+    QVERIFY(host.controller.maskIsInverted());
     QCOMPARE(host.controller.maskForeground(), maskOf(myLabels, myObject));
     QCOMPARE(host.object(), myObject);
 }
 
-void TestSegmentationRefinement::brushFindsLabelsWithinTruncatedDistance_data()
+void TestSegmentationRefinement::synchronousInversionEmitsNothing()
 {
-    QTest::addColumn<QPoint>("centre");
-    QTest::addColumn<int>("radius");
-    QTest::addColumn<QSet<int>>("labels");
+    Host host;
+    // Before any segmentation only the flag changes.
+    host.controller.setMaskIsInverted(true);
+    QVERIFY(host.controller.maskIsInverted());
+    QVERIFY(host.controller.maskForeground().isNull());
 
-    QTest::newRow("radius 1 reads the clamped centre") << QPoint(-5, 100) << 1 << QSet<int>{5};
-    QTest::newRow("radius 0") << QPoint(3, 3) << 0 << QSet<int>{1};
-    QTest::newRow("diagonal neighbour at half 1") << QPoint(3, 3) << 2 << QSet<int>{1, 2, 3, 4};
-    QTest::newRow("radius 3 has half 1 too") << QPoint(3, 3) << 3 << QSet<int>{1, 2, 3, 4};
-    QTest::newRow("label 0 skipped") << QPoint(4, 11) << 2 << QSet<int>{5};
-    QTest::newRow("centre off the photo") << QPoint(-10, 3) << 24 << QSet<int>{1, 3, 5};
-    QTest::newRow("far off the photo") << QPoint(INT_MAX, INT_MIN) << 6 << QSet<int>();
-    QTest::newRow("negative radius") << QPoint(3, 3) << -4 << QSet<int>();
+    host.craft(myLabels, myObject);
+    QVERIFY(!host.controller.maskIsInverted());
+    host.controller.setMaskIsInverted(false);
+    QCOMPARE(host.controller.maskForeground(), maskOf(myLabels, myObject));
+    host.controller.setMaskIsInverted(true);
+    QCOMPARE(host.controller.maskForeground(), maskOf(myLabels, {5, 6}));
+    QCOMPARE(host.object(), (QSet<int>{5, 6}));
+    host.settle();
+    QCOMPARE(host.masks.count(), 0);
 }
 
-void TestSegmentationRefinement::brushFindsLabelsWithinTruncatedDistance()
+void TestSegmentationRefinement::smoothMaskIsOneBitBlurred()
 {
-    QFETCH(QPoint, centre);
-    QFETCH(int, radius);
-    QFETCH(QSet<int>, labels);
-
     Host host;
-    host.craft(labelImage({"12", "34", "50"}, 4), {1, 2});
-    QCOMPARE(host.controller.superpixels(centre, radius), labels);
+    QVERIFY(host.controller.createSmoothForegroundMask(3).isNull());
+    // Object on the left; the one-bit result sets the light background.
+    host.craft(labelImage({"12"}, 16), {1});
+    host.controller.setMaskColor(Qt::white);
+    host.settle();
+
+    const QImage smooth = host.controller.createSmoothForegroundMask(3);
+    QCOMPARE(smooth.format(), QImage::Format_Mono);
+    QCOMPARE(smooth.size(), QSize(32, 16));
+    for (const QPoint& background : {QPoint(16, 8), QPoint(24, 2), QPoint(31, 8)})
+        QCOMPARE(smooth.pixelIndex(background), 1);
+    // The blur fades the background's corners at the photo's edge.
+    for (const QPoint& cleared : {QPoint(0, 0), QPoint(8, 8), QPoint(16, 0), QPoint(31, 15)})
+        QCOMPARE(smooth.pixelIndex(cleared), 0);
+    // Pixmaps need the application's thread.
+    QVERIFY(QtConcurrent::run([&host]() { return host.controller.createSmoothForegroundMask(3); })
+                .result()
+                .isNull());
+}
+
+void TestSegmentationRefinement::undoCommandSkipsItsFirstRedo()
+{
+    auto host = std::make_unique<Host>();
+    host->craft(myLabels, myObject);
+    QUndoStack stack;
+    stack.push(new PXUndoCommandSegmentation(
+        new PXMementoSegmentation(QPainterPath(), {1}, {}, maskOf(myLabels, {1}), QImage(), {},
+                                  QColor(myMaskColour)),
+        new PXMementoSegmentation(QPainterPath(), {2}, {}, maskOf(myLabels, {2}), QImage(), {},
+                                  QColor(myMaskColour)),
+        &host->controller));
+    QCOMPARE(host->object(), myObject);
+
+    stack.undo();
+    QCOMPARE(host->controller.maskForeground(), maskOf(myLabels, {1}));
+    stack.redo();
+    QCOMPARE(host->controller.maskForeground(), maskOf(myLabels, {2}));
+    QTRY_COMPARE(host->masks.count(), 2);
+
+    // The stack outlives the photo's controller.
+    host.reset();
+    stack.undo();
+    stack.redo();
 }
 
 QTEST_MAIN(TestSegmentationRefinement)

@@ -68,234 +68,188 @@ class TestPXSlic : public QObject
     Q_OBJECT
 
 private slots:
-    void parameters_data();
-    void parameters();
-    void seedsLieOnTheGrid();
-    void gradientMinimum_data();
-    void gradientMinimum();
-    void roundsLeaveLastRowAndColumn();
-    void clippingMarksTheOutside();
-    void sameResultForAnyCoreCount_data();
-    void sameResultForAnyCoreCount();
-    void degenerateLassos_data();
-    void degenerateLassos();
-};
-
-void TestPXSlic::parameters_data()
-{
-    QTest::addColumn<QRectF>("lasso");
-    QTest::addColumn<QRect>("rect");
-    QTest::addColumn<int>("count");
-    QTest::addColumn<double>("gridStep");
-
-    QTest::newRow("100 x 100 is raised to 100") << QRectF(0, 0, 100, 100) << QRect(0, 0, 100, 100) << 100 << 10.0;
-    QTest::newRow("310 x 200") << QRectF(0, 0, 310, 200) << QRect(0, 0, 310, 200) << 101 << std::sqrt(62000.0 / 101);
-    QTest::newRow("1000 x 1000")
-        << QRectF(0, 0, 1000, 1000) << QRect(0, 0, 1000, 1000) << 622 << std::sqrt(1e6 / 622);
-    QTest::newRow("2000 x 2000 is lowered to 1200")
-        << QRectF(0, 0, 2000, 2000) << QRect(0, 0, 2000, 2000) << 1200 << std::sqrt(4e6 / 1200);
-    // Rounded like QRectF::toRect(); S from the unrounded box.
-    QTest::newRow("fractional box")
-        << QRectF(10.4, 20.6, 99.5, 50.2) << QRect(10, 21, 100, 50) << 100 << std::sqrt(99.5 * 50.2 / 100);
-    QTest::newRow("box beyond the photo is cut to it")
-        << QRectF(-50, 1900, 200, 150) << QRect(0, 1900, 150, 100) << 100 << std::sqrt(150.0);
-}
-
-void TestPXSlic::parameters()
-{
-    QFETCH(QRectF, lasso);
-    QFETCH(QRect, rect);
-    QFETCH(int, count);
-    QFETCH(double, gridStep);
-
-    const QImage plain = uniformYCbCr(2000, 2000, 100);
-    PXImage photo(plain, plain, QFileInfo());
-    PXSlic slic;
-    slic.setup(&photo, rectLasso(lasso));
-    QCOMPARE(slic.lassoBoundingRect(), rect);
-    QCOMPARE(slic.superPixelCount(), count);
-    QCOMPARE(slic.gridStep(), gridStep);
-    slic.setupParameters(0); // ignored
-    QCOMPARE(slic.superPixelCount(), count);
-}
-
-// S = 10 on a 100 x 100 box: grid points 10 .. 90 (the grid ends before
-// trunc(99 - 5)). On a flat photo the first candidate, up and left, wins;
-// the colour is still the grid point's.
-void TestPXSlic::seedsLieOnTheGrid()
-{
-    QImage image = uniformYCbCr(100, 100, 100);
-    image.setPixel(10, 10, ycbcr(200, 20, 30));
-    PXImage photo = photoFromYCbCr(image);
-    PXSlic slic;
-    slic.setup(&photo, rectLasso(QRectF(0, 0, 100, 100)));
-    slic.initialize();
-
-    const QList<PXSuperPixel> records = slic.clusterInformations();
-    QCOMPARE(records.size(), 1 + 81);
-    QCOMPARE(records[1].color(), PXYCbCr(200, 20, 30));
-    for (int i = 1; i < records.size(); ++i) {
-        const QPoint grid(10 * ((i - 1) % 9 + 1), 10 * ((i - 1) / 9 + 1));
-        QCOMPARE(QPoint(records[i].xCenter(), records[i].yCenter()), grid - QPoint(1, 1));
-        QCOMPARE(records[i].pixelCount(), 1);
-    }
-    QCOMPARE(slic.superPixelAssignments(), labelImage(QSize(100, 100), 0));
-}
-
-void TestPXSlic::gradientMinimum_data()
-{
-    QTest::addColumn<QList<QPoint>>("darkPixels");
-    QTest::addColumn<QPoint>("position");
-    QTest::addColumn<QPoint>("expected");
-
-    QTest::newRow("flat") << QList<QPoint>{} << QPoint(5, 5) << QPoint(4, 4);
-    // Row j is compared with the first pixel of row j + 1, not the pixel below.
-    QTest::newRow("next row's first pixel") << QList<QPoint>{{0, 5}, {0, 7}} << QPoint(5, 5) << QPoint(4, 5);
-    QTest::newRow("pixel below is not seen")
-        << QList<QPoint>{{4, 5}, {5, 5}, {6, 5}, {7, 4}, {7, 5}} << QPoint(5, 5) << QPoint(4, 4);
-    QTest::newRow("step to the right") << QList<QPoint>{{5, 4}} << QPoint(5, 5) << QPoint(4, 5);
-    QTest::newRow("corner reads nothing past the image") << QList<QPoint>{} << QPoint(9, 9) << QPoint(8, 8);
-}
-
-void TestPXSlic::gradientMinimum()
-{
-    QFETCH(QList<QPoint>, darkPixels);
-    QFETCH(QPoint, position);
-    QFETCH(QPoint, expected);
-
-    QImage image = uniformYCbCr(10, 10, 100);
-    for (const QPoint& point : darkPixels)
-        image.setPixel(point, ycbcr(0));
-    PXImage photo = photoFromYCbCr(image);
-    PXSlic slic;
-    slic.setup(&photo, rectLasso(QRectF(0, 0, 10, 10)));
-    const auto* bits = reinterpret_cast<const PXYCbCrPixel*>(image.constBits());
-    QCOMPARE(slic.findLocalGradientMinimum(position.x(), position.y(), bits), expected);
-}
-
-void TestPXSlic::roundsLeaveLastRowAndColumn()
-{
-    PXImage photo = texturedPhoto(100, 100, 3);
-    PXSlic slic;
-    slic.setup(&photo, rectLasso(QRectF(0, 0, 100, 100)));
-    slic.initialize();
-    slic.adjustSuperPixels();
-
-    const QImage labels = slic.superPixelAssignments();
-    for (int y = 0; y < 100; ++y)
-        for (int x = 0; x < 100; ++x)
-            QCOMPARE(labelAt(labels, x, y) > 0, x < 99 && y < 99);
-    verifyRecordsCountLabels(slic);
-}
-
-void TestPXSlic::clippingMarksTheOutside()
-{
-    PXImage photo = texturedPhoto(80, 60, 5);
-    QPainterPath lasso(QPointF(10, 5));
-    lasso.lineTo(70, 20);
-    lasso.lineTo(20, 55);
-    lasso.closeSubpath();
-    PXSlic slic;
-    slic.setup(&photo, lasso);
-    slic.initialize();
-    slic.adjustSuperPixels();
-    slic.clipLabelsToLasso();
-
-    QCOMPARE(PXSlic::outsideLabel(), -1); // what Qt::color0 paints
-    const QImage labels = slic.superPixelAssignments();
-    const QRect rect = slic.lassoBoundingRect();
-    for (int y = 0; y < 60; ++y) {
-        for (int x = 0; x < 80; ++x) {
-            const QRectF around(x - 1, y - 1, 3, 3);
-            if (!lasso.intersects(around))
-                QCOMPARE(labelAt(labels, x, y), -1);
-            else if (lasso.contains(around) && x < rect.right() && y < rect.bottom())
-                QVERIFY(labelAt(labels, x, y) > 0);
-        }
-    }
-    verifyRecordsCountLabels(slic);
-}
-
-void TestPXSlic::sameResultForAnyCoreCount_data()
-{
-    QTest::addColumn<QByteArray>("features");
-    QTest::newRow("scalar") << QByteArray("none");
-    QTest::newRow("sse") << QByteArray("sse");
-    QTest::newRow("avx") << QByteArray("avx");
-}
-
-// The box ends a few pixels before the photo's right edge, where stripes
-// ending at the image width would let the core count show.
-void TestPXSlic::sameResultForAnyCoreCount()
-{
-    QFETCH(QByteArray, features);
-    if ((features == "sse" && !pxCpuHasFeature(CPU_FEATURE_SSE)) || (features == "avx" && !pxCpuHasFeature(CPU_FEATURE_AVX)))
-        QSKIP("the processor lacks this kernel's instruction set");
-
-    PXImage photo = texturedPhoto(160, 120, 21);
-    const QPainterPath lasso = ellipseLasso(QRectF(6, 4, 148, 110));
-    const ScopedEnv cpu("PX_CPU_FEATURES", features);
-    QByteArray reference;
+    void parameters_data()
     {
-        const ScopedEnv cores("PX_CORE_COUNT", "1");
-        reference = runFingerprint(&photo, lasso);
+        QTest::addColumn<QRectF>("lasso");
+        QTest::addColumn<QRect>("rect");
+        QTest::addColumn<int>("count");
+        QTest::addColumn<double>("gridStep");
+
+        QTest::newRow("100 x 100 is raised to 100") << QRectF(0, 0, 100, 100) << QRect(0, 0, 100, 100) << 100 << 10.0;
+        QTest::newRow("1000 x 1000")
+            << QRectF(0, 0, 1000, 1000) << QRect(0, 0, 1000, 1000) << 622 << std::sqrt(1e6 / 622);
+        QTest::newRow("2000 x 2000 is lowered to 1200")
+            << QRectF(0, 0, 2000, 2000) << QRect(0, 0, 2000, 2000) << 1200 << std::sqrt(4e6 / 1200);
+        // Rounded like QRectF::toRect(); S from the unrounded box.
+        QTest::newRow("fractional box")
+            << QRectF(10.4, 20.6, 99.5, 50.2) << QRect(10, 21, 100, 50) << 100 << std::sqrt(99.5 * 50.2 / 100);
+        QTest::newRow("box beyond the photo is cut to it")
+            << QRectF(-50, 1900, 200, 150) << QRect(0, 1900, 150, 100) << 100 << std::sqrt(150.0);
     }
-    // 1000 cores: fewer records than cores, one record per update item.
-    for (const char* count : {"2", "5", "1000"}) {
-        const ScopedEnv cores("PX_CORE_COUNT", count);
-        QVERIFY2(runFingerprint(&photo, lasso) == reference, count);
+    void parameters()
+    {
+        QFETCH(QRectF, lasso);
+        QFETCH(QRect, rect);
+        QFETCH(int, count);
+        QFETCH(double, gridStep);
+
+        const QImage plain = uniformYCbCr(2000, 2000, 100);
+        PXImage photo(plain, plain, QFileInfo());
+        PXSlic slic;
+        slic.setup(&photo, rectLasso(lasso));
+        QCOMPARE(slic.lassoBoundingRect(), rect);
+        QCOMPARE(slic.superPixelCount(), count);
+        QCOMPARE(slic.gridStep(), gridStep);
+        slic.setupParameters(0); // ignored
+        QCOMPARE(slic.superPixelCount(), count);
     }
-    // The lane orders shape the labels, so a vector kernel must differ from the scalar one.
-    const ScopedEnv scalar("PX_CPU_FEATURES", "none");
-    QCOMPARE(runFingerprint(&photo, lasso) == reference, features == "none");
-}
 
-void TestPXSlic::degenerateLassos_data()
-{
-    QTest::addColumn<QSize>("photoSize");
-    QTest::addColumn<QPainterPath>("lasso");
-    QTest::addColumn<int>("records"); // -1: any number
+    void gradientMinimum_data()
+    {
+        QTest::addColumn<QList<QPoint>>("darkPixels");
+        QTest::addColumn<QPoint>("position");
+        QTest::addColumn<QPoint>("expected");
 
-    const qreal nan = std::numeric_limits<qreal>::quiet_NaN();
-    QPainterPath line(QPointF(10, 5));
-    line.lineTo(10, 30);
+        QTest::newRow("flat") << QList<QPoint>{} << QPoint(5, 5) << QPoint(4, 4);
+        // Row j is compared with the first pixel of row j + 1, not the pixel below.
+        QTest::newRow("next row's first pixel") << QList<QPoint>{{0, 5}, {0, 7}} << QPoint(5, 5) << QPoint(4, 5);
+        QTest::newRow("pixel below is not seen")
+            << QList<QPoint>{{4, 5}, {5, 5}, {6, 5}, {7, 4}, {7, 5}} << QPoint(5, 5) << QPoint(4, 4);
+        QTest::newRow("step to the right") << QList<QPoint>{{5, 4}} << QPoint(5, 5) << QPoint(4, 5);
+        QTest::newRow("corner reads nothing past the image") << QList<QPoint>{} << QPoint(9, 9) << QPoint(8, 8);
+    }
+    void gradientMinimum()
+    {
+        QFETCH(QList<QPoint>, darkPixels);
+        QFETCH(QPoint, position);
+        QFETCH(QPoint, expected);
 
-    QTest::newRow("null photo") << QSize() << rectLasso(QRectF(0, 0, 10, 10)) << 1;
-    QTest::newRow("1 x 1 photo") << QSize(1, 1) << rectLasso(QRectF(0, 0, 1, 1)) << 1;
-    QTest::newRow("empty lasso") << QSize(50, 40) << QPainterPath() << 1;
-    QTest::newRow("NaN box") << QSize(50, 40) << rectLasso(QRectF(nan, nan, 10, 10)) << 1;
-    QTest::newRow("outside the photo") << QSize(50, 40) << rectLasso(QRectF(200, 200, 50, 50)) << 1;
-    QTest::newRow("partly outside") << QSize(50, 40) << ellipseLasso(QRectF(-20, -10, 60, 40)) << -1;
-    QTest::newRow("5 x 5") << QSize(50, 40) << rectLasso(QRectF(10, 10, 5, 5)) << -1;
-    QTest::newRow("1 pixel wide") << QSize(50, 40) << rectLasso(QRectF(10, 5, 1, 30)) << 1;
-    QTest::newRow("a line") << QSize(50, 40) << line << 1;
-    QTest::newRow("1 pixel high") << QSize(50, 40) << rectLasso(QRectF(5, 10, 40, 1)) << 1;
-}
+        QImage image = uniformYCbCr(10, 10, 100);
+        for (const QPoint& point : darkPixels)
+            image.setPixel(point, ycbcr(0));
+        PXImage photo = photoFromYCbCr(image);
+        PXSlic slic;
+        slic.setup(&photo, rectLasso(QRectF(0, 0, 10, 10)));
+        const auto* bits = reinterpret_cast<const PXYCbCrPixel*>(image.constBits());
+        QCOMPARE(slic.findLocalGradientMinimum(position.x(), position.y(), bits), expected);
+    }
 
-// Each terminates and emits its four steps; a lasso with no area leaves
-// labels 0 and the dummy record alone.
-void TestPXSlic::degenerateLassos()
-{
-    QFETCH(QSize, photoSize);
-    QFETCH(QPainterPath, lasso);
-    QFETCH(int, records);
+    void roundsLeaveLastRowAndColumn()
+    {
+        PXImage photo = texturedPhoto(100, 100, 3);
+        PXSlic slic;
+        slic.setup(&photo, rectLasso(QRectF(0, 0, 100, 100)));
+        slic.initialize();
+        slic.adjustSuperPixels();
 
-    PXImage photo = photoSize.isEmpty() ? PXImage() : texturedPhoto(photoSize.width(), photoSize.height(), 1);
-    PXSlic slic;
-    slic.setup(&photo, lasso);
-    QSignalSpy progress(&slic, &PXSlic::increaseProgress);
-    slic.run();
-    QCOMPARE(progress.count(), PXSlic::totalProgressSteps());
+        const QImage labels = slic.superPixelAssignments();
+        for (int y = 0; y < 100; ++y)
+            for (int x = 0; x < 100; ++x)
+                QCOMPARE(labelAt(labels, x, y) > 0, x < 99 && y < 99);
+        verifyRecordsCountLabels(slic);
+    }
 
-    const QImage labels = slic.superPixelAssignments();
-    const int count = slic.clusterInformations().size();
-    QVERIFY(records < 0 ? count >= 1 : count == records);
-    QCOMPARE(labels.isNull(), photoSize.isEmpty());
-    QCOMPARE(labels.size(), labels.isNull() ? QSize(0, 0) : photoSize);
-    for (int y = 0; y < labels.height(); ++y)
-        for (int x = 0; x < labels.width(); ++x)
-            QVERIFY(records == 1 ? labelAt(labels, x, y) == 0 : labelAt(labels, x, y) < count);
-}
+    void clippingMarksTheOutside()
+    {
+        PXImage photo = texturedPhoto(80, 60, 5);
+        QPainterPath lasso(QPointF(10, 5));
+        lasso.lineTo(70, 20);
+        lasso.lineTo(20, 55);
+        lasso.closeSubpath();
+        PXSlic slic;
+        slic.setup(&photo, lasso);
+        slic.initialize();
+        slic.adjustSuperPixels();
+        slic.clipLabelsToLasso();
+
+        QCOMPARE(PXSlic::outsideLabel(), -1); // what Qt::color0 paints
+        const QImage labels = slic.superPixelAssignments();
+        const QRect rect = slic.lassoBoundingRect();
+        for (int y = 0; y < 60; ++y) {
+            for (int x = 0; x < 80; ++x) {
+                const QRectF around(x - 1, y - 1, 3, 3);
+                if (!lasso.intersects(around))
+                    QCOMPARE(labelAt(labels, x, y), -1);
+                else if (lasso.contains(around) && x < rect.right() && y < rect.bottom())
+                    QVERIFY(labelAt(labels, x, y) > 0);
+            }
+        }
+        verifyRecordsCountLabels(slic);
+    }
+
+    void sameResultForAnyCoreCount_data()
+    {
+        QTest::addColumn<QByteArray>("features");
+        QTest::newRow("scalar") << QByteArray("none");
+        QTest::newRow("sse") << QByteArray("sse");
+        QTest::newRow("avx") << QByteArray("avx");
+    }
+    // The box ends a few pixels before the photo's right edge, where stripes
+    // ending at the image width would let the core count show.
+    void sameResultForAnyCoreCount()
+    {
+        QFETCH(QByteArray, features);
+        if ((features == "sse" && !pxCpuHasFeature(CPU_FEATURE_SSE)) || (features == "avx" && !pxCpuHasFeature(CPU_FEATURE_AVX)))
+            QSKIP("the processor lacks this kernel's instruction set");
+
+        PXImage photo = texturedPhoto(160, 120, 21);
+        const QPainterPath lasso = ellipseLasso(QRectF(6, 4, 148, 110));
+        const ScopedEnv cpu("PX_CPU_FEATURES", features);
+        QByteArray reference;
+        {
+            const ScopedEnv cores("PX_CORE_COUNT", "1");
+            reference = runFingerprint(&photo, lasso);
+        }
+        // 1000 cores: fewer records than cores, one record per update item.
+        for (const char* count : {"2", "5", "1000"}) {
+            const ScopedEnv cores("PX_CORE_COUNT", count);
+            QVERIFY2(runFingerprint(&photo, lasso) == reference, count);
+        }
+        // The lane orders shape the labels, so a vector kernel must differ from the scalar one.
+        const ScopedEnv scalar("PX_CPU_FEATURES", "none");
+        QCOMPARE(runFingerprint(&photo, lasso) == reference, features == "none");
+    }
+
+    void degenerateLassos_data()
+    {
+        QTest::addColumn<QSize>("photoSize");
+        QTest::addColumn<QPainterPath>("lasso");
+        QTest::addColumn<int>("records"); // -1: any number
+
+        const qreal nan = std::numeric_limits<qreal>::quiet_NaN();
+        QTest::newRow("null photo") << QSize() << rectLasso(QRectF(0, 0, 10, 10)) << 1;
+        QTest::newRow("empty lasso") << QSize(50, 40) << QPainterPath() << 1;
+        QTest::newRow("NaN box") << QSize(50, 40) << rectLasso(QRectF(nan, nan, 10, 10)) << 1;
+        QTest::newRow("outside the photo") << QSize(50, 40) << rectLasso(QRectF(200, 200, 50, 50)) << 1;
+        QTest::newRow("partly outside") << QSize(50, 40) << ellipseLasso(QRectF(-20, -10, 60, 40)) << -1;
+        QTest::newRow("1 pixel wide") << QSize(50, 40) << rectLasso(QRectF(10, 5, 1, 30)) << 1;
+        QTest::newRow("1 pixel high") << QSize(50, 40) << rectLasso(QRectF(5, 10, 40, 1)) << 1;
+    }
+    // Each terminates and emits its four steps; a lasso with no area leaves
+    // labels 0 and the dummy record alone.
+    void degenerateLassos()
+    {
+        QFETCH(QSize, photoSize);
+        QFETCH(QPainterPath, lasso);
+        QFETCH(int, records);
+
+        PXImage photo = photoSize.isEmpty() ? PXImage() : texturedPhoto(photoSize.width(), photoSize.height(), 1);
+        PXSlic slic;
+        slic.setup(&photo, lasso);
+        QSignalSpy progress(&slic, &PXSlic::increaseProgress);
+        slic.run();
+        QCOMPARE(progress.count(), PXSlic::totalProgressSteps());
+
+        const QImage labels = slic.superPixelAssignments();
+        const int count = slic.clusterInformations().size();
+        QVERIFY(records < 0 ? count >= 1 : count == records);
+        QCOMPARE(labels.isNull(), photoSize.isEmpty());
+        QCOMPARE(labels.size(), labels.isNull() ? QSize(0, 0) : photoSize);
+        for (int y = 0; y < labels.height(); ++y)
+            for (int x = 0; x < labels.width(); ++x)
+                QVERIFY(records == 1 ? labelAt(labels, x, y) == 0 : labelAt(labels, x, y) < count);
+    }
+};
 
 QTEST_MAIN(TestPXSlic)
 #include "tst_pxslic.moc"

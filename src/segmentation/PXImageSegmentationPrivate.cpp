@@ -1,0 +1,130 @@
+#include "PXImageSegmentationPrivate.h"
+
+#include "PXImageSegmentation.h"
+#include "PXInitialSegmentationWorker.h"
+#include "PXLogger.h"
+#include "PXMementoSegmentation.h"
+#include "PXUndoCommandSegmentation.h"
+#include "PXUndoController.h"
+
+#include <QFutureWatcher>
+
+#include <algorithm>
+
+PXImageSegmentationPrivate::PXImageSegmentationPrivate(PXImageSegmentation* owner)
+    : q(owner)
+    , undoController(PXUndoController::instanceForFotoEditor())
+{
+}
+
+PXImageSegmentationPrivate::~PXImageSegmentationPrivate()
+{
+    delete requests.pendingMemento;
+}
+
+void PXImageSegmentationPrivate::request(int newMode)
+{
+    mode = newMode;
+    // A loop that is leaving takes no more requests and touches nothing after
+    // it said so; wait for it and start anew. Any other running job keeps the
+    // thread and the request waits.
+    if (loopIsLeaving && q->isRunning() && QThread::currentThread() != q)
+        q->wait();
+    if (q->isRunning())
+        return;
+    loopIsLeaving = false;
+    PXSingleton<PXLogger>::instance()->legacyLog(QStringLiteral("SEG:StartingThread"), false);
+    q->start(QThread::InheritPriority);
+}
+
+PXUndoCommandSegmentation* PXImageSegmentationPrivate::takeUndoCommand()
+{
+    if (!requests.pendingMemento)
+        return nullptr;
+    PXMementoSegmentation* after = withModel(
+        [](PXSelectionModel& selection) { return selection.createMemento(false); });
+    auto* command = new PXUndoCommandSegmentation(requests.pendingMemento->clone(), after, q);
+    delete std::exchange(requests.pendingMemento, nullptr);
+    return command;
+}
+
+PXImageSegmentationPrivate::Stroke PXImageSegmentationPrivate::takeStroke()
+{
+    QMutexLocker locker(&requestMutex);
+    Stroke stroke {std::exchange(requests.strokes, QPainterPath()), requests.strokeIsForeground,
+                   nullptr};
+    // The after state is taken before this pass paints, so redo shows the
+    // gesture without its final stroke; kept as designed.
+    if (requests.strokeIsTemporary) {
+        if (!requests.pendingMemento)
+            requests.pendingMemento = q->createMemento(false);
+    } else {
+        stroke.command = takeUndoCommand();
+    }
+    if (stroke.path.isEmpty())
+        loopIsLeaving = true;
+    return stroke;
+}
+
+PXImageSegmentationPrivate::Hover PXImageSegmentationPrivate::takeHover()
+{
+    QMutexLocker locker(&requestMutex);
+    return {std::exchange(requests.hoverClusters, QSet<int>()), requests.strokeIsForeground};
+}
+
+bool PXImageSegmentationPrivate::moreHover()
+{
+    QMutexLocker locker(&requestMutex);
+    const bool more = !requests.hoverClusters.isEmpty();
+    if (!more)
+        loopIsLeaving = true;
+    return more;
+}
+
+void PXImageSegmentationPrivate::retireWorker(bool stop)
+{
+    PXInitialSegmentationWorker* retired = worker.exchange(nullptr);
+    if (!retired)
+        return;
+    if (stop)
+        retired->stop();
+    // The watcher reports in the controller's thread after everything the task
+    // posted there, so no queued signal of the worker outlives it.
+    auto* watcher = new QFutureWatcher<void>();
+    if (watcher->thread() != q->thread())
+        watcher->moveToThread(q->thread());
+    retiredWorkers.append({retired, watcher});
+    QObject::connect(watcher, &QFutureWatcherBase::finished, q,
+                     [this, watcher]() { releaseRetiredWorker(watcher); });
+    watcher->setFuture(workerTask);
+    workerTask = QFuture<void>();
+}
+
+void PXImageSegmentationPrivate::releaseRetiredWorker(QFutureWatcher<void>* watcher)
+{
+    const auto found = std::find_if(retiredWorkers.begin(), retiredWorkers.end(),
+                                    [watcher](const RetiredWorker& retired) {
+                                        return retired.watcher == watcher;
+                                    });
+    if (found == retiredWorkers.end())
+        return;
+    PXInitialSegmentationWorker* retired = found->worker;
+    retiredWorkers.erase(found);
+    // Its destructor joins the edge detector's thread if that still runs.
+    delete retired;
+    watcher->deleteLater();
+}
+
+void PXImageSegmentationPrivate::deleteWorkers()
+{
+    // A worker's destructor waits for its pool task and edge detector.
+    for (const RetiredWorker& retired : std::as_const(retiredWorkers)) {
+        delete retired.watcher;
+        delete retired.worker;
+    }
+    retiredWorkers.clear();
+    if (PXInitialSegmentationWorker* current = worker.exchange(nullptr)) {
+        current->stop();
+        delete current;
+    }
+}

@@ -1,0 +1,170 @@
+#pragma once
+
+// Internal header: not installed.
+
+#include "PXSuperPixel.h"
+
+#include <QColor>
+#include <QFileInfo>
+#include <QHash>
+#include <QImage>
+#include <QList>
+#include <QPainterPath>
+#include <QPoint>
+#include <QPointF>
+#include <QRect>
+#include <QSet>
+
+#include <functional>
+#include <utility>
+
+class PXMementoSegmentation;
+
+/**
+ * What the requests of a PXImageSegmentation do to the selection: the photo,
+ * the label image and each label's pixels, the object and background sets,
+ * the mask and the lasso paths, with one function per gesture.
+ *
+ * A plain value: no locks, no threads, no signals. Every member is an
+ * implicitly shared Qt value, so a copy is cheap and can be read on another
+ * thread while the original changes. Whoever holds the model decides which
+ * thread may touch it (PXImageSegmentation guards its one with a lock).
+ *
+ * Labels at or beyond the pixel lists' size have no pixels; they still change
+ * sides. Points outside the photo are clamped by the point queries.
+ */
+class PXSelectionModel
+{
+public:
+    /** What a PXInitialSegmentationWorker delivers for one lasso. */
+    struct Segmentation {
+        QImage labels;
+        QList<PXSuperPixel> superpixels;
+        QList<QList<QPoint>> pointsOfSuperpixels;
+        QHash<int, QSet<int>> neighbours;
+        QPainterPath expandedPath;
+    };
+
+    /** @p image as the working photo: QImage::Format_ARGB32 unless null. */
+    static QImage workingImage(const QImage& image);
+    /** @p path, or an empty path if a coordinate is NaN or beyond 2^24. */
+    static QPainterPath usablePath(const QPainterPath& path);
+    /** QRectF::toRect() with the coordinates first kept within 2^24. */
+    static QRect roundedRect(const QRectF& rect);
+
+    // Photo and segmentation.
+
+    /** Takes @p photo as it stands. */
+    void setPhoto(const QImage& photo, const QFileInfo& fileInfo);
+    void setPhoto(const QImage& photo);
+    QImage photo() const { return m_photo; }
+    QFileInfo fileInfo() const { return m_fileInfo; }
+    /** A new lasso: forgets the pixel lists and both sets. */
+    void startLasso(const QPainterPath& lasso);
+    void setLassoPath(const QPainterPath& lasso) { m_lassoPath = lasso; }
+    /** Installs a worker's results; the labels count as not saved. */
+    void takeSegmentation(const Segmentation& segmentation);
+    /**
+     * Forgets the worker's results (records, neighbours, pixel lists, the
+     * expanded path) and the clicked label; drops the mask without a photo.
+     */
+    void forgetSegmentation();
+    /** Whether there are pixel lists, i.e. refinement is possible. */
+    bool isValid() const { return !m_pointsOfSuperpixels.isEmpty(); }
+
+    // The initial cut, step by step.
+
+    /** Both sets empty; the mask wholly in the mask colour. */
+    void beginCut();
+    /** The expanded lasso filled 0xFFFFFFFF on black, the photo's size. */
+    QImage lassoImage() const;
+    /** The expanded lasso's bounding rectangle, rounded. */
+    QRect expandedRect() const;
+    /**
+     * Labels > 0 with a pixel inside (first) and outside (second) the lasso
+     * image, visiting @p rect without its last row and column.
+     */
+    std::pair<QSet<int>, QSet<int>> separate(const QImage& lassoImage, const QRect& rect) const;
+    /**
+     * The outside labels become the background, the only-inside ones the
+     * object; returns the latter.
+     */
+    QSet<int> assignForeground(const std::pair<QSet<int>, QSet<int>>& insideOutside);
+    /**
+     * The object labels whose colour the background colour model judges
+     * background; changes nothing. @p onSetUp runs once the model is built.
+     */
+    QSet<int> backgroundByColour(const std::function<void()>& onSetUp) const;
+    /** Moves @p labels to the background, painting them. */
+    void moveToBackground(const QSet<int>& labels);
+    /**
+     * The neighbourhood vote: object labels of which at least half the
+     * neighbours are background or in @p possibleBackground move to the
+     * background. Returns 0 and the moved labels.
+     */
+    QSet<int> confirmPossibleBackground(const QSet<int>& possibleBackground);
+
+    // Gestures.
+
+    /** Puts @p label on one side and paints its pixels into the mask. */
+    void setSide(int label, bool isForeground);
+    /** Toggles the label under @p position (rounded, clamped); returns it. */
+    int click(const QPointF& position);
+    /** Moves every label that @p path touches to one side. */
+    void paintSelection(const QPainterPath& path, bool isForeground);
+    /** Clears @p path in the mask or fills it with the mask colour; sets stay. */
+    void scribble(const QPainterPath& path, bool isForeground);
+    /** A copy of the mask with @p clusters painted; never its top-left pixel. */
+    QImage hoverPreview(const QSet<int>& clusters, bool isForeground) const;
+    /** Inverts the mask and swaps the sets. */
+    void invert();
+    /** Stores @p colour; false if its rgb() is the current one's. */
+    bool setMaskColor(const QColor& colour);
+    /** Repaints the opaque mask pixels in the mask colour. */
+    void recolour();
+
+    // Mementos.
+
+    /** A snapshot owned by the caller; with labels it marks them saved. */
+    PXMementoSegmentation* createMemento(bool withLabels);
+    /** Restores @p memento; one without labels keeps the current ones. */
+    void setMemento(const PXMementoSegmentation& memento);
+
+    // Queries.
+
+    QImage mask() const { return m_mask; }
+    QColor maskColor() const { return m_maskColor; }
+    QSet<int> foreground() const { return m_foreground; }
+    QSet<int> background() const { return m_background; }
+    QPainterPath lastPath() const { return m_lastPath; }
+    int clickedSuperpixel() const { return m_clickedSuperpixel; }
+    bool labelsSaved() const { return m_labelsSaved; }
+    /** @p path filled 0xFFFFFFFF on black, the mask's size. */
+    QImage pathImage(const QPainterPath& path) const;
+    /** The labels > 0 under a round brush (radius 1: the label at the centre). */
+    QSet<int> labelsUnderBrush(const QPoint& centre, int radius) const;
+    /** The pixels of the label at @p point. */
+    QList<QPoint> pointsAt(const QPointF& point) const;
+    /** The label at @p point; 0 without labels. */
+    int labelAt(const QPoint& point) const;
+    bool expandedPathContains(const QPainterPath& path) const;
+    /** Opaque white where two of a pixel's eight neighbours carry another label. */
+    QImage contour() const;
+
+private:
+    QImage m_photo;
+    QFileInfo m_fileInfo;
+    QImage m_labels;
+    QList<PXSuperPixel> m_superpixels;
+    QList<QList<QPoint>> m_pointsOfSuperpixels;
+    QHash<int, QSet<int>> m_neighbours;
+    QSet<int> m_foreground;
+    QSet<int> m_background;
+    QImage m_mask;
+    QColor m_maskColor;
+    QPainterPath m_lassoPath;
+    QPainterPath m_expandedPath;
+    QPainterPath m_lastPath;
+    int m_clickedSuperpixel = 0;
+    bool m_labelsSaved = false;
+};
