@@ -5,6 +5,9 @@
 #   ./build.sh test    every test: the optimised build, then the ASan+UBSan build
 #   ./build.sh bench   build and run every benchmark (bench_quality adds grabCut to
 #                      its table when the optional libopencv-dev is installed)
+#   ./build.sh stress [N [SEED]]   N random host sessions (default 10000) under ASan+UBSan
+#   ./build.sh fuzz [SECONDS]      each libFuzzer target for SECONDS (default 60), clang
+#   ./build.sh tsan    the threaded tests under ThreadSanitizer
 #   ./build.sh screenshot   render pxstudio with a cut in progress into docs/pxstudio.png
 #   ./build.sh benchsuite   build and run the benchmark suite, write its markdown table
 #
@@ -31,6 +34,10 @@ build() {
     cmake --build --preset "$1"
 }
 
+# The fuzz targets need clang and its libFuzzer runtime; nothing else does.
+if [[ "${1:-}" == fuzz ]]; then
+    packages+=(clang libclang-rt-14-dev)
+fi
 ensure_packages
 case "${1:-}" in
 demo)
@@ -61,8 +68,34 @@ benchsuite)
     build default
     bench/run_suite.sh
     ;;
+stress)
+    cmake --preset asan
+    cmake --build --preset asan --target px_stress
+    ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+        LSAN_OPTIONS=suppressions=$PWD/cmake/lsan.supp QT_QPA_PLATFORM=offscreen \
+        build/asan/tests/stress/px_stress "${2:-10000}" "${3:-1}"
+    ;;
+fuzz)
+    # New crashes land in build/fuzz/crash-*; copy each into tests/data/fuzz/<target>.
+    cmake --preset fuzz
+    cmake --build --preset fuzz --target px_fuzz_slic px_fuzz_weights px_fuzz_pxcut
+    for target in slic weights pxcut; do
+        mkdir -p "build/fuzz/corpus/$target"
+        QT_QPA_PLATFORM=offscreen "build/fuzz/tests/fuzz/px_fuzz_$target" -max_total_time="${2:-60}" \
+            -timeout=20 -rss_limit_mb=4096 -artifact_prefix="build/fuzz/crash-$target-" \
+            "build/fuzz/corpus/$target" "tests/data/fuzz/$target"
+    done
+    ;;
+tsan)
+    tests=(tst_imagesegmentation tst_segmentationrefinement
+        tst_selectionmodel tst_initialsegmentationworker tst_pxintelligentscissors tst_pxintelligentscissorsworker
+        tst_pxintelligentscissorsweightcalculator tst_pxintelligentscissorswirecalculator px_stress)
+    cmake --preset tsan
+    cmake --build --preset tsan --target "${tests[@]}"
+    ctest --preset tsan -R 'segmentation|selectionmodel|initialsegmentationworker|scissors|stress'
+    ;;
 *)
-    echo "usage: $0 demo|test|bench|screenshot|benchsuite" >&2
+    echo "usage: $0 demo|test|bench|screenshot|benchsuite|stress [N [SEED]]|fuzz [SECONDS]|tsan" >&2
     exit 2
     ;;
 esac

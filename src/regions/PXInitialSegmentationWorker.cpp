@@ -1,6 +1,7 @@
 #include "PXInitialSegmentationWorker.h"
 
 #include "PXImage.h"
+#include "PXLassoRaster.h"
 
 #include <QDateTime>
 #include <QPainterPathStroker>
@@ -130,6 +131,15 @@ QPainterPath PXInitialSegmentationWorker::growPainterPath(
 {
     QPainterPathStroker stroker;
     stroker.setWidth(2 * width);
+    if (PXLassoRaster::isIntricate(path)) {
+        // A hand-drawn lasso is grown on a raster: the path clipper would take
+        // minutes over a jittery one. The outline then follows pixel edges.
+        const QRectF reach = path.boundingRect().adjusted(-2 * width, -2 * width, 2 * width, 2 * width);
+        const QRect area = QRectF(rect).intersected(reach).toAlignedRect();
+        QPen pen(QBrush(QColor(0xFFFFFFFF)), 2 * width, Qt::SolidLine, stroker.capStyle(), stroker.joinStyle());
+        pen.setMiterLimit(stroker.miterLimit());
+        return PXLassoRaster::pathOfMask(PXLassoRaster::fill(path, area, pen), area.topLeft());
+    }
     const QPainterPath stroke = stroker.createStroke(path);
     QPainterPath bounds;
     bounds.addRect(QRectF(rect));

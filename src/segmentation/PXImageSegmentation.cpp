@@ -52,6 +52,10 @@ PXImageSegmentation::~PXImageSegmentation()
 void PXImageSegmentation::setup(const QImage& image, const QFileInfo& fileInfo)
 {
     cancel();
+    // The interrupted job ends at its next check; waiting for it keeps a mask
+    // of the old photo from being emitted after the new one is set up.
+    if (QThread::currentThread() != this)
+        wait();
     d->maskIsInverted = false;
     const QImage photo = PXSelectionModel::workingImage(image);
     d->withModel([&](PXSelectionModel& model) { model.setPhoto(photo, fileInfo); });
@@ -84,6 +88,7 @@ void PXImageSegmentation::run()
         paintHovering();
         break;
     case ChangeMaskColor:
+        d->recolourPending = false;
         updateMask();
         Q_EMIT sendNewMask(maskForeground());
         break;
@@ -96,6 +101,14 @@ void PXImageSegmentation::run()
     }
     // Without the request lock: a starter may hold it while waiting for us.
     d->loopIsLeaving = true;
+    // A colour change that came while another job ran had its request
+    // overwritten; the mask would otherwise keep two colours. Checked after
+    // leaving, so a change that missed the running thread is seen here or
+    // starts a new one.
+    if (d->recolourPending.exchange(false)) {
+        updateMask();
+        Q_EMIT sendNewMask(maskForeground());
+    }
 }
 
 void PXImageSegmentation::cancel()
@@ -488,6 +501,7 @@ void PXImageSegmentation::setMaskColor(const QColor& colour)
     });
     if (!repaint)
         return;
+    d->recolourPending = true;
     QMutexLocker locker(&d->requestMutex);
     d->request(ChangeMaskColor);
 }

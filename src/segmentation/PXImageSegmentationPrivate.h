@@ -109,6 +109,8 @@ public:
     // so a request arriving before the thread has ended restarts it instead
     // of being left behind.
     std::atomic<bool> loopIsLeaving {false};
+    // A colour change whose recolouring has not run yet (its request may have been overtaken).
+    std::atomic<bool> recolourPending {false};
 
     std::atomic<int> workerTotalSteps {0};
     std::atomic<int> currentStep {0};

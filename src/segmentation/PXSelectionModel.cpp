@@ -121,7 +121,9 @@ void PXSelectionModel::takeSegmentation(const Segmentation& segmentation)
 
 void PXSelectionModel::forgetSegmentation()
 {
-    if (m_photo.isNull())
+    // A mask kept for the same photo stays until the next cut; one made
+    // for a photo of another size would no longer fit it.
+    if (m_photo.isNull() || m_mask.size() != m_photo.size())
         m_mask = QImage();
     m_superpixels.clear();
     m_neighbours = QHash<int, QSet<int>>();
@@ -408,6 +410,11 @@ PXMementoSegmentation* PXSelectionModel::createMemento(bool withLabels)
 
 void PXSelectionModel::setMemento(const PXMementoSegmentation& memento)
 {
+    // A memento of an earlier photo (an old undo command after a new photo)
+    // does not fit this one and is ignored.
+    const auto fits = [this](const QImage& image) { return image.isNull() || image.size() == m_photo.size(); };
+    if (!fits(memento.mask()) || !fits(memento.labels()))
+        return;
     m_foreground = memento.foregroundClusters();
     m_background = memento.backgroundClusters();
     if (!memento.labels().isNull()) {
@@ -419,10 +426,12 @@ void PXSelectionModel::setMemento(const PXMementoSegmentation& memento)
     m_mask = memento.mask();
     if (!m_mask.isNull() && m_mask.format() != QImage::Format_ARGB32_Premultiplied)
         m_mask = m_mask.convertToFormat(QImage::Format_ARGB32_Premultiplied);
-    if (memento.maskColor() != m_maskColor) {
+    if (memento.maskColor() != m_maskColor)
         m_maskColor = memento.maskColor();
-        recolour();
-    }
+    // Recoloured even when the colour is the same: a memento taken while
+    // a colour change was still pending holds pixels of the old colour.
+    // For any other memento this changes no byte.
+    recolour();
     m_lassoPath = memento.lassoPath();
     m_marks = memento.strokeMarks();
 }

@@ -2,6 +2,7 @@
 // and making every superpixel one connected piece.
 #include "PXSlic.h"
 
+#include "PXLassoRaster.h"
 #include "PXSlicPixelSums.h"
 #include "PXSuperPixel.h"
 
@@ -149,7 +150,19 @@ qint32 closestNeighbour(std::vector<qint32>& neighbours, const QList<PXSuperPixe
 
 void PXSlic::clipLabelsToLasso()
 {
-    if (!m_labels.isNull()) {
+    if (!m_labels.isNull() && PXLassoRaster::isIntricate(m_lasso) && m_labels.depth() == 32) {
+        // A hand-drawn lasso is filled on a raster instead of subtracted from
+        // the rectangle, which could take minutes over a jittery one.
+        const QImage inside = PXLassoRaster::fill(m_lasso, m_labels.rect());
+        const quint32 outsideLabel = QColor(Qt::color0).rgba(); // what the painter writes below
+        for (int y = 0; y < m_labels.height(); ++y) {
+            const auto* mask = reinterpret_cast<const quint32*>(inside.constScanLine(y));
+            auto* labels = reinterpret_cast<quint32*>(m_labels.scanLine(y));
+            for (int x = 0; x < m_labels.width(); ++x)
+                if (mask[x] != 0xFFFFFFFFu)
+                    labels[x] = outsideLabel;
+        }
+    } else if (!m_labels.isNull()) {
         QPainterPath outside;
         outside.addRect(QRectF(m_labels.rect()));
         outside = outside.subtracted(m_lasso);

@@ -32,6 +32,25 @@ std::unique_ptr<PXInitialSegmentationWorker> segment(const QImage& photo, const 
     return worker;
 }
 
+// A hand-drawn lasso of many small random steps round an ellipse: it crosses
+// itself all along, which the path clipper handles in quadratic time or worse.
+QPainterPath jitteryLasso(int points, QPointF centre, QSizeF radii)
+{
+    QRandomGenerator random(7);
+    double drift = 0;
+    QPolygonF polygon;
+    for (int i = 0; i < points; ++i) {
+        drift = qBound(-15.0, drift + random.bounded(3.0) - 1.5, 15.0);
+        const double angle = 2 * M_PI * i / points;
+        polygon << centre + QPointF((radii.width() + drift) * std::cos(angle), (radii.height() + drift) * std::sin(angle))
+                + QPointF(random.bounded(4.0) - 2, random.bounded(4.0) - 2);
+    }
+    QPainterPath path;
+    path.addPolygon(polygon);
+    path.closeSubpath();
+    return path;
+}
+
 } // namespace
 
 class TestInitialSegmentationWorker : public QObject
@@ -42,6 +61,7 @@ private Q_SLOTS:
     void progressProtocol();
     void snapsToImageBorder();
     void growPainterPath();
+    void jitteryLassoIsQuickAndStoppable();
     void stopEndsAtThePhaseBoundary();
     void deleteRightAfterStop();
     void badInput_data();
@@ -108,6 +128,33 @@ void TestInitialSegmentationWorker::growPainterPath()
     QVERIFY(grown.contains(QPointF(150, 150)));
     const QPainterPath clipped = worker.growPainterPath(square, QRect(0, 0, 205, 400), 10);
     QCOMPARE(clipped.boundingRect(), QRectF(90, 90, 115, 120));
+}
+
+void TestInitialSegmentationWorker::jitteryLassoIsQuickAndStoppable()
+{
+    const QImage photo = WorkerTestPhoto::photo(1200, 800);
+    const QPainterPath lasso = jitteryLasso(20000, QPointF(600, 400), QSizeF(380, 250));
+    const QPainterPath grown = PXInitialSegmentationWorker(QImage(), QFileInfo()).growPainterPath(lasso, photo.rect(), 10);
+    QVERIFY2(grown.elementCount() < 20000, qPrintable(QString::number(grown.elementCount())));
+    QVERIFY(QRectF(photo.rect()).contains(grown.boundingRect()));
+    for (int i = 0; i < lasso.elementCount(); i += 997)
+        QVERIFY(grown.contains(QPointF(lasso.elementAt(i))));
+    QVERIFY(grown.contains(QPointF(600, 400)));
+    QVERIFY(!grown.contains(QPointF(600, 115)));
+
+    // Not timed: a cut that hangs in the lasso's geometry fails either QTRY.
+    PXInitialSegmentationWorker worker(photo, QFileInfo());
+    QSignalSpy finished(&worker, &PXInitialSegmentationWorker::finished);
+    worker.startInitialSegmentation(lasso);
+    QTRY_COMPARE_WITH_TIMEOUT(finished.count(), 1, 40000);
+    QVERIFY(worker.superpixel().size() > 2);
+
+    PXInitialSegmentationWorker stopped(photo, QFileInfo());
+    connect(&stopped, &PXInitialSegmentationWorker::resetProgress, &stopped, [&stopped] { stopped.stop(); },
+        Qt::DirectConnection);
+    QFuture<void> run = stopped.startInitialSegmentation(lasso);
+    QTRY_VERIFY_WITH_TIMEOUT(run.isFinished(), 20000);
+    QVERIFY(stopped.labels().isNull());
 }
 
 // A stop lands at the next phase boundary: from the run's first signal

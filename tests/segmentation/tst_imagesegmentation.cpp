@@ -72,6 +72,7 @@ private Q_SLOTS:
     void cutLoopWithoutWorkerEmitsTheMask();
     void destructionWhileWorking_data();
     void destructionWhileWorking();
+    void maskKeepsOneColourAndThePhotosSize();
 };
 
 void TestImageSegmentation::lassoGivesTheObject()
@@ -292,6 +293,59 @@ void TestImageSegmentation::cutLoopWithoutWorkerEmitsTheMask()
     host.settle();
     QCOMPARE(host.masks.count(), 2);
     QCOMPARE(segLog().count("SEG:RunningThread"), 3);
+}
+
+// Requests that overtake one another never leave a mask of two colours or
+// of another photo's size.
+void TestImageSegmentation::maskKeepsOneColourAndThePhotosSize()
+{
+    const QImage labels = labelImage({"12", "34", "56"}, 4);
+    QSemaphore entered;
+    bool held = false;
+    Host host;
+    host.craft(labels, {1, 2, 3, 4});
+
+    // A colour change made while a paint pass runs (from its own emission)
+    // cannot start the thread; it is applied once the pass ends.
+    auto connection = connect(&host.controller, &PXImageSegmentation::sendNewMask, &host.controller,
+        [&host] { host.controller.setMaskColor(Qt::blue); }, Qt::DirectConnection);
+    host.controller.startThreadWithPaintSelection(square(1, 1, 2), false, false);
+    host.settle();
+    disconnect(connection);
+    QCOMPARE(host.controller.maskForeground().pixel(1, 9), qRgb(0, 0, 255));
+
+    // A memento taken while a colour change was pending: red pixels under the
+    // recorded colour, blue, is restored in blue.
+    std::unique_ptr<PXMementoSegmentation> before(host.controller.createMemento(true));
+    QImage stale = before->mask();
+    QPainter(&stale).fillRect(stale.rect(), QColor(Qt::red));
+    const PXMementoSegmentation pending(QPainterPath(), {1}, {5}, stale, QImage(), {}, QColor(Qt::blue));
+    host.controller.setMemento(&pending);
+    QCOMPARE(host.controller.maskForeground().pixel(1, 9), qRgb(0, 0, 255));
+
+    // A new photo set up while a job runs: setup() waits for it, drops the
+    // mask of the old size, and the old photo's mementos no longer apply.
+    connection = connect(&host.controller, &PXImageSegmentation::sendNewMask, &host.controller,
+        [&](const QImage&) {
+            if (!std::exchange(held, true)) {
+                entered.release();
+                QThread::msleep(100);
+            }
+        },
+        Qt::DirectConnection);
+    host.controller.invertMask();
+    QVERIFY(entered.tryAcquire(1, 5000));
+    QImage wider(labels.width() + 1, labels.height(), QImage::Format_RGB32);
+    wider.fill(Qt::gray);
+    host.controller.setup(wider, QFileInfo());
+    QVERIFY(!host.controller.isRunning());
+    QVERIFY(host.controller.maskForeground().isNull());
+    host.controller.setMemento(before.get());
+    QVERIFY(host.controller.maskForeground().isNull());
+    QCoreApplication::processEvents();
+    host.masks.clear();
+    host.settle();
+    QCOMPARE(host.masks.count(), 0);
 }
 
 void TestImageSegmentation::destructionWhileWorking_data()
