@@ -7,6 +7,7 @@
 // The search of the scissors also covers the padding (black, the dearest
 // cost), which it settles after the photo.
 #include "BlockPool.h"
+#include "PXBenchmarkSupport.h"
 #include "PXIntelligentScissors.h"
 #include "PXIntelligentScissorsWireCalculator.h"
 
@@ -31,18 +32,6 @@ using Clock = std::chrono::steady_clock;
 double seconds(Clock::time_point start)
 {
     return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-double residentMiB()
-{
-    long pages = 0;
-    long resident = 0;
-    if (FILE* file = std::fopen("/proc/self/statm", "r")) {
-        if (std::fscanf(file, "%ld %ld", &pages, &resident) != 2)
-            resident = 0;
-        std::fclose(file);
-    }
-    return resident * double(sysconf(_SC_PAGESIZE)) / (1024.0 * 1024.0);
 }
 
 // Smooth shading, a few bright curves and noise: something to follow.

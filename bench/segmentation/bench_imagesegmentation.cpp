@@ -6,6 +6,7 @@
 // Machines running this are shared, so next to the times the counters give
 // ratios to baselines measured in the same run: the worker alone for the
 // lasso and the cut, one plain copy of the mask for the refinement tools.
+#include "PXBenchmarkSupport.h"
 #include "PXImageSegmentation.h"
 #include "PXInitialSegmentationWorker.h"
 #include "WorkerTestPhoto.h"
@@ -83,21 +84,11 @@ double milliseconds(const QElapsedTimer& timer)
     return double(timer.nsecsElapsed()) / 1e6;
 }
 
-/** Makes @p request and runs the event loop until a non-null mask arrives. */
+/** Makes @p request and waits for its mask, its queued hand-over to this thread included. */
 template <typename Request>
 void requestMask(PXImageSegmentation& controller, Request request)
 {
-    QEventLoop loop;
-    QObject::connect(
-        &controller, &PXImageSegmentation::sendNewMask, &loop,
-        [&loop](const QImage& mask) {
-            if (!mask.isNull())
-                loop.quit();
-        },
-        Qt::QueuedConnection);
-    QTimer::singleShot(10000, &loop, &QEventLoop::quit);
-    request();
-    loop.exec();
+    requestMask(controller, request, Qt::QueuedConnection, 10000);
 }
 
 /** A controller that has made its first cut of the bench photo. */

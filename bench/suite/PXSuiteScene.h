@@ -3,6 +3,7 @@
 // What every program of the suite shares: the two photo sizes with a lasso
 // over 60 % of each, waiting for a controller's mask, and the process's
 // resident memory.
+#include "PXBenchmarkSupport.h"
 #include "PXImageSegmentation.h"
 #include "PXIntelligentScissors.h"
 #include "PXIntelligentScissorsWireCalculator.h"
@@ -59,21 +60,11 @@ inline void photoArguments(benchmark::internal::Benchmark* benchmark)
     benchmark->ArgName("photo")->Arg(0)->Arg(1)->UseManualTime()->Unit(benchmark::kMillisecond);
 }
 
-/** Makes @p request and runs the event loop until a non-null mask arrives. */
+/** Makes @p request and waits for its mask; the hand-over to this thread is not timed. */
 template <typename Request>
 void requestMask(PXImageSegmentation& controller, Request request)
 {
-    QEventLoop loop;
-    QObject::connect(
-        &controller, &PXImageSegmentation::sendNewMask, &loop,
-        [&loop](const QImage& mask) {
-            if (!mask.isNull())
-                loop.quit();
-        },
-        Qt::DirectConnection);
-    QTimer::singleShot(60000, &loop, &QEventLoop::quit);
-    request();
-    loop.exec();
+    requestMask(controller, request, Qt::DirectConnection, 60000);
 }
 
 /** Polls until every reduced pixel of the photo itself is settled; the padding may still be searched. */
@@ -91,18 +82,6 @@ inline void waitUntilPhotoReachable(const PXIntelligentScissors& scissors, const
         else
             std::this_thread::sleep_for(std::chrono::microseconds(50));
     }
-}
-
-inline double residentMiB()
-{
-    long pages = 0;
-    long resident = 0;
-    if (FILE* file = std::fopen("/proc/self/statm", "r")) {
-        if (std::fscanf(file, "%ld %ld", &pages, &resident) != 2)
-            resident = 0;
-        std::fclose(file);
-    }
-    return resident * double(sysconf(_SC_PAGESIZE)) / (1024.0 * 1024.0);
 }
 
 /** The process's peak resident memory so far; the suite runs each benchmark in a process of its own. */
