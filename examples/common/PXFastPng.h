@@ -4,11 +4,11 @@
 #include <QString>
 
 /**
- * A PNG writer for large pictures. Qt's spends most of its time trying every
- * row filter (about 4 s for a 35 MP picture, whatever the compression); this
- * one uses the Sub filter and zlib's fastest level and streams the rows, so a
- * 50 MP picture takes a second or two. Files are larger, and read by any
- * PNG reader.
+ * A PNG writer for large pictures, over libpng. Qt's spends most of its time
+ * trying every row filter (about 4 s for a 35 MP picture, whatever the
+ * compression); this one asks for the Sub filter and the fastest compression
+ * level and streams the rows, so a 50 MP picture takes a second or two.
+ * Files are larger, and read by any PNG reader.
  */
 namespace PXFastPng {
 
