@@ -72,6 +72,55 @@ bool isOption(const QString& argument)
         && !argument.at(1).isDigit();
 }
 
+// --paint and --scribble: fg or bg, a radius and the stroke's points.
+bool takeStroke(ArgumentReader& reader, const QString& argument, PXCutStep* step, QString* error)
+{
+    step->kind = argument == QLatin1String("--paint") ? PXCutStep::Paint : PXCutStep::Scribble;
+    step->option = argument;
+    QString side;
+    QString radius;
+    QString points;
+    if (!reader.takeValue(argument, QStringLiteral("fg or bg, a radius and points"), &side, error))
+        return false;
+    if (side != QLatin1String("fg") && side != QLatin1String("bg")) {
+        *error = QStringLiteral("%1: expected fg or bg, got '%2'").arg(argument, side);
+        return false;
+    }
+    step->foreground = side == QLatin1String("fg");
+    if (!reader.takeValue(argument, QStringLiteral("a radius and points"), &radius, error)
+        || !parsePositive(argument, radius, &step->radius, error)
+        || !reader.takeValue(argument, QStringLiteral("points after the radius"), &points, error)
+        || !parsePoints(argument, points, &step->points, error))
+        return false;
+    if (step->points.isEmpty()) {
+        *error = QStringLiteral("%1: the stroke has no points").arg(argument);
+        return false;
+    }
+    return true;
+}
+
+// --smooth: bounded, as larger radii break the blurred one-bit mask.
+bool takeSmoothRadius(ArgumentReader& reader, int* smoothRadius, QString* error)
+{
+    QString value;
+    if (!reader.takeValue(QStringLiteral("--smooth"), QStringLiteral("a radius"), &value, error))
+        return false;
+    bool ok = false;
+    *smoothRadius = value.toInt(&ok);
+    if (!ok || *smoothRadius < 1) {
+        *error = QStringLiteral("--smooth: radius '%1' is not a positive whole number").arg(value);
+        return false;
+    }
+    if (*smoothRadius > PXCutArguments::myMaximalSmoothRadius) {
+        *error = QStringLiteral("--smooth: radius %1 is above %2, where the blurred one-bit mask breaks "
+                                "down; for a soft edge use --feather %1")
+                     .arg(*smoothRadius)
+                     .arg(PXCutArguments::myMaximalSmoothRadius);
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 QString PXCutArguments::usage()
@@ -167,27 +216,8 @@ bool PXCutArguments::parseCut(const QStringList& arguments, QString* error)
             steps.append(step);
         } else if (argument == QLatin1String("--paint") || argument == QLatin1String("--scribble")) {
             PXCutStep step;
-            step.kind = argument == QLatin1String("--paint") ? PXCutStep::Paint : PXCutStep::Scribble;
-            step.option = argument;
-            QString side;
-            QString radius;
-            QString points;
-            if (!reader.takeValue(argument, QStringLiteral("fg or bg, a radius and points"), &side, error))
+            if (!takeStroke(reader, argument, &step, error))
                 return false;
-            if (side != QLatin1String("fg") && side != QLatin1String("bg")) {
-                *error = QStringLiteral("%1: expected fg or bg, got '%2'").arg(argument, side);
-                return false;
-            }
-            step.foreground = side == QLatin1String("fg");
-            if (!reader.takeValue(argument, QStringLiteral("a radius and points"), &radius, error)
-                || !parsePositive(argument, radius, &step.radius, error)
-                || !reader.takeValue(argument, QStringLiteral("points after the radius"), &points, error)
-                || !parsePoints(argument, points, &step.points, error))
-                return false;
-            if (step.points.isEmpty()) {
-                *error = QStringLiteral("%1: the stroke has no points").arg(argument);
-                return false;
-            }
             steps.append(step);
         } else if (argument == QLatin1String("--invert")) {
             invert = true;
@@ -200,21 +230,8 @@ bool PXCutArguments::parseCut(const QStringList& arguments, QString* error)
                 return false;
             }
         } else if (argument == QLatin1String("--smooth")) {
-            if (!reader.takeValue(argument, QStringLiteral("a radius"), &value, error))
+            if (!takeSmoothRadius(reader, &smoothRadius, error))
                 return false;
-            bool ok = false;
-            smoothRadius = value.toInt(&ok);
-            if (!ok || smoothRadius < 1) {
-                *error = QStringLiteral("--smooth: radius '%1' is not a positive whole number").arg(value);
-                return false;
-            }
-            if (smoothRadius > myMaximalSmoothRadius) {
-                *error = QStringLiteral("--smooth: radius %1 is above %2, where the blurred one-bit mask breaks "
-                                        "down; for a soft edge use --feather %1")
-                             .arg(smoothRadius)
-                             .arg(myMaximalSmoothRadius);
-                return false;
-            }
         } else if (argument == QLatin1String("--feather")) {
             if (!reader.takeValue(argument, QStringLiteral("a radius"), &value, error)
                 || !parsePositive(argument, value, &featherRadius, error))

@@ -262,6 +262,215 @@ QImage compareCuts(const PXHostPhoto& photo, const QPainterPath& lasso, const QC
     return result;
 }
 
+// The saved selection --mask-in names, at the working size; null with @p error on failure.
+QImage readSavedSelection(const QString& path, const PXHostPhoto& photo, QString* error)
+{
+    const QImage saved(path);
+    const QSize size = photo.photo().size();
+    if (saved.isNull()) {
+        *error = QStringLiteral("cannot read the mask %1").arg(path);
+        return QImage();
+    }
+    if (saved.size() != size && saved.size() != photo.working().size()) {
+        *error = QStringLiteral("the mask %1 is %2x%3, the photo %4x%5")
+                     .arg(path)
+                     .arg(saved.width())
+                     .arg(saved.height())
+                     .arg(size.width())
+                     .arg(size.height());
+        return QImage();
+    }
+    return PXSelectionMask::fromSaved(saved).scaled(photo.working().size(), Qt::IgnoreAspectRatio,
+        Qt::SmoothTransformation);
+}
+
+// Fills arguments.lasso from the lasso file, or from the file beside the photo
+// when no lasso option was given, and checks every point lies in the photo.
+bool readLasso(PXCutArguments& arguments, const QString& photoPath, bool cut, const QSize& size, QString* error)
+{
+    if (cut && arguments.lassoSource.isEmpty() && arguments.lassoFile.isEmpty()) {
+        const QFileInfo info(photoPath);
+        arguments.lassoFile = info.dir().filePath(info.completeBaseName() + QStringLiteral(".lasso"));
+        if (!QFileInfo::exists(arguments.lassoFile)) {
+            *error = QStringLiteral("no lasso: give --lasso or --lasso-file, or put %1 beside the photo")
+                         .arg(QFileInfo(arguments.lassoFile).fileName());
+            return false;
+        }
+    }
+    if (!arguments.lassoFile.isEmpty()) {
+        QFile file(arguments.lassoFile);
+        if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+            *error = QStringLiteral("cannot read the lasso file %1: %2").arg(arguments.lassoFile, file.errorString());
+            return false;
+        }
+        if (!PXPointList::parse(QString::fromUtf8(file.readAll()), &arguments.lasso, error)) {
+            *error = QStringLiteral("%1: %2").arg(arguments.lassoFile, *error);
+            return false;
+        }
+        arguments.lassoSource = arguments.lassoFile;
+    }
+    if (cut && arguments.lasso.size() < 3) {
+        *error = QStringLiteral("%1: a lasso needs at least 3 points, got %2")
+                     .arg(arguments.lassoSource)
+                     .arg(arguments.lasso.size());
+        return false;
+    }
+    if (!checkInside(QStringLiteral("the lasso"), arguments.lasso, size, error))
+        return false;
+    QHash<QString, int> occurrences;
+    for (const PXCutStep& step : std::as_const(arguments.steps)) {
+        const int occurrence = ++occurrences[step.option];
+        const QString what = step.kind == PXCutStep::Click
+            ? step.option
+            : QStringLiteral("%1 #%2").arg(step.option).arg(occurrence);
+        if (!checkInside(what, step.points, size, error))
+            return false;
+    }
+    return true;
+}
+
+// The clicks, strokes and inversion of the command line, in order, on @p mask.
+bool applySteps(PXImageSegmentation& controller, const PXCutArguments& arguments, const PXHostPhoto& photo,
+    QImage* mask, QStringList* warnings, QString* error)
+{
+    const qreal brushScale = std::sqrt(photo.scaleX() * photo.scaleY());
+    for (const PXCutStep& step : arguments.steps) {
+        const QList<QPointF> points = PXPointList::scaled(step.points, photo.scaleX(), photo.scaleY());
+        switch (step.kind) {
+        case PXCutStep::Click:
+            // Outside the lasso the library would toggle everything the lasso
+            // left out as one region.
+            if (!insideLasso(controller, points.first())) {
+                warnings->append(QStringLiteral("--click (%1) lies outside the lasso; ignored (a click "
+                                                "there would toggle all that the lasso left out)")
+                                     .arg(PXPointList::format(step.points.first())));
+                warn(warnings->last());
+                continue;
+            }
+            // The clicker runs on the global pool and emits nothing; its result
+            // is read back once the pool is idle.
+            controller.startThreadWithClicker(points.first());
+            QThreadPool::globalInstance()->waitForDone();
+            *mask = controller.maskForeground();
+            break;
+        case PXCutStep::Paint:
+        case PXCutStep::Scribble: {
+            const QPainterPath stroke = PXPointList::brushStroke(points, step.radius * brushScale);
+            const bool paint = step.kind == PXCutStep::Paint;
+            // One final stroke per option: a command line has no gesture to undo.
+            *mask = requestMask(controller, [&] {
+                if (paint)
+                    controller.startThreadWithPaintSelection(stroke, step.foreground, false);
+                else
+                    controller.startThreadWithScribble(stroke, step.foreground, false);
+            });
+            break;
+        }
+        }
+        if (mask->isNull()) {
+            *error = QStringLiteral("%1 produced no mask").arg(step.option);
+            return false;
+        }
+    }
+    if (arguments.invert) {
+        *mask = requestMask(controller, [&] { controller.invertMask(); });
+        if (mask->isNull()) {
+            *error = QStringLiteral("--invert produced no mask");
+            return false;
+        }
+    }
+    return true;
+}
+
+// The library's smooth mask of radius @p radius in @p maskColour; null when it made none.
+QImage smoothMask(PXImageSegmentation& controller, const QImage& mask, const QColor& maskColour, int radius)
+{
+    // The one-bit smooth mask keeps only pixels nearer white than black, so
+    // it is taken with a white mask and given the mask colour afterwards.
+    if (maskColour.rgb() != QColor(Qt::white).rgb())
+        requestMask(controller, [&] { controller.setMaskColor(Qt::white); });
+    const QImage smooth = controller.createSmoothForegroundMask(radius);
+    return smooth.isNull() ? QImage() : keepBorder(maskFromSmooth(smooth, maskColour), mask, radius);
+}
+
+struct CutSummary {
+    QSize workedOn;
+    int regions = 0;
+    double share = 0;
+    qint64 cutMs = 0;
+    QStringList written;
+    QStringList warnings;
+};
+
+void printSummary(const PXCutArguments& arguments, const PXHostPhoto& photo, const CutSummary& summary,
+    const QElapsedTimer& sinceStart)
+{
+    const QSize size = photo.photo().size();
+    const double totalTime = sinceStart.elapsed() / 1000.0;
+    if (arguments.json) {
+        const QJsonObject json {
+            { QStringLiteral("photo"), photo.fileInfo().fileName() },
+            { QStringLiteral("width"), size.width() },
+            { QStringLiteral("height"), size.height() },
+            { QStringLiteral("workedOn"), QJsonArray { summary.workedOn.width(), summary.workedOn.height() } },
+            { QStringLiteral("regions"), summary.regions },
+            { QStringLiteral("objectFraction"), summary.share },
+            { QStringLiteral("cutSeconds"), summary.cutMs / 1000.0 },
+            { QStringLiteral("totalSeconds"), totalTime },
+            { QStringLiteral("files"), QJsonArray::fromStringList(summary.written) },
+            { QStringLiteral("warnings"), QJsonArray::fromStringList(summary.warnings) } };
+        std::printf("%s\n", QJsonDocument(json).toJson(QJsonDocument::Compact).constData());
+        return;
+    }
+    std::printf("%s %dx%d (worked on %dx%d): %d regions, object %.1f%% of the photo; cut %.2f s, total %.2f s "
+                "-> %s\n",
+        qPrintable(photo.fileInfo().fileName()), size.width(), size.height(), summary.workedOn.width(),
+        summary.workedOn.height(), summary.regions, 100 * summary.share, summary.cutMs / 1000.0, totalTime,
+        qPrintable(QDir::toNativeSeparators(QDir(arguments.outputDirectory).path())));
+}
+
+// Writes mask.png, cutout.png, overlay.png and, with --compare, compare.png of
+// @p lasso's plain and refined cut; notes the object's share in @p summary.
+bool writeResults(const PXCutArguments& arguments, const PXHostPhoto& photo, const QImage& mask,
+    const QImage& contours, const QPainterPath& lasso, CutSummary* summary, QString* error)
+{
+    const QImage finalMask = photo.toPhotoSize(mask);
+    // Counted on the working size: on a large photo the full size costs a second.
+    summary->share = PXHostImages::objectShare(mask);
+    if (summary->share == 0) {
+        summary->warnings.append(QStringLiteral(
+            "the cut selected nothing (0% object). The lasso is probably too tight (only regions wholly inside "
+            "it, grown by 10 pixels, become the object) or too loose (the object's colours are common in the "
+            "background it encloses). Draw the lasso a little outside the object's outline, or add regions "
+            "with --click or --paint fg."));
+        warn(summary->warnings.last());
+    }
+    // Two seconds each on a large photo: the overlay is made beside the cut-out.
+    QFuture<QImage> overlayFuture = QtConcurrent::run([&] {
+        return PXHostImages::overlay(photo.photo(), finalMask, photo.toPhotoSize(contours));
+    });
+    // A feather softens the cut-out's edge; the mask stays the library's.
+    const QImage cutout = arguments.featherRadius > 0
+        ? PXHostImages::cutOut(photo.photo(),
+            PXSelectionMask::toMask(
+                PXSelectionMask::feathered(PXSelectionMask::fromMask(finalMask), arguments.featherRadius),
+                Qt::black))
+        : PXHostImages::cutOut(photo.photo(), finalMask);
+    const QImage overlay = overlayFuture.result();
+
+    QList<std::pair<QString, QImage>> images = { { QStringLiteral("mask.png"), finalMask },
+        { QStringLiteral("cutout.png"), cutout }, { QStringLiteral("overlay.png"), overlay } };
+    if (arguments.compare && !lasso.isEmpty()) {
+        const QImage comparison = compareCuts(photo, lasso, arguments.maskColour);
+        if (comparison.isNull()) {
+            *error = QStringLiteral("--compare: a cut produced no mask");
+            return false;
+        }
+        images.append({ QStringLiteral("compare.png"), comparison });
+    }
+    return writeImages(QDir(arguments.outputDirectory), images, &summary->written, error);
+}
+
 int runCut(PXCutArguments arguments, const QElapsedTimer& sinceStart)
 {
     QString error;
@@ -272,23 +481,10 @@ int runCut(PXCutArguments arguments, const QElapsedTimer& sinceStart)
     const PXHostPhoto photo = PXHostPhoto::load(photoPath, maximalLength, &error);
     if (photo.isNull())
         return fail(QStringLiteral("cannot read the photo %1").arg(error));
-    const QSize size = photo.photo().size();
 
     QImage savedSelection;
-    if (!arguments.maskIn.isEmpty()) {
-        const QImage saved(arguments.maskIn);
-        if (saved.isNull())
-            return fail(QStringLiteral("cannot read the mask %1").arg(arguments.maskIn));
-        if (saved.size() != size && saved.size() != photo.working().size())
-            return fail(QStringLiteral("the mask %1 is %2x%3, the photo %4x%5")
-                            .arg(arguments.maskIn)
-                            .arg(saved.width())
-                            .arg(saved.height())
-                            .arg(size.width())
-                            .arg(size.height()));
-        savedSelection = PXSelectionMask::fromSaved(saved).scaled(photo.working().size(), Qt::IgnoreAspectRatio,
-            Qt::SmoothTransformation);
-    }
+    if (!arguments.maskIn.isEmpty() && (savedSelection = readSavedSelection(arguments.maskIn, photo, &error)).isNull())
+        return fail(error);
     // A saved mask alone needs no lasso; clicks and paint then have no regions.
     const bool cut = savedSelection.isNull() || !arguments.lassoSource.isEmpty() || !arguments.lassoFile.isEmpty();
     if (!cut) {
@@ -298,39 +494,8 @@ int runCut(PXCutArguments arguments, const QElapsedTimer& sinceStart)
                                 .arg(step.option));
         }
     }
-
-    // Without a lasso option the lasso lies beside the photo, named after it.
-    if (cut && arguments.lassoSource.isEmpty() && arguments.lassoFile.isEmpty()) {
-        const QFileInfo info(photoPath);
-        arguments.lassoFile = info.dir().filePath(info.completeBaseName() + QStringLiteral(".lasso"));
-        if (!QFileInfo::exists(arguments.lassoFile))
-            return fail(QStringLiteral("no lasso: give --lasso or --lasso-file, or put %1 beside the photo")
-                            .arg(QFileInfo(arguments.lassoFile).fileName()));
-    }
-    if (!arguments.lassoFile.isEmpty()) {
-        QFile file(arguments.lassoFile);
-        if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
-            return fail(QStringLiteral("cannot read the lasso file %1: %2").arg(arguments.lassoFile, file.errorString()));
-        if (!PXPointList::parse(QString::fromUtf8(file.readAll()), &arguments.lasso, &error))
-            return fail(QStringLiteral("%1: %2").arg(arguments.lassoFile, error));
-        arguments.lassoSource = arguments.lassoFile;
-    }
-    if (cut && arguments.lasso.size() < 3)
-        return fail(QStringLiteral("%1: a lasso needs at least 3 points, got %2")
-                        .arg(arguments.lassoSource)
-                        .arg(arguments.lasso.size()));
-
-    if (!checkInside(QStringLiteral("the lasso"), arguments.lasso, size, &error))
+    if (!readLasso(arguments, photoPath, cut, photo.photo().size(), &error))
         return fail(error);
-    QHash<QString, int> occurrences;
-    for (const PXCutStep& step : std::as_const(arguments.steps)) {
-        const int occurrence = ++occurrences[step.option];
-        const QString what = step.kind == PXCutStep::Click
-            ? step.option
-            : QStringLiteral("%1 #%2").arg(step.option).arg(occurrence);
-        if (!checkInside(what, step.points, size, &error))
-            return fail(error);
-    }
 
     PXImageSegmentation controller;
     if (arguments.refine)
@@ -351,10 +516,10 @@ int runCut(PXCutArguments arguments, const QElapsedTimer& sinceStart)
 
     QElapsedTimer timer;
     timer.start();
+    const QPainterPath lasso = PXPointList::closedPolygon(
+        PXPointList::scaled(arguments.lasso, photo.scaleX(), photo.scaleY()));
     QImage mask;
     if (cut) {
-        const QPainterPath lasso = PXPointList::closedPolygon(
-            PXPointList::scaled(arguments.lasso, photo.scaleX(), photo.scaleY()));
         mask = requestMask(controller, [&] { controller.startThreadWithInitialPath(lasso); });
         bar.finish();
         if (mask.isNull()) {
@@ -370,127 +535,23 @@ int runCut(PXCutArguments arguments, const QElapsedTimer& sinceStart)
             maskColour);
         mask = requestMask(controller, [&] { controller.setMemento(&saved); });
     }
-
-    const qreal brushScale = std::sqrt(photo.scaleX() * photo.scaleY());
-    QStringList warnings;
-    for (const PXCutStep& step : arguments.steps) {
-        const QList<QPointF> points = PXPointList::scaled(step.points, photo.scaleX(), photo.scaleY());
-        switch (step.kind) {
-        case PXCutStep::Click:
-            // Outside the lasso the library would toggle everything the lasso
-            // left out as one region.
-            if (!insideLasso(controller, points.first())) {
-                warnings.append(QStringLiteral("--click (%1) lies outside the lasso; ignored (a click "
-                                               "there would toggle all that the lasso left out)")
-                                    .arg(PXPointList::format(step.points.first())));
-                warn(warnings.last());
-                continue;
-            }
-            // The clicker runs on the global pool and emits nothing; its result
-            // is read back once the pool is idle.
-            controller.startThreadWithClicker(points.first());
-            QThreadPool::globalInstance()->waitForDone();
-            mask = controller.maskForeground();
-            break;
-        case PXCutStep::Paint:
-        case PXCutStep::Scribble: {
-            const QPainterPath stroke = PXPointList::brushStroke(points, step.radius * brushScale);
-            const bool paint = step.kind == PXCutStep::Paint;
-            // One final stroke per option: a command line has no gesture to undo.
-            mask = requestMask(controller, [&] {
-                if (paint)
-                    controller.startThreadWithPaintSelection(stroke, step.foreground, false);
-                else
-                    controller.startThreadWithScribble(stroke, step.foreground, false);
-            });
-            break;
-        }
-        }
-        if (mask.isNull())
-            return fail(QStringLiteral("%1 produced no mask").arg(step.option));
-    }
-    if (arguments.invert) {
-        mask = requestMask(controller, [&] { controller.invertMask(); });
-        if (mask.isNull())
-            return fail(QStringLiteral("--invert produced no mask"));
-    }
-    const qint64 cutTime = timer.elapsed();
+    CutSummary summary;
+    if (!applySteps(controller, arguments, photo, &mask, &summary.warnings, &error))
+        return fail(error);
+    summary.cutMs = timer.elapsed();
 
     const QImage contours = cut ? controller.drawContour() : QImage();
-    const int regions = cut ? regionCount(controller, photo.working().size()) : 0;
-
+    summary.workedOn = photo.working().size();
+    summary.regions = cut ? regionCount(controller, summary.workedOn) : 0;
     if (arguments.smoothRadius > 0) {
-        // The one-bit smooth mask keeps only pixels nearer white than black, so
-        // it is taken with a white mask and given the mask colour afterwards.
-        const bool whiteAlready = maskColour.rgb() == QColor(Qt::white).rgb();
-        if (!whiteAlready)
-            requestMask(controller, [&] { controller.setMaskColor(Qt::white); });
-        const QImage smooth = controller.createSmoothForegroundMask(arguments.smoothRadius);
-        if (smooth.isNull())
+        mask = smoothMask(controller, mask, maskColour, arguments.smoothRadius);
+        if (mask.isNull())
             return fail(QStringLiteral("--smooth produced no mask"));
-        mask = keepBorder(maskFromSmooth(smooth, maskColour), mask, arguments.smoothRadius);
     }
 
-    const QImage finalMask = photo.toPhotoSize(mask);
-    // Counted on the working size: on a large photo the full size costs a second.
-    const double share = PXHostImages::objectShare(mask);
-    if (share == 0) {
-        warnings.append(QStringLiteral(
-            "the cut selected nothing (0% object). The lasso is probably too tight (only regions wholly inside "
-            "it, grown by 10 pixels, become the object) or too loose (the object's colours are common in the "
-            "background it encloses). Draw the lasso a little outside the object's outline, or add regions "
-            "with --click or --paint fg."));
-        warn(warnings.last());
-    }
-    // Two seconds each on a large photo: the overlay is made beside the cut-out.
-    QFuture<QImage> overlayFuture = QtConcurrent::run([&] {
-        return PXHostImages::overlay(photo.photo(), finalMask, photo.toPhotoSize(contours));
-    });
-    // A feather softens the cut-out's edge; the mask stays the library's.
-    const QImage cutout = arguments.featherRadius > 0
-        ? PXHostImages::cutOut(photo.photo(),
-            PXSelectionMask::toMask(
-                PXSelectionMask::feathered(PXSelectionMask::fromMask(finalMask), arguments.featherRadius),
-                Qt::black))
-        : PXHostImages::cutOut(photo.photo(), finalMask);
-    const QImage overlay = overlayFuture.result();
-
-    QList<std::pair<QString, QImage>> images = { { QStringLiteral("mask.png"), finalMask },
-        { QStringLiteral("cutout.png"), cutout }, { QStringLiteral("overlay.png"), overlay } };
-    if (arguments.compare && cut) {
-        const QImage comparison = compareCuts(photo,
-            PXPointList::closedPolygon(PXPointList::scaled(arguments.lasso, photo.scaleX(), photo.scaleY())),
-            arguments.maskColour);
-        if (comparison.isNull())
-            return fail(QStringLiteral("--compare: a cut produced no mask"));
-        images.append({ QStringLiteral("compare.png"), comparison });
-    }
-    const QDir out(arguments.outputDirectory);
-    QStringList written;
-    if (!writeImages(out, images, &written, &error))
+    if (!writeResults(arguments, photo, mask, contours, cut ? lasso : QPainterPath(), &summary, &error))
         return fail(error);
-
-    const double totalTime = sinceStart.elapsed() / 1000.0;
-    if (arguments.json) {
-        const QJsonObject summary {
-            { QStringLiteral("photo"), photo.fileInfo().fileName() },
-            { QStringLiteral("width"), size.width() },
-            { QStringLiteral("height"), size.height() },
-            { QStringLiteral("workedOn"), QJsonArray { photo.working().width(), photo.working().height() } },
-            { QStringLiteral("regions"), regions },
-            { QStringLiteral("objectFraction"), share },
-            { QStringLiteral("cutSeconds"), cutTime / 1000.0 },
-            { QStringLiteral("totalSeconds"), totalTime },
-            { QStringLiteral("files"), QJsonArray::fromStringList(written) },
-            { QStringLiteral("warnings"), QJsonArray::fromStringList(warnings) } };
-        std::printf("%s\n", QJsonDocument(summary).toJson(QJsonDocument::Compact).constData());
-        return Success;
-    }
-    std::printf("%s %dx%d (worked on %dx%d): %d regions, object %.1f%% of the photo; cut %.2f s, total %.2f s "
-                "-> %s\n",
-        qPrintable(photo.fileInfo().fileName()), size.width(), size.height(), photo.working().width(),
-        photo.working().height(), regions, 100 * share, cutTime / 1000.0, totalTime,
-        qPrintable(QDir::toNativeSeparators(out.path())));
+    printSummary(arguments, photo, summary, sinceStart);
     return Success;
 }
 
@@ -509,6 +570,40 @@ QList<QPoint> joinedWire(const QList<QPoint>& traced, const QPoint& seed, const 
     if (wire.last() != target)
         wire.append(target);
     return wire;
+}
+
+// Writes wire.png (the photo with @p wires drawn) and wire.json.
+bool writeWires(const PXCutArguments& arguments, const PXHostPhoto& photo, const QList<QList<QPoint>>& wires,
+    QStringList* written, QString* error)
+{
+    QJsonArray wireArray;
+    for (int i = 0; i < wires.size(); ++i) {
+        QJsonArray points;
+        for (const QPoint& p : wires.at(i))
+            points.append(QJsonArray { p.x(), p.y() });
+        wireArray.append(QJsonObject {
+            { QStringLiteral("seed"), QJsonArray { arguments.seeds.at(i).x(), arguments.seeds.at(i).y() } },
+            { QStringLiteral("to"), QJsonArray { arguments.targets.at(i).x(), arguments.targets.at(i).y() } },
+            { QStringLiteral("points"), points } });
+    }
+    const QJsonObject document {
+        { QStringLiteral("photo"), photo.fileInfo().fileName() },
+        { QStringLiteral("width"), photo.photo().width() },
+        { QStringLiteral("height"), photo.photo().height() },
+        { QStringLiteral("wires"), wireArray } };
+
+    const QDir out(arguments.outputDirectory);
+    if (!writeImages(out, { { QStringLiteral("wire.png"), PXHostImages::wires(photo.photo(), wires) } }, written,
+            error))
+        return false;
+    QFile json(out.filePath(QStringLiteral("wire.json")));
+    if (!json.open(QIODevice::WriteOnly | QIODevice::Truncate)
+        || json.write(QJsonDocument(document).toJson(QJsonDocument::Compact)) < 0) {
+        *error = QStringLiteral("cannot write %1").arg(json.fileName());
+        return false;
+    }
+    written->append(json.fileName());
+    return true;
 }
 
 int runWire(const PXCutArguments& arguments, const QElapsedTimer& sinceStart)
@@ -580,35 +675,12 @@ int runWire(const PXCutArguments& arguments, const QElapsedTimer& sinceStart)
     bar.finish();
     const qint64 elapsed = timer.elapsed();
 
-    QJsonArray wireArray;
-    int pointCount = 0;
-    for (int i = 0; i < wires.size(); ++i) {
-        QJsonArray points;
-        for (const QPoint& p : wires.at(i))
-            points.append(QJsonArray { p.x(), p.y() });
-        pointCount += int(wires.at(i).size());
-        wireArray.append(QJsonObject {
-            { QStringLiteral("seed"), QJsonArray { arguments.seeds.at(i).x(), arguments.seeds.at(i).y() } },
-            { QStringLiteral("to"), QJsonArray { arguments.targets.at(i).x(), arguments.targets.at(i).y() } },
-            { QStringLiteral("points"), points } });
-    }
-    const QJsonObject document {
-        { QStringLiteral("photo"), photo.fileInfo().fileName() },
-        { QStringLiteral("width"), size.width() },
-        { QStringLiteral("height"), size.height() },
-        { QStringLiteral("wires"), wireArray } };
-
-    const QDir out(arguments.outputDirectory);
     QStringList written;
-    if (!writeImages(out, { { QStringLiteral("wire.png"), PXHostImages::wires(photo.photo(), wires) } }, &written,
-            &error))
+    if (!writeWires(arguments, photo, wires, &written, &error))
         return fail(error);
-    QFile json(out.filePath(QStringLiteral("wire.json")));
-    if (!json.open(QIODevice::WriteOnly | QIODevice::Truncate)
-        || json.write(QJsonDocument(document).toJson(QJsonDocument::Compact)) < 0)
-        return fail(QStringLiteral("cannot write %1").arg(json.fileName()));
-    written.append(json.fileName());
-
+    int pointCount = 0;
+    for (const QList<QPoint>& wire : std::as_const(wires))
+        pointCount += int(wire.size());
     const double totalTime = sinceStart.elapsed() / 1000.0;
     if (arguments.json) {
         const QJsonObject summary { { QStringLiteral("photo"), photo.fileInfo().fileName() },
@@ -622,7 +694,7 @@ int runWire(const PXCutArguments& arguments, const QElapsedTimer& sinceStart)
     std::printf("%s %dx%d: %d wire%s, %d points; trace %.2f s, total %.2f s -> %s\n",
         qPrintable(photo.fileInfo().fileName()), size.width(), size.height(), int(wires.size()),
         wires.size() == 1 ? "" : "s", pointCount, elapsed / 1000.0, totalTime,
-        qPrintable(QDir::toNativeSeparators(out.path())));
+        qPrintable(QDir::toNativeSeparators(QDir(arguments.outputDirectory).path())));
     return Success;
 }
 

@@ -169,6 +169,8 @@ PXStudioWindow::~PXStudioWindow()
     m_segmentation->cancel();
 }
 
+// One flat list of every action, menu and tool bar, kept together so that a
+// reader sees each action beside the places it appears in.
 void PXStudioWindow::createActions()
 {
     QUndoStack* stack = PXUndoController::instanceForFotoEditor()->undoStack();
