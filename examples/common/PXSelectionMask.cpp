@@ -122,6 +122,23 @@ QImage combined(const QImage& a, const QImage& b, Function function)
     return result;
 }
 
+// Pixels within @p pixels of the object (@p object) or of the background
+// (!@p object) join it: growing and shrinking are one step, mirrored.
+QImage claimedWithin(const QImage& selection, int pixels, bool object)
+{
+    if (selection.isNull())
+        return QImage();
+    const QImage source = grey(selection);
+    if (pixels < 1)
+        return source;
+    const std::vector<float> distance = squaredDistance(source, object);
+    const float reach = float(pixels) * pixels;
+    const uchar claimed = object ? 255 : 0;
+    return mapped(source, [&distance, reach, claimed](uchar value, size_t i) {
+        return distance[i] <= reach ? claimed : value;
+    });
+}
+
 } // namespace
 
 QImage fromMask(const QImage& mask)
@@ -186,30 +203,12 @@ QImage subtracted(const QImage& a, const QImage& b)
 
 QImage grown(const QImage& selection, int pixels)
 {
-    if (selection.isNull())
-        return QImage();
-    const QImage source = grey(selection);
-    if (pixels < 1)
-        return source;
-    const std::vector<float> toObject = squaredDistance(source, true);
-    const float reach = float(pixels) * pixels;
-    return mapped(source, [&toObject, reach](uchar value, size_t i) {
-        return toObject[i] <= reach ? uchar(255) : value;
-    });
+    return claimedWithin(selection, pixels, true);
 }
 
 QImage shrunk(const QImage& selection, int pixels)
 {
-    if (selection.isNull())
-        return QImage();
-    const QImage source = grey(selection);
-    if (pixels < 1)
-        return source;
-    const std::vector<float> toBackground = squaredDistance(source, false);
-    const float reach = float(pixels) * pixels;
-    return mapped(source, [&toBackground, reach](uchar value, size_t i) {
-        return toBackground[i] <= reach ? uchar(0) : value;
-    });
+    return claimedWithin(selection, pixels, false);
 }
 
 QImage feathered(const QImage& selection, qreal radius)

@@ -248,16 +248,24 @@ bool PXCutArguments::parseCut(const QStringList& arguments, QString* error)
         } else if (argument == QLatin1String("--out")) {
             if (!takeOutputDirectory(reader, error))
                 return false;
-        } else if (isOption(argument)) {
-            *error = QStringLiteral("cut: unknown option '%1'").arg(argument);
-            return false;
-        } else if (photo.isEmpty()) {
-            photo = argument;
-        } else {
-            *error = QStringLiteral("cut: one photo only; '%1' is one too many").arg(argument);
+        } else if (!takePhoto(QStringLiteral("cut"), argument, error)) {
             return false;
         }
     }
+    return true;
+}
+
+bool PXCutArguments::takePhoto(const QString& command, const QString& argument, QString* error)
+{
+    if (isOption(argument)) {
+        *error = QStringLiteral("%1: unknown option '%2'").arg(command, argument);
+        return false;
+    }
+    if (!photo.isEmpty()) {
+        *error = QStringLiteral("%1: one photo only; '%2' is one too many").arg(command, argument);
+        return false;
+    }
+    photo = argument;
     return true;
 }
 
@@ -297,13 +305,7 @@ bool PXCutArguments::parseWire(const QStringList& arguments, QString* error)
                 return false;
         } else if (argument == QLatin1String("--json")) {
             json = true;
-        } else if (isOption(argument)) {
-            *error = QStringLiteral("wire: unknown option '%1'").arg(argument);
-            return false;
-        } else if (photo.isEmpty()) {
-            photo = argument;
-        } else {
-            *error = QStringLiteral("wire: one photo only; '%1' is one too many").arg(argument);
+        } else if (!takePhoto(QStringLiteral("wire"), argument, error)) {
             return false;
         }
     }

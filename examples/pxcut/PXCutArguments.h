@@ -92,4 +92,6 @@ private:
     bool parseCut(const QStringList& arguments, QString* error);
     bool parseWire(const QStringList& arguments, QString* error);
     bool takeOutputDirectory(ArgumentReader& reader, QString* error);
+    /** Anything that is not an option is the photo, given once. */
+    bool takePhoto(const QString& command, const QString& argument, QString* error);
 };

@@ -8,6 +8,7 @@
 #include "PXHostImages.h"
 #include "PXHostPhoto.h"
 #include "PXPointList.h"
+#include "PXSegmentationQueries.h"
 #include "PXSelectionMask.h"
 
 #include <PXImageCutterSettings.h>
@@ -123,22 +124,6 @@ QImage requestMask(PXImageSegmentation& controller, const std::function<void()>&
     if (!mask.isNull())
         controller.wait();
     return mask;
-}
-
-// Whether @p point lies in the lasso the library analysed (grown as it grows it).
-bool insideLasso(const PXImageSegmentation& controller, const QPointF& point)
-{
-    QPainterPath spot;
-    spot.addRect(QRectF(point, QSizeF(1, 1)));
-    return controller.containsPath(spot);
-}
-
-// The number of regions: every label under a brush that covers the photo.
-int regionCount(const PXImageSegmentation& controller, const QSize& size)
-{
-    const QPoint centre(size.width() / 2, size.height() / 2);
-    const int reach = int(std::ceil(std::hypot(size.width(), size.height()))) + 2;
-    return int(controller.superpixels(centre, 2 * reach).size());
 }
 
 // The smooth mask is one bit deep: a pixel is set where the blurred mask is
@@ -340,7 +325,7 @@ bool applySteps(PXImageSegmentation& controller, const PXCutArguments& arguments
         case PXCutStep::Click:
             // Outside the lasso the library would toggle everything the lasso
             // left out as one region.
-            if (!insideLasso(controller, points.first())) {
+            if (!PXSegmentationQueries::insideLasso(controller, points.first())) {
                 warnings->append(QStringLiteral("--click (%1) lies outside the lasso; ignored (a click "
                                                 "there would toggle all that the lasso left out)")
                                      .arg(PXPointList::format(step.points.first())));
@@ -542,7 +527,7 @@ int runCut(PXCutArguments arguments, const QElapsedTimer& sinceStart)
 
     const QImage contours = cut ? controller.drawContour() : QImage();
     summary.workedOn = photo.working().size();
-    summary.regions = cut ? regionCount(controller, summary.workedOn) : 0;
+    summary.regions = cut ? PXSegmentationQueries::regionCount(controller, summary.workedOn) : 0;
     if (arguments.smoothRadius > 0) {
         mask = smoothMask(controller, mask, maskColour, arguments.smoothRadius);
         if (mask.isNull())

@@ -2,6 +2,7 @@
 
 #include "PXHostImages.h"
 #include "PXPointList.h"
+#include "PXSegmentationQueries.h"
 #include "PXSelectionMask.h"
 #include "PXStudioView.h"
 
@@ -57,22 +58,6 @@ QSettings studioSettings()
 {
     return QSettings(QSettings::IniFormat, QSettings::UserScope, QStringLiteral("PXImageCutter"),
         QStringLiteral("pxstudio"));
-}
-
-// Whether @p point lies in the lasso the library analysed (grown as it grows it).
-bool insideLasso(const PXImageSegmentation& segmentation, const QPointF& point)
-{
-    QPainterPath spot;
-    spot.addRect(QRectF(point, QSizeF(1, 1)));
-    return segmentation.containsPath(spot);
-}
-
-// The regions of the segmentation: every label under a brush that covers the photo.
-int regionCount(const PXImageSegmentation& segmentation, const QSize& size)
-{
-    const QPoint centre(size.width() / 2, size.height() / 2);
-    const int reach = int(std::ceil(std::hypot(size.width(), size.height()))) + 2;
-    return int(segmentation.superpixels(centre, 2 * reach).size());
 }
 
 } // namespace
@@ -707,7 +692,7 @@ void PXStudioWindow::showMask(const QImage& mask)
         setCutRunning(false);
         m_view->clearToolFeedback();
         m_selection.finishLasso();
-        m_regions = regionCount(*m_segmentation, m_photo.working().size());
+        m_regions = PXSegmentationQueries::regionCount(*m_segmentation, m_photo.working().size());
         m_contoursStale = true;
         refreshContours();
         m_view->setMask(m_segmentation->maskForeground());
@@ -795,7 +780,7 @@ void PXStudioWindow::toggleSuperpixel(const QPointF& position)
     if (!canRefine() || m_segmentation->isRunning())
         return;
     // Outside the lasso the library would toggle all that the lasso left out.
-    if (!insideLasso(*m_segmentation, position)) {
+    if (!PXSegmentationQueries::insideLasso(*m_segmentation, position)) {
         setStatus(tr("Click inside the last lasso: outside it there are no regions to move."));
         return;
     }
