@@ -26,8 +26,14 @@ quint32 hash(quint32 value)
     return value;
 }
 
-QColor meanColour(const QImage& photo, const QImage& alpha)
+// The mean colour of @p photo under @p shape, from every other pixel.
+QColor meanColour(const QImage& photo, const QPainterPath& shape)
 {
+    QImage alpha(photo.size(), QImage::Format_ARGB32_Premultiplied);
+    alpha.fill(Qt::transparent);
+    QPainter painter(&alpha);
+    painter.fillPath(shape, Qt::white);
+    painter.end();
     qint64 sum[3] = {};
     qint64 count = 0;
     for (int y = 0; y < photo.height(); y += 2) {
@@ -120,16 +126,9 @@ QList<PXQualityScene> qualityScenes(const QSize& size)
         bar.addRect(QRectF(0, -8 * s, 250 * s, 16 * s));
         star = star.united(QTransform().translate(centre.x(), centre.y()).rotate(20 + 90 * arm).map(bar));
     }
-    {
-        QImage alpha(size, QImage::Format_ARGB32_Premultiplied);
-        alpha.fill(Qt::transparent);
-        QPainter painter(&alpha);
-        painter.fillPath(star, Qt::white);
-        painter.end();
-        const QColor under = meanColour(astronaut, alpha);
-        scenes.append(compose(QStringLiteral("thin arms"), astronaut, star,
-            QColor(std::min(255, under.red() + 40), under.green(), std::max(0, under.blue() - 30))));
-    }
+    const QColor underStar = meanColour(astronaut, star);
+    scenes.append(compose(QStringLiteral("thin arms"), astronaut, star,
+        QColor(std::min(255, underStar.red() + 40), underStar.green(), std::max(0, underStar.blue() - 30))));
 
     // A ring: the background shows through its hole.
     const QPainterPath ring = ellipse(centre, 210 * s, 210 * s).subtracted(ellipse(centre, 90 * s, 90 * s));
@@ -140,16 +139,9 @@ QList<PXQualityScene> qualityScenes(const QSize& size)
     mug.addRoundedRect(QRectF(centre.x() - 200 * s, centre.y() - 180 * s, 280 * s, 360 * s), 30 * s, 30 * s);
     const QPointF handleCentre(centre.x() + 80 * s, centre.y());
     mug = mug.united(ellipse(handleCentre, 150 * s, 120 * s).subtracted(ellipse(handleCentre, 100 * s, 70 * s)));
-    {
-        QImage alpha(size, QImage::Format_ARGB32_Premultiplied);
-        alpha.fill(Qt::transparent);
-        QPainter painter(&alpha);
-        painter.fillPath(mug, Qt::white);
-        painter.end();
-        const QColor under = meanColour(coffee, alpha);
-        scenes.append(compose(QStringLiteral("handle"), coffee, mug,
-            QColor(std::max(0, under.red() - 35), std::min(255, under.green() + 25), under.blue())));
-    }
+    const QColor underMug = meanColour(coffee, mug);
+    scenes.append(compose(QStringLiteral("handle"), coffee, mug,
+        QColor(std::max(0, underMug.red() - 35), std::min(255, underMug.green() + 25), underMug.blue())));
     return scenes;
 }
 

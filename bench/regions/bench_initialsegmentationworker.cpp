@@ -4,57 +4,18 @@
 //
 // Machines running this are shared, so next to the times the counters give
 // ratios to a baseline measured in the same run: one plain copy of the photo.
+#include "PXBenchmarkSupport.h"
 #include "PXEdgeDetectorSobelColor.h"
 #include "PXImage.h"
 #include "PXInitialSegmentationWorker.h"
 #include "PXRegionGrowing.h"
 #include "PXSlic.h"
-#include "WorkerTestPhoto.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFileInfo>
 
-#include <benchmark/benchmark.h>
-
-#include <map>
-
 namespace {
-
-struct Scene
-{
-    QImage photo;
-    QPainterPath lasso;
-};
-
-const Scene& scene(int width, int height)
-{
-    static std::map<std::pair<int, int>, Scene> scenes;
-    auto it = scenes.find({width, height});
-    if (it == scenes.end()) {
-        it = scenes.emplace(std::make_pair(width, height),
-                       Scene{WorkerTestPhoto::photo(width, height), WorkerTestPhoto::lasso(width, height, 0.6)})
-                 .first;
-    }
-    return it->second;
-}
-
-double copyMilliseconds(const QImage& photo)
-{
-    constexpr int Rounds = 5;
-    QElapsedTimer timer;
-    timer.start();
-    for (int i = 0; i < Rounds; ++i) {
-        QImage copy = photo.copy();
-        benchmark::DoNotOptimize(copy.constBits());
-    }
-    return double(timer.nsecsElapsed()) / 1e6 / Rounds;
-}
-
-double elapsedMilliseconds(const QElapsedTimer& timer)
-{
-    return double(timer.nsecsElapsed()) / 1e6;
-}
 
 // One pass through the stages in sequence, each timed on its own.
 struct StageTimes
@@ -66,46 +27,46 @@ struct StageTimes
     double regionGrowing = 0;
 };
 
-StageTimes measureStages(const Scene& input)
+StageTimes measureStages(const BenchScene& input)
 {
     StageTimes times;
     QElapsedTimer timer;
 
     timer.start();
     PXImage image(input.photo, QFileInfo());
-    times.workingImage = elapsedMilliseconds(timer);
+    times.workingImage = milliseconds(timer);
 
     PXInitialSegmentationWorker helper{QImage(), QFileInfo()};
     timer.start();
     const QPainterPath grown = helper.growPainterPath(input.lasso, image.rect(), 10);
     benchmark::DoNotOptimize(grown.elementCount());
-    times.snapAndGrow = elapsedMilliseconds(timer);
+    times.snapAndGrow = milliseconds(timer);
 
     PXEdgeDetectorSobelColor detector;
     detector.setup(&image);
     timer.start();
     detector.start();
     detector.wait();
-    times.sobel = elapsedMilliseconds(timer);
+    times.sobel = milliseconds(timer);
 
     PXSlic slic;
     timer.start();
     slic.setup(&image, input.lasso);
     slic.run();
-    times.slic = elapsedMilliseconds(timer);
+    times.slic = milliseconds(timer);
 
     PXRegionGrowing growing;
     timer.start();
     growing.setup(&image, input.lasso, detector.sobel(), detector.mean());
     growing.setClusterData(slic.clusterInformations(), slic.superPixelAssignments());
     growing.run();
-    times.regionGrowing = elapsedMilliseconds(timer);
+    times.regionGrowing = milliseconds(timer);
     return times;
 }
 
 void BM_InitialSegmentationWorker(benchmark::State& state)
 {
-    const Scene& input = scene(int(state.range(0)), int(state.range(1)));
+    const BenchScene& input = benchScene(int(state.range(0)), int(state.range(1)));
     double workerMilliseconds = 0;
     QElapsedTimer timer;
     for (auto _ : state) {
@@ -113,7 +74,7 @@ void BM_InitialSegmentationWorker(benchmark::State& state)
         PXInitialSegmentationWorker worker(input.photo, QFileInfo());
         worker.startInitialSegmentation(input.lasso).waitForFinished();
         benchmark::DoNotOptimize(worker.labels().constBits());
-        workerMilliseconds += elapsedMilliseconds(timer);
+        workerMilliseconds += milliseconds(timer);
         state.PauseTiming();
         // Drops the queued progress notifications of this worker.
         QCoreApplication::processEvents();
@@ -132,7 +93,7 @@ void BM_InitialSegmentationWorker(benchmark::State& state)
         sum.regionGrowing += times.regionGrowing / Passes;
     }
     const double sequential = sum.workingImage + sum.snapAndGrow + sum.sobel + sum.slic + sum.regionGrowing;
-    const double baseline = copyMilliseconds(input.photo);
+    const double baseline = copyMilliseconds(input.photo, 5);
 
     state.counters["image_ms"] = sum.workingImage;
     state.counters["grow_ms"] = sum.snapAndGrow;

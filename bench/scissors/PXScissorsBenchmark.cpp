@@ -62,24 +62,6 @@ const QImage& photo(int which)
     return which == 0 ? small : large;
 }
 
-// Polls until every reduced pixel of the photo itself is settled.
-void waitUntilPhotoSettled(const PXIntelligentScissors& scissors, const QImage& image)
-{
-    const PXIntelligentScissorsWireCalculator* wire = scissors.wireCalculator();
-    const unsigned int width = (image.width() + 1) / 2;
-    const unsigned int height = (image.height() + 1) / 2;
-    unsigned long next = 0;
-    const unsigned long count = static_cast<unsigned long>(width) * height;
-    while (next < count) {
-        if (wire->isReachable(2 * (next % width), 2 * (next / width)))
-            ++next;
-        else if (!wire->isExecuting() && !wire->isReachable(2 * (next % width), 2 * (next / width)))
-            ++next; // not reachable at all; cannot happen on these photos
-        else
-            std::this_thread::sleep_for(std::chrono::microseconds(50));
-    }
-}
-
 // The reference search on the photo's reduced costs (255 - mean grey of 2 x 2).
 double baselineSeconds(const QImage& image, int seedX, int seedY)
 {
@@ -170,7 +152,7 @@ void SeedUntilPhotoSettled(benchmark::State& state)
         scissors.setup(image);
         const auto start = Clock::now();
         scissors.initializeSeed(QPointF(image.width() / 2, image.height() / 2));
-        waitUntilPhotoSettled(scissors, image);
+        waitUntilPhotoReachable(scissors, image);
         const double elapsed = seconds(start);
         state.SetIterationTime(elapsed);
         total += elapsed;
@@ -229,7 +211,7 @@ void ResidentMemory(benchmark::State& state)
         state.counters["setup_MiB"] = residentMiB() - before;
         const auto start = Clock::now();
         scissors.initializeSeed(QPointF(image.width() / 2, image.height() / 2));
-        waitUntilPhotoSettled(scissors, image);
+        waitUntilPhotoReachable(scissors, image);
         state.SetIterationTime(seconds(start));
         state.counters["photo_settled_MiB"] = residentMiB() - before;
         scissors.wireCalculator()->wait();

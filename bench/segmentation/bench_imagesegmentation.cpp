@@ -9,79 +9,18 @@
 #include "PXBenchmarkSupport.h"
 #include "PXImageSegmentation.h"
 #include "PXInitialSegmentationWorker.h"
-#include "WorkerTestPhoto.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QEventLoop>
-#include <QPainter>
-#include <QPainterPathStroker>
-#include <QRandomGenerator>
 #include <QThreadPool>
-#include <QTimer>
 
 #include <benchmark/benchmark.h>
 
-
 namespace {
 
-constexpr int myWidth = 1200;
-constexpr int myHeight = 800;
-
-/** Grey-blue background with a gradient, a figure of four shapes, mild noise. */
-QImage benchPhoto()
+const BenchScene& benchInput()
 {
-    QImage image(myWidth, myHeight, QImage::Format_RGB32);
-    {
-        QPainter painter(&image);
-        QLinearGradient gradient(0, 0, myWidth, myHeight);
-        gradient.setColorAt(0, QColor(90, 110, 140));
-        gradient.setColorAt(1, QColor(60, 80, 100));
-        painter.fillRect(image.rect(), gradient);
-        painter.setPen(Qt::NoPen);
-        painter.setBrush(QColor(210, 170, 60));
-        painter.drawEllipse(QRectF(420, 220, 360, 380));
-        painter.setBrush(QColor(190, 60, 50));
-        painter.drawRect(QRectF(480, 300, 120, 140));
-        painter.setBrush(QColor(40, 150, 70));
-        painter.drawEllipse(QRectF(620, 420, 120, 120));
-        painter.setBrush(QColor(240, 240, 230));
-        painter.drawRect(QRectF(540, 160, 120, 90));
-    }
-    QRandomGenerator random(7);
-    for (int y = 0; y < myHeight; ++y) {
-        auto* row = reinterpret_cast<QRgb*>(image.scanLine(y));
-        for (int x = 0; x < myWidth; ++x) {
-            const int noise = random.bounded(-5, 6);
-            row[x] = qRgb(qBound(0, qRed(row[x]) + noise, 255),
-                          qBound(0, qGreen(row[x]) + noise, 255),
-                          qBound(0, qBlue(row[x]) + noise, 255));
-        }
-    }
-    return image;
-}
-
-/** An octagon round the middle whose bounding box is 60 % of the photo. */
-QPainterPath benchLasso()
-{
-    return WorkerTestPhoto::lasso(myWidth, myHeight, 0.6);
-}
-
-/** A brush stroke of radius 40 from one side of the figure to the other. */
-QPainterPath benchStroke()
-{
-    QPainterPath line;
-    line.moveTo(400, 380);
-    line.cubicTo(520, 320, 680, 460, 800, 400);
-    QPainterPathStroker stroker;
-    stroker.setWidth(80);
-    stroker.setCapStyle(Qt::RoundCap);
-    return stroker.createStroke(line);
-}
-
-double milliseconds(const QElapsedTimer& timer)
-{
-    return double(timer.nsecsElapsed()) / 1e6;
+    return benchScene(1200, 800);
 }
 
 /** Makes @p request and waits for its mask, its queued hand-over to this thread included. */
@@ -90,19 +29,6 @@ void requestMask(PXImageSegmentation& controller, Request request)
 {
     requestMask(controller, request, Qt::QueuedConnection, 10000);
 }
-
-/** A controller that has made its first cut of the bench photo. */
-struct CutPhoto
-{
-    CutPhoto()
-    {
-        controller.setup(benchPhoto(), QFileInfo());
-        requestMask(controller, [this]() { controller.startThreadWithInitialPath(benchLasso()); });
-        controller.wait();
-    }
-
-    PXImageSegmentation controller;
-};
 
 double workerMilliseconds(const QImage& photo, const QPainterPath& lasso)
 {
@@ -119,18 +45,6 @@ double workerMilliseconds(const QImage& photo, const QPainterPath& lasso)
     return elapsed;
 }
 
-double maskCopyMilliseconds(const QImage& mask)
-{
-    constexpr int Rounds = 10;
-    QElapsedTimer timer;
-    timer.start();
-    for (int i = 0; i < Rounds; ++i) {
-        QImage copy = mask.copy();
-        benchmark::DoNotOptimize(copy.constBits());
-    }
-    return milliseconds(timer) / Rounds;
-}
-
 void reportRatio(benchmark::State& state, double total, const char* baselineName,
                  double baseline)
 {
@@ -142,17 +56,16 @@ void reportRatio(benchmark::State& state, double total, const char* baselineName
 
 void BM_LassoToMask(benchmark::State& state)
 {
-    const QImage photo = benchPhoto();
-    const QPainterPath lasso = benchLasso();
-    const double worker = workerMilliseconds(photo, lasso);
+    const BenchScene& input = benchInput();
+    const double worker = workerMilliseconds(input.photo, input.lasso);
 
     PXImageSegmentation controller;
-    controller.setup(photo, QFileInfo());
+    controller.setup(input.photo, QFileInfo());
     double total = 0;
     QElapsedTimer timer;
     for (auto _ : state) {
         timer.start();
-        requestMask(controller, [&]() { controller.startThreadWithInitialPath(lasso); });
+        requestMask(controller, [&]() { controller.startThreadWithInitialPath(input.lasso); });
         const double elapsed = milliseconds(timer);
         state.SetIterationTime(elapsed / 1000);
         total += elapsed;
@@ -166,8 +79,8 @@ BENCHMARK(BM_LassoToMask)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTi
 // results, in the calling thread.
 void BM_InitialCut(benchmark::State& state)
 {
-    CutPhoto cut;
-    const double worker = workerMilliseconds(benchPhoto(), benchLasso());
+    CutPhoto cut(benchInput());
+    const double worker = workerMilliseconds(benchInput().photo, benchInput().lasso);
     double total = 0;
     QElapsedTimer timer;
     for (auto _ : state) {
@@ -182,19 +95,19 @@ void BM_InitialCut(benchmark::State& state)
 }
 BENCHMARK(BM_InitialCut)->UseManualTime()->Unit(benchmark::kMillisecond);
 
-void BM_PaintStroke(benchmark::State& state)
+// Times @p request, told whether to add to the object, to its mask, the side
+// alternating from one iteration to the next.
+template <typename Request>
+void timeAlternating(benchmark::State& state, Request request)
 {
-    CutPhoto cut;
-    const QPainterPath stroke = benchStroke();
-    const double copy = maskCopyMilliseconds(cut.controller.maskForeground());
+    CutPhoto cut(benchInput());
+    const double copy = copyMilliseconds(cut.controller.maskForeground(), 10);
     double total = 0;
     bool isForeground = false;
     QElapsedTimer timer;
     for (auto _ : state) {
         timer.start();
-        requestMask(cut.controller, [&]() {
-            cut.controller.startThreadWithPaintSelection(stroke, isForeground, false);
-        });
+        requestMask(cut.controller, [&]() { request(cut.controller, isForeground); });
         const double elapsed = milliseconds(timer);
         state.SetIterationTime(elapsed / 1000);
         total += elapsed;
@@ -202,36 +115,29 @@ void BM_PaintStroke(benchmark::State& state)
         cut.controller.wait();
     }
     reportRatio(state, total, "mask_copy_ms", copy);
+}
+
+void BM_PaintStroke(benchmark::State& state)
+{
+    const QPainterPath stroke = benchStroke();
+    timeAlternating(state, [&stroke](PXImageSegmentation& controller, bool isForeground) {
+        controller.startThreadWithPaintSelection(stroke, isForeground, false);
+    });
 }
 BENCHMARK(BM_PaintStroke)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 void BM_HoverPreview(benchmark::State& state)
 {
-    CutPhoto cut;
-    const double copy = maskCopyMilliseconds(cut.controller.maskForeground());
-    double total = 0;
-    bool isForeground = false;
-    QElapsedTimer timer;
-    for (auto _ : state) {
-        timer.start();
-        requestMask(cut.controller, [&]() {
-            const QSet<int> clusters = cut.controller.superpixels(QPoint(600, 400), 80);
-            cut.controller.startThreadWithPaintSelectionHover(clusters, isForeground);
-        });
-        const double elapsed = milliseconds(timer);
-        state.SetIterationTime(elapsed / 1000);
-        total += elapsed;
-        isForeground = !isForeground;
-        cut.controller.wait();
-    }
-    reportRatio(state, total, "mask_copy_ms", copy);
+    timeAlternating(state, [](PXImageSegmentation& controller, bool isForeground) {
+        controller.startThreadWithPaintSelectionHover(controller.superpixels(QPoint(600, 400), 80), isForeground);
+    });
 }
 BENCHMARK(BM_HoverPreview)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 void BM_Click(benchmark::State& state)
 {
-    CutPhoto cut;
-    const double copy = maskCopyMilliseconds(cut.controller.maskForeground());
+    CutPhoto cut(benchInput());
+    const double copy = copyMilliseconds(cut.controller.maskForeground(), 10);
     double total = 0;
     QElapsedTimer timer;
     for (auto _ : state) {

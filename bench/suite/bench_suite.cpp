@@ -16,7 +16,6 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
-#include <QPainterPathStroker>
 #include <QTemporaryDir>
 #include <QThreadPool>
 
@@ -208,67 +207,47 @@ void LassoToMask(benchmark::State& state)
 }
 BENCHMARK(LassoToMask)->Apply(photoArguments)->Iterations(3);
 
-/** A controller that has made its first cut of the photo. */
-struct CutPhoto
-{
-    explicit CutPhoto(const Scene& input)
-    {
-        controller.setup(input.photo, QFileInfo());
-        requestMask(controller, [&]() { controller.startThreadWithInitialPath(input.lasso); });
-        controller.wait();
-    }
-    PXImageSegmentation controller;
-};
-
 QPointF centre(const QImage& photo)
 {
     return QPointF(photo.width() / 2.0, photo.height() / 2.0);
+}
+
+// Times @p request, told whether to add to the object, to its mask on a cut
+// photo, the side alternating from one iteration to the next.
+template <typename Request>
+void timeAlternating(benchmark::State& state, const Scene& input, Request request)
+{
+    CutPhoto cut(input);
+    bool isForeground = false;
+    Samples times;
+    for (auto _ : state) {
+        times.start();
+        requestMask(cut.controller, [&]() { request(cut.controller, isForeground); });
+        times.stop(state);
+        isForeground = !isForeground;
+        cut.controller.wait();
+    }
+    report(state, times, isLarge(state) ? 0 : 5);
 }
 
 // A brush of radius 40 (scaled with the photo) across the middle.
 void PaintStroke(benchmark::State& state)
 {
     const Scene& input = scene(int(state.range(0)));
-    CutPhoto cut(input);
-    const double scale = input.photo.width() / 1200.0;
-    QPainterPath line;
-    line.moveTo(400 * scale, 380 * scale);
-    line.cubicTo(520 * scale, 320 * scale, 680 * scale, 460 * scale, 800 * scale, 400 * scale);
-    QPainterPathStroker stroker;
-    stroker.setWidth(80 * scale);
-    stroker.setCapStyle(Qt::RoundCap);
-    const QPainterPath stroke = stroker.createStroke(line);
-    bool isForeground = false;
-    Samples times;
-    for (auto _ : state) {
-        times.start();
-        requestMask(cut.controller, [&]() { cut.controller.startThreadWithPaintSelection(stroke, isForeground, false); });
-        times.stop(state);
-        isForeground = !isForeground;
-        cut.controller.wait();
-    }
-    report(state, times, isLarge(state) ? 0 : 5);
+    const QPainterPath stroke = benchStroke(input.photo.width() / 1200.0);
+    timeAlternating(state, input, [&stroke](PXImageSegmentation& controller, bool isForeground) {
+        controller.startThreadWithPaintSelection(stroke, isForeground, false);
+    });
 }
 BENCHMARK(PaintStroke)->Apply(photoArguments)->Iterations(10);
 
 void HoverPreview(benchmark::State& state)
 {
     const Scene& input = scene(int(state.range(0)));
-    CutPhoto cut(input);
     const QPoint point = centre(input.photo).toPoint();
-    bool isForeground = false;
-    Samples times;
-    for (auto _ : state) {
-        times.start();
-        requestMask(cut.controller, [&]() {
-            const QSet<int> clusters = cut.controller.superpixels(point, 80);
-            cut.controller.startThreadWithPaintSelectionHover(clusters, isForeground);
-        });
-        times.stop(state);
-        isForeground = !isForeground;
-        cut.controller.wait();
-    }
-    report(state, times, isLarge(state) ? 0 : 5);
+    timeAlternating(state, input, [point](PXImageSegmentation& controller, bool isForeground) {
+        controller.startThreadWithPaintSelectionHover(controller.superpixels(point, 80), isForeground);
+    });
 }
 BENCHMARK(HoverPreview)->Apply(photoArguments)->Iterations(10);
 

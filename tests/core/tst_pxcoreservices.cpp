@@ -1,8 +1,6 @@
-#include "PXLogger.h"
 #include "PXUndoCommand.h"
 #include "PXUndoController.h"
 
-#include <QSignalSpy>
 #include <QTest>
 #include <QThread>
 #include <QUndoStack>
@@ -35,30 +33,6 @@ class TestPXCoreServices : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void loggerIsOneInstanceWithHistory()
-    {
-        PXLogger* logger = PXSingleton<PXLogger>::instance();
-        QVERIFY(logger);
-        PXLogger* fromThread = nullptr;
-        QThread* thread = QThread::create([&fromThread] {
-            fromThread = PXSingleton<PXLogger>::instance();
-            fromThread->legacyLog(QStringLiteral("SEG:FromThread"), false);
-        });
-        thread->start();
-        QVERIFY(thread->wait(5000));
-        delete thread;
-        QCOMPARE(fromThread, logger);
-
-        logger->clearHistory();
-        QSignalSpy logged(logger, &PXLogger::lineLogged);
-        logger->legacyLog(QStringLiteral("SEG:One"), false);
-        logger->legacyLog(QStringLiteral("SEG:Two"), false);
-        QCOMPARE(logger->history(), QStringList({ QStringLiteral("SEG:One"), QStringLiteral("SEG:Two") }));
-        QCOMPARE(logged.count(), 2);
-        logger->clearHistory();
-        QVERIFY(logger->history().isEmpty());
-    }
-
     void firstRedoSkippedUnlessExecuteOnPush_data()
     {
         QTest::addColumn<bool>("executeOnPush");

@@ -3,25 +3,6 @@
 #include <QImage>
 #include <QTest>
 
-namespace {
-// Contains only its first element: shows that the composite operations
-// dispatch through the virtual contains().
-class FirstOnlyRange : public PXRange<int>
-{
-public:
-    using PXRange<int>::PXRange;
-    using PXRange<int>::contains;
-    bool contains(const int& value) const override { return value == first(); }
-};
-
-class NeverValidRange : public PXRange<int>
-{
-public:
-    using PXRange<int>::PXRange;
-    bool isValid() const override { return false; }
-};
-} // namespace
-
 class TestPXRanges : public QObject
 {
     Q_OBJECT
@@ -45,27 +26,6 @@ private Q_SLOTS:
         QFETCH(PXIntRange, expected);
         range.expandTo(value);
         QCOMPARE(range, expected);
-    }
-
-    void orderingAndVirtualComposites()
-    {
-        QCOMPARE(PXRange<int>(-3, 0).center(), -1); // truncated toward zero
-        QVERIFY(PXRange<int>(1, 5) < PXRange<int>(2, 3));
-        QVERIFY(PXRange<int>(1, 3) < PXRange<int>(1, 4));
-        QVERIFY(PXRange<int>(100, 200) < PXRange<int>(5, 1)); // valid before invalid
-        QVERIFY(!(PXRange<int>(5, 1) < PXRange<int>(6, 2)));
-        QVERIFY(!PXRange<int>(4, 2).contains(3));
-        QVERIFY(PXRange<int>(3, 4).intersects(PXRange<int>(0, 10)));
-        QVERIFY(!PXRange<int>(0, 2).intersects(PXRange<int>(3, 4)));
-
-        const FirstOnlyRange firstOnly(0, 10);
-        QVERIFY(!firstOnly.contains(PXRange<int>(0, 5)));
-        // contains(r.first) and contains(r.last) fail, r.contains(first) holds.
-        QVERIFY(firstOnly.intersects(PXRange<int>(-5, 5)));
-        QVERIFY(!firstOnly.intersects(PXRange<int>(3, 4)));
-        const NeverValidRange invalid(1, 2);
-        QVERIFY(!(invalid < PXRange<int>(3, 4)));
-        QVERIFY(PXRange<int>(3, 4) < invalid);
     }
 
     void splitCoversRange_data()

@@ -13,7 +13,6 @@
 #include <QFile>
 #include <QMimeData>
 #include <QPainter>
-#include <QMessageBox>
 #include <QProcess>
 #include <QProgressBar>
 #include <QSettings>
@@ -49,10 +48,8 @@ private Q_SLOTS:
     void scissorsOutlineBecomesTheLasso();
     void escapeCancelsTheCut();
     void droppedFileOpens();
-    void guideOnF1();
 
 private:
-    QPoint at(PXStudioWindow& window, const QPointF& photoPoint) const;
     void mouse(PXStudioWindow& window, QEvent::Type type, const QPointF& photoPoint, Qt::MouseButton button,
         Qt::MouseButtons buttons, Qt::KeyboardModifiers modifiers = Qt::NoModifier);
     void drag(PXStudioWindow& window, const QList<QPointF>& points, Qt::KeyboardModifiers modifiers = Qt::NoModifier);
@@ -127,16 +124,11 @@ void TestPXStudio::cleanupTestCase()
     m_coffee.reset();
 }
 
-QPoint TestPXStudio::at(PXStudioWindow& window, const QPointF& photoPoint) const
-{
-    return window.view()->mapFromScene(photoPoint);
-}
-
 void TestPXStudio::mouse(PXStudioWindow& window, QEvent::Type type, const QPointF& photoPoint,
     Qt::MouseButton button, Qt::MouseButtons buttons, Qt::KeyboardModifiers modifiers)
 {
     QWidget* viewport = window.view()->viewport();
-    const QPointF local = at(window, photoPoint);
+    const QPointF local = window.view()->mapFromScene(photoPoint);
     QMouseEvent event(type, local, viewport->mapToGlobal(local), button, buttons, modifiers);
     QCoreApplication::sendEvent(viewport, &event);
 }
@@ -289,7 +281,7 @@ void TestPXStudio::lassoShowsTheCutOut()
         for (int x = 10; x < 590; x += 7) {
             if (!even(x, y))
                 continue;
-            const QRgb shown = screen.pixel(at(window, QPointF(x + 0.5, y + 0.5)));
+            const QRgb shown = screen.pixel(window.view()->mapFromScene(QPointF(x + 0.5, y + 0.5)));
             const QRgb expected = blended(m_coffeePhoto.pixel(x, y), mask.pixel(x, y), *window.view());
             QVERIFY2(near(shown, expected, 8),
                 qPrintable(QStringLiteral("at %1,%2: %3 instead of %4").arg(x).arg(y).arg(shown, 0, 16).arg(expected, 0, 16)));
@@ -568,16 +560,6 @@ void TestPXStudio::lassosCombineAndEveryEditIsOneUndoStep()
     while (stack->canUndo())
         QVERIFY(key(Qt::Key_Z, Qt::ControlModifier));
     QTRY_VERIFY(window->view()->mask().isNull());
-}
-
-void TestPXStudio::guideOnF1()
-{
-    const auto window = smallWindow();
-    QVERIFY(window);
-    QTest::keyClick(window.get(), Qt::Key_F1);
-    auto* guide = window->findChild<QMessageBox*>(QStringLiteral("guideBox"));
-    QVERIFY(guide && guide->isVisible());
-    QVERIFY(guide->text().contains(QStringLiteral("Alt</b>+lasso")));
 }
 
 QTEST_MAIN(TestPXStudio)

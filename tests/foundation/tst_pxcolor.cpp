@@ -3,8 +3,6 @@
 
 #include <QTest>
 
-#include <cmath>
-
 class TestPXColor : public QObject
 {
     Q_OBJECT
@@ -61,32 +59,6 @@ private Q_SLOTS:
         QFETCH(PXYCbCr, colour);
         QFETCH(uint, expected);
         QCOMPARE(colour.rgb(), QRgb(expected));
-    }
-
-    void hsv_data()
-    {
-        QTest::addColumn<QColor>("colour");
-        QTest::addColumn<double>("expectedH");
-        QTest::addColumn<double>("expectedS");
-        QTest::newRow("black") << QColor(0, 0, 0) << -1.0 << 0.0;
-        QTest::newRow("red") << QColor(255, 0, 0) << 0.0 << 1.0;
-        QTest::newRow("blue") << QColor(0, 0, 255) << 240.0 << 1.0;
-        QTest::newRow("negative hue wraps") << QColor(255, 0, 128) << (-128.0 / 255.0) * 60.0 + 360.0 << 1.0;
-        // A grey divides zero by zero; the hue is not guarded.
-        QTest::newRow("grey") << QColor(90, 90, 90) << qQNaN() << 0.0;
-    }
-    void hsv()
-    {
-        QFETCH(QColor, colour);
-        QFETCH(double, expectedH);
-        QFETCH(double, expectedS);
-        double h = 0;
-        double s = 0;
-        double v = 0;
-        PXColorConverter::RGBtoHSV(colour.red(), colour.green(), colour.blue(), &h, &s, &v);
-        QVERIFY(std::isnan(expectedH) ? std::isnan(h) : h == expectedH);
-        QCOMPARE(s, expectedS);
-        QCOMPARE(v, double(qMax(colour.red(), qMax(colour.green(), colour.blue()))));
     }
 
     // The two conversions are near inverses over the whole cube (the blue

@@ -53,18 +53,6 @@ private Q_SLOTS:
         qunsetenv("PX_CPU_FEATURES");
     }
 
-    void convertsKnownColours()
-    {
-        QImage photo(2, 1, QImage::Format_ARGB32);
-        photo.setPixel(0, 0, qRgba(255, 255, 255, 0));
-        photo.setPixel(1, 0, qRgba(0, 0, 0, 17));
-        const PXImage image(photo, QFileInfo(QStringLiteral("/photos/holiday.beach.png")));
-        const auto* pixels = reinterpret_cast<const quint32*>(image.imageYCbCr().constScanLine(0));
-        QCOMPARE(pixels[0], 0xFFFF8080u); // Cr 128, Cb 128, Y 255, A 255
-        QCOMPARE(pixels[1], 0xFF008080u);
-        QCOMPARE(image.name(), QStringLiteral("holiday"));
-    }
-
     void formats_data()
     {
         QTest::addColumn<int>("given");

@@ -56,16 +56,13 @@ QPainterPath shippedLasso(const QString& name)
     QPainterPath path;
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
         return path;
-    QList<QPointF> points;
-    const QRegularExpression pair(QStringLiteral("(-?[0-9.]+),(-?[0-9.]+)"));
-    for (QString line : QString::fromUtf8(file.readAll()).split('\n')) {
-        line = line.section('#', 0, 0);
-        for (auto it = pair.globalMatch(line); it.hasNext();) {
-            const QRegularExpressionMatch match = it.next();
-            points.append(QPointF(match.captured(1).toDouble(), match.captured(2).toDouble()));
-        }
+    const QString text = QString::fromUtf8(file.readAll()).remove(QRegularExpression(QStringLiteral("#[^\n]*")));
+    QPolygonF points;
+    for (auto it = QRegularExpression(QStringLiteral("(-?[0-9.]+),(-?[0-9.]+)")).globalMatch(text); it.hasNext();) {
+        const QRegularExpressionMatch match = it.next();
+        points << QPointF(match.captured(1).toDouble(), match.captured(2).toDouble());
     }
-    path.addPolygon(QPolygonF(points));
+    path.addPolygon(points);
     path.closeSubpath();
     return path;
 }
@@ -98,6 +95,15 @@ QPainterPath lasso(const QString& photo, const QString& kind, QSizeF size)
     return relativeLasso(size, {{0.25, 0.2}, {0.75, 0.8}, {0.75, 0.2}, {0.25, 0.8}});
 }
 
+/** Sets @p host up on @p image and waits for the first mask of @p lasso. */
+bool firstCut(Host& host, const QImage& image, const QPainterPath& lasso)
+{
+    host.controller.setup(image, QFileInfo());
+    host.forget();
+    host.controller.startThreadWithInitialPath(lasso);
+    return QTest::qWaitFor([&host] { return host.nonNullMasks() == 1; }, 60000);
+}
+
 const QStringList myPhotos {QStringLiteral("coffee"), QStringLiteral("astronaut")};
 const QStringList myLassos {QStringLiteral("normal"), QStringLiteral("thin"), QStringLiteral("border"),
     QStringLiteral("outside"), QStringLiteral("tiny"), QStringLiteral("crossing")};
@@ -128,7 +134,8 @@ private Q_SLOTS:
 
 private:
     void check(const QString& stage, const GoldenDigest& digest);
-    void addPhotoLassoRows();
+    static void addPhotoRows();
+    static void addPhotoLassoRows();
 
     std::unique_ptr<GoldenTable> m_table;
     QStringList m_mismatches;
@@ -172,11 +179,16 @@ void TestGolden::addPhotoLassoRows()
             QTest::addRow("%s-%s", qPrintable(photo), qPrintable(lasso)) << photo << lasso;
 }
 
-void TestGolden::workingImageAndEdges_data()
+void TestGolden::addPhotoRows()
 {
     QTest::addColumn<QString>("photo");
     for (const QString& photo : myPhotos)
         QTest::newRow(qPrintable(photo)) << photo;
+}
+
+void TestGolden::workingImageAndEdges_data()
+{
+    addPhotoRows();
 }
 
 void TestGolden::workingImageAndEdges()
@@ -254,10 +266,7 @@ void TestGolden::firstMask()
     QFETCH(QString, lasso);
     const QImage image = shippedPhoto(photo);
     Host host;
-    host.controller.setup(image, QFileInfo());
-    host.forget();
-    host.controller.startThreadWithInitialPath(::lasso(photo, lasso, image.size()));
-    QTRY_VERIFY_WITH_TIMEOUT(host.nonNullMasks() == 1, 60000);
+    QVERIFY(firstCut(host, image, ::lasso(photo, lasso, image.size())));
     host.settle();
     GoldenDigest masks;
     for (const QList<QVariant>& arguments : host.masks)
@@ -270,9 +279,7 @@ void TestGolden::firstMask()
 
 void TestGolden::scriptedSession_data()
 {
-    QTest::addColumn<QString>("photo");
-    for (const QString& photo : myPhotos)
-        QTest::newRow(qPrintable(photo)) << photo;
+    addPhotoRows();
 }
 
 // A user's session after the first cut: every refinement, then undo and redo.
@@ -284,10 +291,7 @@ void TestGolden::scriptedSession()
     QUndoStack* stack = PXUndoController::instanceForFotoEditor()->undoStack();
     stack->clear();
     Host host;
-    host.controller.setup(image, QFileInfo());
-    host.forget();
-    host.controller.startThreadWithInitialPath(shippedLasso(photo));
-    QTRY_VERIFY_WITH_TIMEOUT(host.nonNullMasks() == 1, 60000);
+    QVERIFY(firstCut(host, image, shippedLasso(photo)));
     host.forget();
 
     // A brush of radius 8 along the points, as the hosts send it.

@@ -12,36 +12,30 @@
 // Small crafted images for the region tests.
 namespace RegionTestImages {
 
-/** A 32-bit label image, one signed label per pixel, rows top to bottom. */
-inline QImage labelImage(std::initializer_list<std::initializer_list<int>> rows)
+/** A 32-bit image from rows of values, top to bottom, each made a pixel by @p pixel. */
+inline QImage rowsImage(std::initializer_list<std::initializer_list<int>> rows, QRgb (*pixel)(int))
 {
-    const int height = int(rows.size());
-    const int width = height ? int(rows.begin()->size()) : 0;
-    QImage image(width, height, QImage::Format_ARGB32);
+    QImage image(rows.size() ? int(rows.begin()->size()) : 0, int(rows.size()), QImage::Format_ARGB32);
     int y = 0;
     for (const auto& row : rows) {
-        auto* out = reinterpret_cast<qint32*>(image.scanLine(y++));
         int x = 0;
-        for (int label : row)
-            out[x++] = label;
+        for (int value : row)
+            image.setPixel(x++, y, pixel(value));
+        ++y;
     }
     return image;
+}
+
+/** One signed label per pixel. */
+inline QImage labelImage(std::initializer_list<std::initializer_list<int>> rows)
+{
+    return rowsImage(rows, [](int label) { return QRgb(label); });
 }
 
 /** An edge image whose red byte is the strength. */
 inline QImage edgeImage(std::initializer_list<std::initializer_list<int>> rows)
 {
-    const int height = int(rows.size());
-    const int width = height ? int(rows.begin()->size()) : 0;
-    QImage image(width, height, QImage::Format_ARGB32);
-    int y = 0;
-    for (const auto& row : rows) {
-        int x = 0;
-        for (int strength : row)
-            image.setPixel(x++, y, qRgb(strength, strength, strength));
-        ++y;
-    }
-    return image;
+    return rowsImage(rows, [](int strength) { return qRgb(strength, strength, strength); });
 }
 
 inline QImage uniformEdgeImage(const QSize& size, int strength)

@@ -1,6 +1,5 @@
 #include "PXBackgroundExtractor.h"
 #include "PXHistogram3D.h"
-#include "PXHistogram3DIndex.h"
 #include "PXImage.h"
 #include "RegionTestImages.h"
 
@@ -53,7 +52,6 @@ private Q_SLOTS:
     void maskAlphaDecides();
     void extractBackground_data();
     void extractBackground();
-    void histogramIndexHash();
 };
 
 void TestBackgroundExtractor::binIndex_data()
@@ -153,17 +151,6 @@ void TestBackgroundExtractor::extractBackground()
     QCOMPARE(result, background ? QSet<int>{1} : QSet<int>{});
     QVERIFY(extractor.extractBackground({}, photo.mask).isEmpty());
     QVERIFY(PXBackgroundExtractor().extractBackground({1}, photo.mask).isEmpty());
-}
-
-void TestBackgroundExtractor::histogramIndexHash()
-{
-    QCOMPARE(PXHistogram3DIndex().hash(), 0u);
-    QCOMPARE(PXHistogram3DIndex(1, 1, 1).hash(), 1u + 255u + 65025u);
-    QVERIFY(PXHistogram3DIndex(1, 2, 3) == PXHistogram3DIndex(1, 2, 3));
-    QVERIFY(PXHistogram3DIndex(1, 2, 3) != PXHistogram3DIndex(3, 2, 1));
-    // The 255 multipliers make distinct bins collide; equality still tells them apart.
-    QCOMPARE(PXHistogram3DIndex(255, 0, 0).hash(), PXHistogram3DIndex(0, 1, 0).hash());
-    QVERIFY(PXHistogram3DIndex(255, 0, 0) != PXHistogram3DIndex(0, 1, 0));
 }
 
 QTEST_MAIN(TestBackgroundExtractor)

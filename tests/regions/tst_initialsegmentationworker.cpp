@@ -60,7 +60,6 @@ class TestInitialSegmentationWorker : public QObject
 private Q_SLOTS:
     void progressProtocol();
     void snapsToImageBorder();
-    void growPainterPath();
     void jitteryLassoIsQuickAndStoppable();
     void stopEndsAtThePhaseBoundary();
     void deleteRightAfterStop();
@@ -116,18 +115,6 @@ void TestInitialSegmentationWorker::snapsToImageBorder()
     const QImage labels = worker->labels();
     for (const QPoint& point : {QPoint(0, 0), QPoint(500, 50), QPoint(999, 99)})
         QCOMPARE(picture.pixel(point), worker->superpixel().at(labels.pixel(point) & 0xFFFF).averageRgb());
-}
-
-void TestInitialSegmentationWorker::growPainterPath()
-{
-    PXInitialSegmentationWorker worker{QImage(), QFileInfo()};
-    QPainterPath square;
-    square.addRect(QRectF(100, 100, 100, 100));
-    const QPainterPath grown = worker.growPainterPath(square, QRect(0, 0, 400, 400), 10);
-    QCOMPARE(grown.boundingRect(), QRectF(90, 90, 120, 120));
-    QVERIFY(grown.contains(QPointF(150, 150)));
-    const QPainterPath clipped = worker.growPainterPath(square, QRect(0, 0, 205, 400), 10);
-    QCOMPARE(clipped.boundingRect(), QRectF(90, 90, 115, 120));
 }
 
 void TestInitialSegmentationWorker::jitteryLassoIsQuickAndStoppable()
