@@ -11,7 +11,6 @@
 #include <QColor>
 
 #include <algorithm>
-#include <cfloat>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -111,10 +110,19 @@ PXSlicStripe::PXSlicStripe(const PXSlicSlice& slice)
     m_pixels = reinterpret_cast<const PXYCbCrPixel*>(image.constBits());
     m_labels = slice.labels;
     m_width = m_xEnd - m_xStart;
-    m_distances.assign(std::size_t(m_width) * std::size_t(m_yEnd - m_yStart), FLT_MAX);
+    // Every byte 0x7F: a float near FLT_MAX, above any distance a record
+    // reaches, written at memset speed in every round.
+    m_distances.reset(new float[std::size_t(m_width) * std::size_t(m_yEnd - m_yStart)]);
+    std::memset(m_distances.get(), 0x7F, std::size_t(m_width) * std::size_t(m_yEnd - m_yStart) * sizeof(float));
 }
 
 PXSlicStripe::~PXSlicStripe() = default;
+
+float* PXSlicStripe::spatialTable(std::size_t count)
+{
+    m_spatial.resize(count);
+    return m_spatial.data();
+}
 
 PXSlic::PXSlic() = default;
 

@@ -7,12 +7,13 @@
 #include "PXYCbCrPixel.h"
 
 #include <algorithm>
+#include <memory>
 #include <vector>
 
 /**
  * One stripe made ready for an assignment kernel: its bounds clipped to the
  * image, row access to pixels and labels, and the stripe's private buffer of
- * best distances so far, all FLT_MAX at the start.
+ * best distances so far, all near FLT_MAX at the start.
  *
  * The buffer covers just the stripe's columns: the other slots of a buffer
  * as wide as the lasso rectangle would never be read.
@@ -27,7 +28,7 @@ public:
     PXSlicStripe(const PXSlicStripe&) = delete;
     PXSlicStripe& operator=(const PXSlicStripe&) = delete;
 
-    bool isEmpty() const { return m_distances.empty(); }
+    bool isEmpty() const { return !m_distances; }
 
     /**
      * The search window of @p record, Sint = @p gridStep on each side of its
@@ -48,8 +49,10 @@ public:
     /** Row @p y of the labels, indexed by column. */
     quint32* labelRow(int y) const { return m_labels + qint64(y) * m_imageWidth; }
     /** Row @p y of the distance buffer, indexed by column - xStart(). */
-    float* distanceRow(int y) { return m_distances.data() + qint64(y - m_yStart) * m_width; }
+    float* distanceRow(int y) { return m_distances.get() + qint64(y - m_yStart) * m_width; }
     int xStart() const { return m_xStart; }
+    /** Room for @p count floats that live as long as the stripe. */
+    float* spatialTable(std::size_t count);
 
     /**
      * The scalar step for columns [@p xLo, @p xHi) of row @p y: a pixel goes
@@ -84,5 +87,6 @@ private:
     int m_imageWidth = 0;
     const PXYCbCrPixel* m_pixels = nullptr;
     quint32* m_labels = nullptr;
-    std::vector<float> m_distances;
+    std::unique_ptr<float[]> m_distances;
+    std::vector<float> m_spatial;
 };
