@@ -5,6 +5,7 @@
 #include "PXImage.h"
 #include "PXPlatformIndependent.h"
 #include "PXSlicPixelSums.h"
+#include "PXSlicSumKernels.h"
 #include "PXSlicStripe.h"
 #include "PXSuperPixel.h"
 
@@ -42,23 +43,6 @@ AssignmentKernel bestAssignmentKernel()
     return &PXSlic::adjustSuperPixelSlice;
 }
 
-// The end of the run of @p label that starts at @p begin, at most @p right;
-// two labels compared at a time.
-int runEnd(const quint32* labelRow, int begin, int right, quint32 label)
-{
-    const quint64 pair = quint64(label) * 0x100000001ull;
-    int end = begin + 1;
-    for (; end + 1 < right; end += 2) {
-        quint64 two;
-        std::memcpy(&two, labelRow + end, sizeof two);
-        if (two != pair)
-            break;
-    }
-    while (end < right && labelRow[end] == label)
-        ++end;
-    return end;
-}
-
 // The sums of records firstIndex..lastIndex over the rows of one slice.
 std::vector<PXSlicPixelSums> sumSuperPixelSlice(const PXSuperPixelSlice& slice)
 {
@@ -76,18 +60,11 @@ std::vector<PXSlicPixelSums> sumSuperPixelSlice(const PXSuperPixelSlice& slice)
         const int bottom = std::min(slice.bottom, image.height());
         const int left = std::max(slice.left, 0);
         const int right = std::min(slice.right, image.width());
+        const PXSlicSumKernels::RowKernel sumRow = PXSlicSumKernels::bestRowKernel();
         for (int y = top; y < bottom; ++y) {
-            const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(image.constScanLine(y));
-            const auto* labelRow = reinterpret_cast<const quint32*>(labels.constScanLine(y));
-            for (int x = left; x < right;) {
-                const quint32 label = labelRow[x];
-                const int end = runEnd(labelRow, x, right, label);
-                // One unsigned comparison tests firstIndex <= label <= lastIndex.
-                const quint32 offset = label - quint32(firstIndex);
-                if (offset <= span)
-                    sums[offset].addRun(pixels, x, end, y);
-                x = end;
-            }
+            sumRow(reinterpret_cast<const PXYCbCrPixel*>(image.constScanLine(y)),
+                reinterpret_cast<const quint32*>(labels.constScanLine(y)), left, right, y, quint32(firstIndex),
+                span, sums.data());
         }
     }
     return sums;

@@ -4,6 +4,7 @@
 
 #include "PXLassoRaster.h"
 #include "PXSlicPixelSums.h"
+#include "PXSlicSumKernels.h"
 #include "PXSuperPixel.h"
 
 #include <QBrush>
@@ -228,23 +229,19 @@ void PXSlic::forceConnectivity()
 
     // The records start counting at 1 with zero sums, so these means are
     // pulled toward zero; allocateSmallClusters() compares against them.
+    // Labels 1..nextLabel - 1 go to sums[label - 1]; 0 and the small pieces' are skipped.
     std::vector<PXSlicPixelSums> sums(static_cast<std::size_t>(nextLabel));
-    for (int y = rect.top(); y < rect.bottom(); ++y) {
-        const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(image.constScanLine(y));
-        const qint32* labelRow = labels + qint64(y) * width;
-        for (int x = rect.left(); x < rect.right();) {
-            const qint32 label = labelRow[x];
-            int end = x + 1;
-            while (end < rect.right() && labelRow[end] == label)
-                ++end;
-            if (label > 0)
-                sums[std::size_t(label)].addRun(pixels, x, end, y);
-            x = end;
+    if (nextLabel > 1) {
+        const PXSlicSumKernels::RowKernel sumRow = PXSlicSumKernels::bestRowKernel();
+        for (int y = rect.top(); y < rect.bottom(); ++y) {
+            sumRow(reinterpret_cast<const PXYCbCrPixel*>(image.constScanLine(y)),
+                reinterpret_cast<const quint32*>(labels + qint64(y) * width), rect.left(), rect.right(), y, 1u,
+                quint32(nextLabel - 2), sums.data());
         }
     }
-    for (int label = 0; label < nextLabel; ++label) {
+    for (int label = 1; label < nextLabel; ++label) {
         PXSuperPixel* record = m_superPixels.at(label);
-        sums[std::size_t(label)].addTo(*record);
+        sums[std::size_t(label - 1)].addTo(*record);
         record->normalize();
     }
 
