@@ -4,6 +4,7 @@
 #include "PXImage.h"
 #include "PXIntRange.h"
 #include "PXPlatformIndependent.h"
+#include "PXRegionBoundaryKernels.h"
 #include "PXRegionGrowingEdgeCandidate.h"
 
 #include <QRandomGenerator64>
@@ -160,6 +161,7 @@ QList<PXRegionGrowingEdge> PXRegionGrowing::createGraphSlice(const PXSuperPixelE
     PXRegionGrowingFromTo cachedKey;
     PXRegionGrowingEdgeCandidate* cached = nullptr;
 
+    const PXRegionBoundaryKernels::Kernel nextBoundary = PXRegionBoundaryKernels::bestKernel();
     const int lastRow = height - 1;
     for (int y = top; y < bottom; ++y) {
         // Neighbour rows in the order below, above; null outside the image.
@@ -169,15 +171,14 @@ QList<PXRegionGrowingEdge> PXRegionGrowing::createGraphSlice(const PXSuperPixelE
         // Outside the image the pixel's own label stands in: skipped like no superpixel.
         const qint32* below = rows[1] ? rows[1] : rows[0];
         const qint32* above = rows[2] ? rows[2] : rows[0];
-        for (int x = left; x < right; ++x) {
+        // Most pixels lie inside their superpixel and add no edge.
+        for (int x = nextBoundary(rows[0], above, below, left, right, width); x < right;
+             x = nextBoundary(rows[0], above, below, x + 1, right, width)) {
             const int label = rows[0][x];
             if (label < slice.firstLabel || label > slice.lastLabel)
                 continue;
             const int leftLabel = x > 0 ? rows[0][x - 1] : label;
             const int rightLabel = x + 1 < width ? rows[0][x + 1] : label;
-            // Most pixels lie inside their superpixel and add no edge.
-            if (leftLabel == label && rightLabel == label && below[x] == label && above[x] == label)
-                continue;
             // The strength of the visited pixel, not of its neighbour.
             const int strength = edges[4 * x + 2];
             // Left, below, right, above.
@@ -436,6 +437,7 @@ void PXRegionGrowing::findNeighborhood()
     int lastNeighbour = INT_MIN;
     const int rowEnd = rows.lastIndexEvenIfUnvalid();
     const int columnEnd = columns.lastIndexEvenIfUnvalid();
+    const PXRegionBoundaryKernels::Kernel nextBoundary = PXRegionBoundaryKernels::bestKernel();
     for (int y = rows.first(); y != rowEnd; ++y) {
         const qint32* row = labelRow(m_labels, y);
         const qint32* below = y + 1 < height ? labelRow(m_labels, y + 1) : nullptr;
@@ -444,13 +446,12 @@ void PXRegionGrowing::findNeighborhood()
         // a missing row is stood in for by the pixel's own.
         const qint32* belowRow = below ? below : row;
         const qint32* aboveRow = above ? above : row;
-        for (int x = columns.first(); x != columnEnd; ++x) {
+        // Most pixels lie inside their region and insert nothing.
+        for (int x = nextBoundary(row, aboveRow, belowRow, columns.first(), columnEnd, width); x < columnEnd;
+             x = nextBoundary(row, aboveRow, belowRow, x + 1, columnEnd, width)) {
             const int label = row[x];
             const int left = x > 0 ? row[x - 1] : label;
             const int right = x + 1 < width ? row[x + 1] : label;
-            // Most pixels lie inside their region and insert nothing.
-            if (left == label && right == label && belowRow[x] == label && aboveRow[x] == label)
-                continue;
             // Left, below, right, above.
             const int neighbours[4] = {left, belowRow[x], right, aboveRow[x]};
             for (const int neighbour : neighbours) {
