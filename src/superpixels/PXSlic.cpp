@@ -87,13 +87,20 @@ PXSlicStripe::PXSlicStripe(const PXSlicSlice& slice)
     m_pixels = reinterpret_cast<const PXYCbCrPixel*>(image.constBits());
     m_labels = slice.labels;
     m_width = m_xEnd - m_xStart;
-    // Every byte 0x7F: a float near FLT_MAX, above any distance a record
-    // reaches, written at memset speed in every round.
-    m_distances.reset(new float[std::size_t(m_width) * std::size_t(m_yEnd - m_yStart)]);
-    std::memset(m_distances.get(), 0x7F, std::size_t(m_width) * std::size_t(m_yEnd - m_yStart) * sizeof(float));
+    m_distances.reset(new float[std::size_t(m_width) * std::size_t(std::min(BandRows, m_yEnd - m_yStart))]);
 }
 
 PXSlicStripe::~PXSlicStripe() = default;
+
+int PXSlicStripe::startBand(int top)
+{
+    const int bottom = std::min(top + BandRows, m_yEnd);
+    m_bandTop = top;
+    // Every byte 0x7F: a float near FLT_MAX, above any distance a record
+    // reaches, written at memset speed.
+    std::memset(m_distances.get(), 0x7F, std::size_t(m_width) * std::size_t(bottom - top) * sizeof(float));
+    return bottom;
+}
 
 float* PXSlicStripe::spatialTable(std::size_t count)
 {
@@ -315,13 +322,16 @@ void PXSlic::adjustSuperPixelSlice(const PXSlicSlice& slice)
     if (stripe.isEmpty())
         return;
     const float gridStep = float(slice.gridStep);
-    for (int k = 1; k < slice.superPixels.size(); ++k) {
-        const PXSuperPixel& record = *slice.superPixels.at(k);
-        int xLo, xHi, yLo, yHi;
-        if (!stripe.window(record, slice.gridStep, xLo, xHi, yLo, yHi))
-            continue;
-        for (int y = yLo; y < yHi; ++y)
-            stripe.assignRange(record, quint32(k), xLo, xHi, y, gridStep);
+    for (int top = stripe.yStart(); top < stripe.yEnd(); top += PXSlicStripe::BandRows) {
+        const int bottom = stripe.startBand(top);
+        for (int k = 1; k < slice.superPixels.size(); ++k) {
+            const PXSuperPixel& record = *slice.superPixels.at(k);
+            int xLo, xHi, yLo, yHi;
+            if (!stripe.window(record, slice.gridStep, xLo, xHi, yLo, yHi))
+                continue;
+            for (int y = std::max(yLo, top); y < std::min(yHi, bottom); ++y)
+                stripe.assignRange(record, quint32(k), xLo, xHi, y, gridStep);
+        }
     }
 }
 
