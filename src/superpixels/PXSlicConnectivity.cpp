@@ -207,10 +207,14 @@ void PXSlic::forceConnectivity()
     qint32 smallLabel = -2;
     std::vector<Span> spans;
     std::vector<QPoint> seeds;
+    const int left = rect.left();
+    const int right = rect.right();
     for (int y = rect.top(); y < rect.bottom(); ++y) {
-        for (int x = rect.left(); x < rect.right(); ++x) {
-            const qint64 start = qint64(y) * width + x;
-            if (labels[start] != 0 || old[start] == 0)
+        const qint32* freshRow = labels + qint64(y) * width;
+        const qint32* oldRow = old + qint64(y) * width;
+        for (int x = left; x < right; ++x) {
+            // Most pixels were reached by an earlier piece's flood.
+            if (freshRow[x] != 0 || oldRow[x] == 0)
                 continue;
             const qint64 size = floodPiece(old, labels, width, height, QPoint(x, y), nextLabel, spans, seeds);
             if (size <= minSize) {
@@ -259,9 +263,12 @@ void PXSlic::allocateSmallClusters()
         std::vector<qint32> neighbours;
         // The image's rectangle with its right and bottom edges exclusive, like
         // every other pass: the last row and column start no piece.
+        const int left = scan.area.left();
+        const int right = scan.area.right();
         for (int y = scan.area.top(); y < scan.area.bottom(); ++y) {
-            for (int x = scan.area.left(); x < scan.area.right(); ++x) {
-                if (labels[qint64(y) * scan.width + x] > -2)
+            const qint32* row = labels + qint64(y) * scan.width;
+            for (int x = left; x < right; ++x) {
+                if (row[x] > -2)
                     continue;
                 const PXSuperPixel piece = scan.flood(QPoint(x, y), points, neighbours);
                 qint32 target = closestNeighbour(neighbours, m_superPixels, piece);
