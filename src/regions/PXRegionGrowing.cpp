@@ -328,23 +328,27 @@ void PXRegionGrowing::reorderLabels()
     for (int y = 0; y < height; ++y) {
         auto* out = reinterpret_cast<qint32*>(relabeled.scanLine(y));
         const qint32* in = y < labelHeight ? labelRow(m_labels, y) : nullptr;
-        for (int x = 0; x < width; ++x) {
-            const int label = (in && x < labelWidth) ? in[x] : 0;
+        const int columns = in ? qMin(width, labelWidth) : 0;
+        for (int x = 0; x < columns; ++x) {
+            const int label = in[x];
+            // Runs of one label share their root; the forest is not changed
+            // by asking again. Label 0 before any other maps to 0 as well.
+            if (label == lastLabel) {
+                out[x] = lastMapped;
+                continue;
+            }
             if (label < 1 || label >= known) {
                 out[x] = 0;
                 continue;
             }
-            // Runs of one label share their root; the forest is not changed
-            // by asking again.
-            if (label != lastLabel) {
-                int& mapped = newLabels[size_t(findParent(label))];
-                if (mapped == 0)
-                    mapped = next++;
-                lastLabel = label;
-                lastMapped = mapped;
-            }
+            int& mapped = newLabels[size_t(findParent(label))];
+            if (mapped == 0)
+                mapped = next++;
+            lastLabel = label;
+            lastMapped = mapped;
             out[x] = lastMapped;
         }
+        std::fill(out + columns, out + width, 0);
     }
     m_numberOfClusters = next;
     m_labels = relabeled;
@@ -373,11 +377,18 @@ void PXRegionGrowing::buildClusters()
 
     // Sized first, so the point lists never grow by copying.
     std::vector<int> pixelCounts(size_t(count), 0);
+    // Counted by runs: adding pixel by pixel would chain every increment of
+    // a run through memory.
     for (int y = rows.first(); y < rowEnd; ++y) {
         const qint32* labels = labelRow(m_labels, y);
-        for (int x = columns.first(); x < columnEnd; ++x) {
-            if (labels[x] >= 1 && labels[x] < count)
-                ++pixelCounts[size_t(labels[x])];
+        for (int x = columns.first(); x < columnEnd;) {
+            const int label = labels[x];
+            int end = x + 1;
+            while (end < columnEnd && labels[end] == label)
+                ++end;
+            if (label >= 1 && label < count)
+                pixelCounts[size_t(label)] += end - x;
+            x = end;
         }
     }
     // Each list is sized once and written through a cursor.
