@@ -86,11 +86,14 @@ void assignVector(const PXSlicSlice& slice)
                 float* distances = stripe.distanceRow(y);
                 // The scalar step of PXSlicStripe::assignRange() for the columns
                 // outside whole blocks; the table holds the very spatial term
-                // PXSuperPixel::distance() computes.
+                // PXSuperPixel::distance() computes, and a pixel it alone
+                // keeps from winning is passed over.
                 const auto assignColumns = [&](int from, int to) {
                     for (int x = from; x < to; ++x) {
-                        const float d = spatialRow[record.xCenter() - x + S]
-                            + float(record.colorDistanceQuadrat(pixels[x])) / 900.0f;
+                        const float spatial = spatialRow[record.xCenter() - x + S];
+                        if (!(distances[x - stripe.xStart()] > spatial))
+                            continue;
+                        const float d = spatial + float(record.colorDistanceQuadrat(pixels[x])) / 900.0f;
                         if (distances[x - stripe.xStart()] > d) {
                             distances[x - stripe.xStart()] = d;
                             labels[x] = quint32(k);
@@ -99,8 +102,13 @@ void assignVector(const PXSlicSlice& slice)
                 };
                 assignColumns(xLo, bodyStart);
                 for (int x0 = bodyStart; x0 < bodyEnd; x0 += B) {
-                    const typename Lanes::Ints block = Lanes::load(pixels + x0);
+                    // The colour term is never negative, so a block whose
+                    // spatial terms alone reach the best distances so far
+                    // would change nothing.
                     const Floats spatial = Lanes::loadFloats(spatialRow + (firstColumn - x0));
+                    if (!Lanes::anyLess(spatial, Lanes::loadFloats(distances + (x0 - stripe.xStart()))))
+                        continue;
+                    const typename Lanes::Ints block = Lanes::load(pixels + x0);
 
                     const Floats dY = Lanes::sub(centre.luminance, Lanes::luminanceOf(block));
                     const Floats dCb = Lanes::sub(centre.cb, Lanes::cbOf(block));
