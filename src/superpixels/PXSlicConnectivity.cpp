@@ -12,6 +12,7 @@
 #include <QPainter>
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -228,7 +229,9 @@ void PXSlic::forceConnectivity()
         }
     }
 
-    m_labels = fresh;
+    // Moved, not shared: allocateSmallClusters() writes m_labels and would
+    // otherwise copy the whole image first. labels still points into it.
+    m_labels = std::move(fresh);
     initNewSuperPixels(nextLabel);
 
     // The records start counting at 1 with zero sums, so these means are
