@@ -4,6 +4,7 @@
 #include "PXImage.h"
 #include "PXIntRange.h"
 #include "PXPlatformIndependent.h"
+#include "PXRegionBoundaryKernels.h"
 #include "PXRegionGrowingEdgeCandidate.h"
 
 #include <QRandomGenerator64>
@@ -160,6 +161,7 @@ QList<PXRegionGrowingEdge> PXRegionGrowing::createGraphSlice(const PXSuperPixelE
     PXRegionGrowingFromTo cachedKey;
     PXRegionGrowingEdgeCandidate* cached = nullptr;
 
+    const PXRegionBoundaryKernels::Kernel nextBoundary = PXRegionBoundaryKernels::bestKernel();
     const int lastRow = height - 1;
     for (int y = top; y < bottom; ++y) {
         // Neighbour rows in the order below, above; null outside the image.
@@ -169,15 +171,14 @@ QList<PXRegionGrowingEdge> PXRegionGrowing::createGraphSlice(const PXSuperPixelE
         // Outside the image the pixel's own label stands in: skipped like no superpixel.
         const qint32* below = rows[1] ? rows[1] : rows[0];
         const qint32* above = rows[2] ? rows[2] : rows[0];
-        for (int x = left; x < right; ++x) {
+        // Most pixels lie inside their superpixel and add no edge.
+        for (int x = nextBoundary(rows[0], above, below, left, right, width); x < right;
+             x = nextBoundary(rows[0], above, below, x + 1, right, width)) {
             const int label = rows[0][x];
             if (label < slice.firstLabel || label > slice.lastLabel)
                 continue;
             const int leftLabel = x > 0 ? rows[0][x - 1] : label;
             const int rightLabel = x + 1 < width ? rows[0][x + 1] : label;
-            // Most pixels lie inside their superpixel and add no edge.
-            if (leftLabel == label && rightLabel == label && below[x] == label && above[x] == label)
-                continue;
             // The strength of the visited pixel, not of its neighbour.
             const int strength = edges[4 * x + 2];
             // Left, below, right, above.
@@ -327,23 +328,27 @@ void PXRegionGrowing::reorderLabels()
     for (int y = 0; y < height; ++y) {
         auto* out = reinterpret_cast<qint32*>(relabeled.scanLine(y));
         const qint32* in = y < labelHeight ? labelRow(m_labels, y) : nullptr;
-        for (int x = 0; x < width; ++x) {
-            const int label = (in && x < labelWidth) ? in[x] : 0;
+        const int columns = in ? qMin(width, labelWidth) : 0;
+        for (int x = 0; x < columns; ++x) {
+            const int label = in[x];
+            // Runs of one label share their root; the forest is not changed
+            // by asking again. Label 0 before any other maps to 0 as well.
+            if (label == lastLabel) {
+                out[x] = lastMapped;
+                continue;
+            }
             if (label < 1 || label >= known) {
                 out[x] = 0;
                 continue;
             }
-            // Runs of one label share their root; the forest is not changed
-            // by asking again.
-            if (label != lastLabel) {
-                int& mapped = newLabels[size_t(findParent(label))];
-                if (mapped == 0)
-                    mapped = next++;
-                lastLabel = label;
-                lastMapped = mapped;
-            }
+            int& mapped = newLabels[size_t(findParent(label))];
+            if (mapped == 0)
+                mapped = next++;
+            lastLabel = label;
+            lastMapped = mapped;
             out[x] = lastMapped;
         }
+        std::fill(out + columns, out + width, 0);
     }
     m_numberOfClusters = next;
     m_labels = relabeled;
@@ -372,11 +377,18 @@ void PXRegionGrowing::buildClusters()
 
     // Sized first, so the point lists never grow by copying.
     std::vector<int> pixelCounts(size_t(count), 0);
+    // Counted by runs: adding pixel by pixel would chain every increment of
+    // a run through memory.
     for (int y = rows.first(); y < rowEnd; ++y) {
         const qint32* labels = labelRow(m_labels, y);
-        for (int x = columns.first(); x < columnEnd; ++x) {
-            if (labels[x] >= 1 && labels[x] < count)
-                ++pixelCounts[size_t(labels[x])];
+        for (int x = columns.first(); x < columnEnd;) {
+            const int label = labels[x];
+            int end = x + 1;
+            while (end < columnEnd && labels[end] == label)
+                ++end;
+            if (label >= 1 && label < count)
+                pixelCounts[size_t(label)] += end - x;
+            x = end;
         }
     }
     // Each list is sized once and written through a cursor.
@@ -436,6 +448,7 @@ void PXRegionGrowing::findNeighborhood()
     int lastNeighbour = INT_MIN;
     const int rowEnd = rows.lastIndexEvenIfUnvalid();
     const int columnEnd = columns.lastIndexEvenIfUnvalid();
+    const PXRegionBoundaryKernels::Kernel nextBoundary = PXRegionBoundaryKernels::bestKernel();
     for (int y = rows.first(); y != rowEnd; ++y) {
         const qint32* row = labelRow(m_labels, y);
         const qint32* below = y + 1 < height ? labelRow(m_labels, y + 1) : nullptr;
@@ -444,13 +457,12 @@ void PXRegionGrowing::findNeighborhood()
         // a missing row is stood in for by the pixel's own.
         const qint32* belowRow = below ? below : row;
         const qint32* aboveRow = above ? above : row;
-        for (int x = columns.first(); x != columnEnd; ++x) {
+        // Most pixels lie inside their region and insert nothing.
+        for (int x = nextBoundary(row, aboveRow, belowRow, columns.first(), columnEnd, width); x < columnEnd;
+             x = nextBoundary(row, aboveRow, belowRow, x + 1, columnEnd, width)) {
             const int label = row[x];
             const int left = x > 0 ? row[x - 1] : label;
             const int right = x + 1 < width ? row[x + 1] : label;
-            // Most pixels lie inside their region and insert nothing.
-            if (left == label && right == label && belowRow[x] == label && aboveRow[x] == label)
-                continue;
             // Left, below, right, above.
             const int neighbours[4] = {left, belowRow[x], right, aboveRow[x]};
             for (const int neighbour : neighbours) {

@@ -2,6 +2,7 @@
 
 #include "PXBackgroundExtractor.h"
 #include "PXImage.h"
+#include "PXSelectionModelYCbCr.h"
 #include "PXIntRange.h"
 #include "PXMementoSegmentation.h"
 #include "PXRefinedCut.h"
@@ -92,6 +93,7 @@ QRect PXSelectionModel::roundedRect(const QRectF& rect)
 void PXSelectionModel::setPhoto(const QImage& photo, const QFileInfo& fileInfo)
 {
     m_photo = photo;
+    m_photoYCbCr = std::make_shared<PXSelectionModelYCbCr>(photo);
     m_fileInfo = fileInfo;
     m_marks = QImage();
 }
@@ -99,6 +101,7 @@ void PXSelectionModel::setPhoto(const QImage& photo, const QFileInfo& fileInfo)
 void PXSelectionModel::setPhoto(const QImage& photo)
 {
     m_photo = photo;
+    m_photoYCbCr = std::make_shared<PXSelectionModelYCbCr>(photo);
 }
 
 void PXSelectionModel::startLasso(const QPainterPath& lasso)
@@ -202,7 +205,7 @@ QSet<int> PXSelectionModel::assignForeground(const std::pair<QSet<int>, QSet<int
 
 QSet<int> PXSelectionModel::backgroundByColour(const std::function<void()>& onSetUp) const
 {
-    PXImage image(m_photo, m_fileInfo);
+    PXImage image(m_photo, m_photoYCbCr ? m_photoYCbCr->image(m_fileInfo) : QImage(), m_fileInfo);
     PXBackgroundExtractor extractor;
     extractor.setup(&image);
     if (onSetUp)

@@ -16,9 +16,11 @@
 #include <QSet>
 
 #include <functional>
+#include <memory>
 #include <utility>
 
 class PXMementoSegmentation;
+class PXSelectionModelYCbCr;
 
 /**
  * What the requests of a PXImageSegmentation do to the selection: the photo,
@@ -173,6 +175,8 @@ private:
     QImage& marks();
     void mark(const QList<QPoint>& points, bool isForeground);
     QImage m_photo;
+    // Made anew with every photo; shared by the copies.
+    std::shared_ptr<PXSelectionModelYCbCr> m_photoYCbCr;
     QFileInfo m_fileInfo;
     QImage m_labels;
     QList<PXSuperPixel> m_superpixels;

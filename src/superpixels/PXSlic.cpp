@@ -5,13 +5,13 @@
 #include "PXImage.h"
 #include "PXPlatformIndependent.h"
 #include "PXSlicPixelSums.h"
+#include "PXSlicSumKernels.h"
 #include "PXSlicStripe.h"
 #include "PXSuperPixel.h"
 
 #include <QColor>
 
 #include <algorithm>
-#include <cfloat>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -43,23 +43,6 @@ AssignmentKernel bestAssignmentKernel()
     return &PXSlic::adjustSuperPixelSlice;
 }
 
-// The end of the run of @p label that starts at @p begin, at most @p right;
-// two labels compared at a time.
-int runEnd(const quint32* labelRow, int begin, int right, quint32 label)
-{
-    const quint64 pair = quint64(label) * 0x100000001ull;
-    int end = begin + 1;
-    for (; end + 1 < right; end += 2) {
-        quint64 two;
-        std::memcpy(&two, labelRow + end, sizeof two);
-        if (two != pair)
-            break;
-    }
-    while (end < right && labelRow[end] == label)
-        ++end;
-    return end;
-}
-
 // The sums of records firstIndex..lastIndex over the rows of one slice.
 std::vector<PXSlicPixelSums> sumSuperPixelSlice(const PXSuperPixelSlice& slice)
 {
@@ -77,18 +60,11 @@ std::vector<PXSlicPixelSums> sumSuperPixelSlice(const PXSuperPixelSlice& slice)
         const int bottom = std::min(slice.bottom, image.height());
         const int left = std::max(slice.left, 0);
         const int right = std::min(slice.right, image.width());
+        const PXSlicSumKernels::RowKernel sumRow = PXSlicSumKernels::bestRowKernel();
         for (int y = top; y < bottom; ++y) {
-            const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(image.constScanLine(y));
-            const auto* labelRow = reinterpret_cast<const quint32*>(labels.constScanLine(y));
-            for (int x = left; x < right;) {
-                const quint32 label = labelRow[x];
-                const int end = runEnd(labelRow, x, right, label);
-                // One unsigned comparison tests firstIndex <= label <= lastIndex.
-                const quint32 offset = label - quint32(firstIndex);
-                if (offset <= span)
-                    sums[offset].addRun(pixels, x, end, y);
-                x = end;
-            }
+            sumRow(reinterpret_cast<const PXYCbCrPixel*>(image.constScanLine(y)),
+                reinterpret_cast<const quint32*>(labels.constScanLine(y)), left, right, y, quint32(firstIndex),
+                span, sums.data());
         }
     }
     return sums;
@@ -111,10 +87,26 @@ PXSlicStripe::PXSlicStripe(const PXSlicSlice& slice)
     m_pixels = reinterpret_cast<const PXYCbCrPixel*>(image.constBits());
     m_labels = slice.labels;
     m_width = m_xEnd - m_xStart;
-    m_distances.assign(std::size_t(m_width) * std::size_t(m_yEnd - m_yStart), FLT_MAX);
+    m_distances.reset(new float[std::size_t(m_width) * std::size_t(std::min(BandRows, m_yEnd - m_yStart))]);
 }
 
 PXSlicStripe::~PXSlicStripe() = default;
+
+int PXSlicStripe::startBand(int top)
+{
+    const int bottom = std::min(top + BandRows, m_yEnd);
+    m_bandTop = top;
+    // Every byte 0x7F: a float near FLT_MAX, above any distance a record
+    // reaches, written at memset speed.
+    std::memset(m_distances.get(), 0x7F, std::size_t(m_width) * std::size_t(bottom - top) * sizeof(float));
+    return bottom;
+}
+
+float* PXSlicStripe::spatialTable(std::size_t count)
+{
+    m_spatial.resize(count);
+    return m_spatial.data();
+}
 
 PXSlic::PXSlic() = default;
 
@@ -330,13 +322,16 @@ void PXSlic::adjustSuperPixelSlice(const PXSlicSlice& slice)
     if (stripe.isEmpty())
         return;
     const float gridStep = float(slice.gridStep);
-    for (int k = 1; k < slice.superPixels.size(); ++k) {
-        const PXSuperPixel& record = *slice.superPixels.at(k);
-        int xLo, xHi, yLo, yHi;
-        if (!stripe.window(record, slice.gridStep, xLo, xHi, yLo, yHi))
-            continue;
-        for (int y = yLo; y < yHi; ++y)
-            stripe.assignRange(record, quint32(k), xLo, xHi, y, gridStep);
+    for (int top = stripe.yStart(); top < stripe.yEnd(); top += PXSlicStripe::BandRows) {
+        const int bottom = stripe.startBand(top);
+        for (int k = 1; k < slice.superPixels.size(); ++k) {
+            const PXSuperPixel& record = *slice.superPixels.at(k);
+            int xLo, xHi, yLo, yHi;
+            if (!stripe.window(record, slice.gridStep, xLo, xHi, yLo, yHi))
+                continue;
+            for (int y = std::max(yLo, top); y < std::min(yHi, bottom); ++y)
+                stripe.assignRange(record, quint32(k), xLo, xHi, y, gridStep);
+        }
     }
 }
 

@@ -60,6 +60,9 @@ struct AvxLanes
             0x10, -1, -1, -1, 0x14, -1, -1, -1, 0x1C, -1, -1, -1, 0x1C, -1, -1, -1)));
     }
 
+    static Floats loadFloats(const float* values) { return _mm256_loadu_ps(values); }
+    static void store(float* values, Floats lanes) { _mm256_storeu_ps(values, lanes); }
+    static bool anyLess(Floats a, Floats b) { return _mm256_movemask_ps(_mm256_cmp_ps(a, b, _CMP_LT_OQ)) != 0; }
     static Floats broadcast(float value) { return _mm256_set1_ps(value); }
     static Floats add(Floats a, Floats b) { return _mm256_add_ps(a, b); }
     static Floats sub(Floats a, Floats b) { return _mm256_sub_ps(a, b); }

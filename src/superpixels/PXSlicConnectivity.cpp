@@ -4,6 +4,7 @@
 
 #include "PXLassoRaster.h"
 #include "PXSlicPixelSums.h"
+#include "PXSlicSumKernels.h"
 #include "PXSuperPixel.h"
 
 #include <QBrush>
@@ -11,6 +12,7 @@
 #include <QPainter>
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -206,10 +208,14 @@ void PXSlic::forceConnectivity()
     qint32 smallLabel = -2;
     std::vector<Span> spans;
     std::vector<QPoint> seeds;
+    const int left = rect.left();
+    const int right = rect.right();
     for (int y = rect.top(); y < rect.bottom(); ++y) {
-        for (int x = rect.left(); x < rect.right(); ++x) {
-            const qint64 start = qint64(y) * width + x;
-            if (labels[start] != 0 || old[start] == 0)
+        const qint32* freshRow = labels + qint64(y) * width;
+        const qint32* oldRow = old + qint64(y) * width;
+        for (int x = left; x < right; ++x) {
+            // Most pixels were reached by an earlier piece's flood.
+            if (freshRow[x] != 0 || oldRow[x] == 0)
                 continue;
             const qint64 size = floodPiece(old, labels, width, height, QPoint(x, y), nextLabel, spans, seeds);
             if (size <= minSize) {
@@ -223,28 +229,26 @@ void PXSlic::forceConnectivity()
         }
     }
 
-    m_labels = fresh;
+    // Moved, not shared: allocateSmallClusters() writes m_labels and would
+    // otherwise copy the whole image first. labels still points into it.
+    m_labels = std::move(fresh);
     initNewSuperPixels(nextLabel);
 
     // The records start counting at 1 with zero sums, so these means are
     // pulled toward zero; allocateSmallClusters() compares against them.
+    // Labels 1..nextLabel - 1 go to sums[label - 1]; 0 and the small pieces' are skipped.
     std::vector<PXSlicPixelSums> sums(static_cast<std::size_t>(nextLabel));
-    for (int y = rect.top(); y < rect.bottom(); ++y) {
-        const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(image.constScanLine(y));
-        const qint32* labelRow = labels + qint64(y) * width;
-        for (int x = rect.left(); x < rect.right();) {
-            const qint32 label = labelRow[x];
-            int end = x + 1;
-            while (end < rect.right() && labelRow[end] == label)
-                ++end;
-            if (label > 0)
-                sums[std::size_t(label)].addRun(pixels, x, end, y);
-            x = end;
+    if (nextLabel > 1) {
+        const PXSlicSumKernels::RowKernel sumRow = PXSlicSumKernels::bestRowKernel();
+        for (int y = rect.top(); y < rect.bottom(); ++y) {
+            sumRow(reinterpret_cast<const PXYCbCrPixel*>(image.constScanLine(y)),
+                reinterpret_cast<const quint32*>(labels + qint64(y) * width), rect.left(), rect.right(), y, 1u,
+                quint32(nextLabel - 2), sums.data());
         }
     }
-    for (int label = 0; label < nextLabel; ++label) {
+    for (int label = 1; label < nextLabel; ++label) {
         PXSuperPixel* record = m_superPixels.at(label);
-        sums[std::size_t(label)].addTo(*record);
+        sums[std::size_t(label - 1)].addTo(*record);
         record->normalize();
     }
 
@@ -262,9 +266,12 @@ void PXSlic::allocateSmallClusters()
         std::vector<qint32> neighbours;
         // The image's rectangle with its right and bottom edges exclusive, like
         // every other pass: the last row and column start no piece.
+        const int left = scan.area.left();
+        const int right = scan.area.right();
         for (int y = scan.area.top(); y < scan.area.bottom(); ++y) {
-            for (int x = scan.area.left(); x < scan.area.right(); ++x) {
-                if (labels[qint64(y) * scan.width + x] > -2)
+            const qint32* row = labels + qint64(y) * scan.width;
+            for (int x = left; x < right; ++x) {
+                if (row[x] > -2)
                     continue;
                 const PXSuperPixel piece = scan.flood(QPoint(x, y), points, neighbours);
                 qint32 target = closestNeighbour(neighbours, m_superPixels, piece);

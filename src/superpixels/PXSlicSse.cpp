@@ -50,6 +50,9 @@ struct SseLanes
             _mm_setr_epi8(0, -1, -1, -1, 4, -1, -1, -1, 8, -1, -1, -1, 12, -1, -1, -1)));
     }
 
+    static Floats loadFloats(const float* values) { return _mm_loadu_ps(values); }
+    static void store(float* values, Floats lanes) { _mm_storeu_ps(values, lanes); }
+    static bool anyLess(Floats a, Floats b) { return _mm_movemask_ps(_mm_cmplt_ps(a, b)) != 0; }
     static Floats broadcast(float value) { return _mm_set1_ps(value); }
     static Floats add(Floats a, Floats b) { return _mm_add_ps(a, b); }
     static Floats sub(Floats a, Floats b) { return _mm_sub_ps(a, b); }

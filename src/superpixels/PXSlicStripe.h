@@ -7,15 +7,18 @@
 #include "PXYCbCrPixel.h"
 
 #include <algorithm>
+#include <memory>
 #include <vector>
 
 /**
  * One stripe made ready for an assignment kernel: its bounds clipped to the
- * image, row access to pixels and labels, and the stripe's private buffer of
- * best distances so far, all FLT_MAX at the start.
+ * image, row access to pixels and labels, and a buffer of best distances so
+ * far for one band of rows at a time, all near FLT_MAX when the band starts.
  *
- * The buffer covers just the stripe's columns: the other slots of a buffer
- * as wide as the lasso rectangle would never be read.
+ * A kernel takes the bands top to bottom and, in each, the records in their
+ * order: every pixel still meets its records in the order a single pass over
+ * the whole stripe would, while the band's distances, labels and pixels stay
+ * in the cache. The buffer covers just the stripe's columns.
  */
 class PXSlicStripe
 {
@@ -27,7 +30,17 @@ public:
     PXSlicStripe(const PXSlicStripe&) = delete;
     PXSlicStripe& operator=(const PXSlicStripe&) = delete;
 
-    bool isEmpty() const { return m_distances.empty(); }
+    /** Rows per band. */
+    static constexpr int BandRows = 32;
+
+    bool isEmpty() const { return !m_distances; }
+    int yStart() const { return m_yStart; }
+    int yEnd() const { return m_yEnd; }
+    /**
+     * Starts the band of rows [@p top, the returned row): its distances are
+     * reset and distanceRow() takes its rows.
+     */
+    int startBand(int top);
 
     /**
      * The search window of @p record, Sint = @p gridStep on each side of its
@@ -47,9 +60,11 @@ public:
     const PXYCbCrPixel* pixelRow(int y) const { return m_pixels + qint64(y) * m_imageWidth; }
     /** Row @p y of the labels, indexed by column. */
     quint32* labelRow(int y) const { return m_labels + qint64(y) * m_imageWidth; }
-    /** Row @p y of the distance buffer, indexed by column - xStart(). */
-    float* distanceRow(int y) { return m_distances.data() + qint64(y - m_yStart) * m_width; }
+    /** Row @p y of the current band's distances, indexed by column - xStart(). */
+    float* distanceRow(int y) { return m_distances.get() + qint64(y - m_bandTop) * m_width; }
     int xStart() const { return m_xStart; }
+    /** Room for @p count floats that live as long as the stripe. */
+    float* spatialTable(std::size_t count);
 
     /**
      * The scalar step for columns [@p xLo, @p xHi) of row @p y: a pixel goes
@@ -81,8 +96,10 @@ private:
     int m_yStart = 0;
     int m_yEnd = 0;
     int m_width = 0;
+    int m_bandTop = 0;
     int m_imageWidth = 0;
     const PXYCbCrPixel* m_pixels = nullptr;
     quint32* m_labels = nullptr;
-    std::vector<float> m_distances;
+    std::unique_ptr<float[]> m_distances;
+    std::vector<float> m_spatial;
 };
