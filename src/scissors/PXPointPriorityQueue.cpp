@@ -248,9 +248,8 @@ void PXPointPriorityQueue::heapifyFromBeginningToEnd(unsigned long i)
     siftDown(i);
 }
 
-// Both sifts move a hole instead of swapping: every key passed over moves
-// once, and the moving key is written once at the end. The comparisons, and
-// so the order, are those of pairwise exchanges.
+// Both sifts move a hole instead of swapping, and the moving key is written
+// once at the end. The order is that of pairwise exchanges.
 void PXPointPriorityQueue::siftUp(unsigned long i)
 {
     const unsigned long moving = m_heap[i];
@@ -266,34 +265,45 @@ void PXPointPriorityQueue::siftUp(unsigned long i)
     place(i, moving);
 }
 
+// The hole first runs down the path of smaller children to a leaf, one
+// comparison per level, and the moving key then climbs back to where the
+// exchanges would have stopped. Scores never decrease along that path, so
+// the place is the same; but the moving key, the heap's last, mostly belongs
+// near the bottom, and the climb is short.
 void PXPointPriorityQueue::siftDown(unsigned long i)
 {
     unsigned long* heap = m_heap.data();
     unsigned int* heapIndexOf = m_heapIndexOf.data();
     const unsigned long count = m_heap.size();
+    const unsigned long start = i;
     const unsigned long moving = heap[i];
     const unsigned long movingScore = moving & myScoreBits;
-    for (;;) {
-        // The smaller child, the left one on a tie; it rises only when
-        // strictly smaller than the moving key.
-        unsigned long child = 2 * i + 1;
-        unsigned long rising;
-        if (child + 1 < count) {
-            const unsigned long left = heap[child];
-            const unsigned long right = heap[child + 1];
-            const bool rightWins = right < (left & myScoreBits);
-            child += rightWins;
-            rising = rightWins ? right : left;
-        } else if (child < count) {
-            rising = heap[child];
-        } else {
-            break;
-        }
-        if (rising >= movingScore)
-            break;
+    // The smaller child, the left one on a tie.
+    for (unsigned long child = 2 * i + 1; child + 1 < count; child = 2 * i + 1) {
+        const unsigned long left = heap[child];
+        const unsigned long right = heap[child + 1];
+        const bool rightWins = right < (left & myScoreBits);
+        child += rightWins;
+        const unsigned long rising = rightWins ? right : left;
         heap[i] = rising;
         heapIndexOf[numberOf(rising)] = static_cast<unsigned int>(i);
         i = child;
+    }
+    if (2 * i + 1 < count) {
+        const unsigned long rising = heap[2 * i + 1];
+        heap[i] = rising;
+        heapIndexOf[numberOf(rising)] = static_cast<unsigned int>(i);
+        i = 2 * i + 1;
+    }
+    // A key risen from here went up only if strictly smaller than the moving one.
+    while (i > start) {
+        const unsigned long parent = (i - 1) / 2;
+        const unsigned long risen = heap[parent];
+        if (risen < movingScore)
+            break;
+        heap[i] = risen;
+        heapIndexOf[numberOf(risen)] = static_cast<unsigned int>(i);
+        i = parent;
     }
     heap[i] = moving;
     heapIndexOf[numberOf(moving)] = static_cast<unsigned int>(i);
