@@ -106,6 +106,9 @@ void PXIntelligentScissorsWireCalculator::runningThread()
         m_predecessor.set(x, y, from);
         m_settled.set(x, y, true);
         const unsigned int index = x + y * width;
+        // The rows two away are read when the wave comes past again, a whole
+        // front later: fetched now, they are near by then.
+        m_queue.prefetchColumn(x, y, 2);
         // The pixel now at the top of the queue usually settles next: its
         // neighbourhood is fetched while this pixel's is worked on.
         if (const PXPointPriorityQueue::Entry* next = m_queue.top()) {
@@ -178,7 +181,7 @@ void PXIntelligentScissorsWireCalculator::relaxInsideBlock(
     const PXPointPriorityQueue::Square queued = m_queue.square(x, y);
     const long down = m_settled.rowLength(x);
     const long up = -down;
-    auto relax = [&](int dx, long row, int dy, bool diagonal) {
+    auto relax = [&](int dx, long row, int dy, bool diagonal) __attribute__((always_inline)) {
         if (settled[row + dx])
             return;
         const unsigned char c = cost[row + dx];

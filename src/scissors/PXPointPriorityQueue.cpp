@@ -139,6 +139,15 @@ void PXPointPriorityQueue::insertUnqueued(unsigned int x, unsigned int y, unsign
     siftUp(m_heap.size() - 1);
 }
 
+void PXPointPriorityQueue::insertIntoTile(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
+{
+    Entry* entry = takeEntry(score, m_heap.size(), x, y, data);
+    const unsigned long key = keyOf(score, entry->number);
+    m_heap.append(key);
+    m_positions.fillEmpty(x, y, key);
+    siftUp(m_heap.size() - 1);
+}
+
 void PXPointPriorityQueue::enqueue(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
 {
     insert(x, y, data, score);
@@ -188,7 +197,7 @@ PXPointPriorityQueue::Entry* PXPointPriorityQueue::lowerScore(
     const unsigned int number = numberOf(position);
     Entry* entry = m_entries[number];
     const unsigned long key = keyOf(score, number);
-    m_positions.set(x, y, key);
+    m_positions.replaceOccupied(x, y, key);
     entry->score = score;
     const unsigned long i = m_heapIndexOf[number];
     m_heap[i] = key;

@@ -132,15 +132,27 @@ public:
     bool enqueueOrDescrease(const Square& square, int dx, int dy, unsigned int x, unsigned int y, unsigned int data,
         unsigned int score)
     {
-        const unsigned long position = square.centre ? square.centre[dx + dy * square.rowLength] : m_positions.get(x, y);
-        return enqueueOrDescrease(position, x, y, data, score);
+        if (!square.centre)
+            return enqueueOrDescrease(m_positions.get(x, y), x, y, data, score);
+        const unsigned long position = square.centre[dx + dy * square.rowLength];
+        if (position == 0) {
+            insertIntoTile(x, y, data, score);
+            return true;
+        }
+        if (scoreOf(position) <= score)
+            return false;
+        lowerScore(x, y, position, score)->data = data;
+        return true;
     }
 
     /** The entry at the top of the heap, the next to come out unless a cheaper one comes first; null when empty. */
     const Entry* top() const { return m_heap.isEmpty() ? nullptr : m_entries[numberOf(m_heap[0])]; }
 
-    /** Hints that (@p x, @p y) and the pixels around it are about to be looked up. */
-    void prefetchColumn(unsigned int x, unsigned int y) const { m_positions.prefetchColumn(x, y); }
+    /** Hints that (@p x, @p y) and the pixels @p distance rows above and below it are about to be looked up. */
+    void prefetchColumn(unsigned int x, unsigned int y, unsigned int distance = 1) const
+    {
+        m_positions.prefetchColumn(x, y, distance);
+    }
 
     /** Recomputes every score with @p callback(x, y, data, @p context) and rebuilds the heap. */
     void updateAllScores(ScoreCallback callback, void const* context);
@@ -189,6 +201,8 @@ private:
         return true;
     }
     void insertUnqueued(unsigned int x, unsigned int y, unsigned int data, unsigned int score);
+    // insertUnqueued() where the index tile of (x, y) is known to be present.
+    void insertIntoTile(unsigned int x, unsigned int y, unsigned int data, unsigned int score);
     PXIMAGECUTTER_NO_EXPORT Entry* takeEntry(unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y, unsigned int data);
     Entry* lowerScore(unsigned int x, unsigned int y, unsigned long position, unsigned int score);
     void place(unsigned long i, unsigned long key)
