@@ -111,13 +111,14 @@ void PXIntelligentScissorsWireCalculator::runningThread()
         m_queue.prefetchColumn(x, y, 2);
         // The pixel now at the top of the queue usually settles next: its
         // neighbourhood is fetched while this pixel's is worked on.
-        if (const PXPointPriorityQueue::Entry* next = m_queue.top()) {
-            m_settled.prefetchColumn(next->x, next->y);
-            m_queue.prefetchColumn(next->x, next->y);
-            const unsigned int nly = next->y & myBlockMask;
-            if ((next->x >> myBlockShift) == blockX && (next->y >> myBlockShift) == blockY && nly > 0
+        unsigned int nextX, nextY;
+        if (m_queue.topPixel(nextX, nextY)) {
+            m_settled.prefetchColumn(nextX, nextY);
+            m_queue.prefetchColumn(nextX, nextY);
+            const unsigned int nly = nextY & myBlockMask;
+            if ((nextX >> myBlockShift) == blockX && (nextY >> myBlockShift) == blockY && nly > 0
                 && nly + 1 < blockHeight && cachedBlock) {
-                const unsigned char* c = cachedBlock + static_cast<unsigned long>(nly) * blockWidth + (next->x & myBlockMask);
+                const unsigned char* c = cachedBlock + static_cast<unsigned long>(nly) * blockWidth + (nextX & myBlockMask);
                 __builtin_prefetch(c - blockWidth);
                 __builtin_prefetch(c);
                 __builtin_prefetch(c + blockWidth);

@@ -110,17 +110,20 @@ PXPointPriorityQueue::~PXPointPriorityQueue()
     clear();
 }
 
-PXPointPriorityQueue::Entry* PXPointPriorityQueue::takeEntry(
-    unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y, unsigned int data)
+unsigned int PXPointPriorityQueue::takeNumber(unsigned int x, unsigned int y, unsigned int data)
 {
     if (m_spare.isEmpty()) {
-        Entry* entry = Entry::get(score, heapIndex, x, y, data);
-        entry->number = static_cast<unsigned int>(m_entries.size());
+        Entry* entry = Entry::get(0, 0, x, y, data);
+        const unsigned int number = static_cast<unsigned int>(m_entries.size());
+        entry->number = number;
         m_entries.append(entry);
         m_heapIndexOf.append(0);
-        return entry;
+        m_items.append(Item {x, y, data});
+        return number;
     }
-    return filled(m_spare.takeLast(), score, heapIndex, x, y, data);
+    const unsigned int number = m_spare.takeLast();
+    m_items[number] = Item {x, y, data};
+    return number;
 }
 
 void PXPointPriorityQueue::insert(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
@@ -132,8 +135,7 @@ void PXPointPriorityQueue::insert(unsigned int x, unsigned int y, unsigned int d
 
 void PXPointPriorityQueue::insertUnqueued(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
 {
-    Entry* entry = takeEntry(score, m_heap.size(), x, y, data);
-    const unsigned long key = keyOf(score, entry->number);
+    const unsigned long key = keyOf(score, takeNumber(x, y, data));
     m_heap.append(key);
     m_positions.set(x, y, key);
     siftUp(m_heap.size() - 1);
@@ -141,8 +143,7 @@ void PXPointPriorityQueue::insertUnqueued(unsigned int x, unsigned int y, unsign
 
 void PXPointPriorityQueue::insertIntoTile(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
 {
-    Entry* entry = takeEntry(score, m_heap.size(), x, y, data);
-    const unsigned long key = keyOf(score, entry->number);
+    const unsigned long key = keyOf(score, takeNumber(x, y, data));
     m_heap.append(key);
     m_positions.fillEmpty(x, y, key);
     siftUp(m_heap.size() - 1);
@@ -157,10 +158,10 @@ bool PXPointPriorityQueue::dequeue(unsigned int& x, unsigned int& y, unsigned in
 {
     if (m_heap.isEmpty())
         return false;
-    const Entry* root = m_entries[numberOf(m_heap[0])];
-    x = root->x;
-    y = root->y;
-    data = root->data;
+    const Item& root = m_items[numberOf(m_heap[0])];
+    x = root.x;
+    y = root.y;
+    data = root.data;
     score = scoreOf(m_heap[0]);
     deleteRoot();
     return true;
@@ -168,18 +169,19 @@ bool PXPointPriorityQueue::dequeue(unsigned int& x, unsigned int& y, unsigned in
 
 void PXPointPriorityQueue::deleteRoot()
 {
-    Entry* root = m_entries[numberOf(m_heap[0])];
+    const unsigned int number = numberOf(m_heap[0]);
+    const Item& root = m_items[number];
     const unsigned long last = m_heap.takeLast();
     // Unless a pixel was queued twice, the root's index value is its own.
     if (m_shadowed)
-        m_positions.set(root->x, root->y, 0);
+        m_positions.set(root.x, root.y, 0);
     else
-        m_positions.clearOccupied(root->x, root->y);
-    if (numberOf(last) != root->number) {
+        m_positions.clearOccupied(root.x, root.y);
+    if (numberOf(last) != number) {
         m_heap[0] = last;
         siftDown(0);
     }
-    m_spare.append(root);
+    m_spare.append(number);
 }
 
 bool PXPointPriorityQueue::descreaseScore(unsigned int x, unsigned int y, unsigned int score)
@@ -191,30 +193,28 @@ bool PXPointPriorityQueue::descreaseScore(unsigned int x, unsigned int y, unsign
     return true;
 }
 
-PXPointPriorityQueue::Entry* PXPointPriorityQueue::lowerScore(
-    unsigned int x, unsigned int y, unsigned long position, unsigned int score)
+unsigned int PXPointPriorityQueue::lowerScore(unsigned int x, unsigned int y, unsigned long position, unsigned int score)
 {
     const unsigned int number = numberOf(position);
-    Entry* entry = m_entries[number];
     const unsigned long key = keyOf(score, number);
     m_positions.replaceOccupied(x, y, key);
-    entry->score = score;
     const unsigned long i = m_heapIndexOf[number];
     m_heap[i] = key;
     siftUp(i);
-    return entry;
+    return number;
 }
 
 void PXPointPriorityQueue::updateAllScores(ScoreCallback callback, void const* context)
 {
     const unsigned long count = m_heap.size();
     for (unsigned long i = 0; i < count; ++i) {
-        Entry* entry = m_entries[numberOf(m_heap[i])];
-        entry->score = callback(entry->x, entry->y, entry->data, context);
-        m_heap[i] = keyOf(entry->score, entry->number);
+        const unsigned int number = numberOf(m_heap[i]);
+        const Item& item = m_items[number];
+        const unsigned long key = keyOf(callback(item.x, item.y, item.data, context), number);
+        m_heap[i] = key;
         // A pixel queued twice is indexed by its newer entry only.
-        if (numberOf(m_positions.get(entry->x, entry->y)) == entry->number)
-            m_positions.set(entry->x, entry->y, keyOf(entry->score, entry->number));
+        if (numberOf(m_positions.get(item.x, item.y)) == number)
+            m_positions.set(item.x, item.y, key);
     }
     if (count < 2)
         return;
@@ -228,6 +228,7 @@ void PXPointPriorityQueue::clear()
     Entry::release(m_entries.data(), m_entries.size());
     m_entries.clear();
     m_heapIndexOf.clear();
+    m_items.clear();
     m_heap.clear();
     m_spare.clear();
     m_view.clear();
@@ -235,15 +236,19 @@ void PXPointPriorityQueue::clear()
     m_shadowed = false;
 }
 
+PXPointPriorityQueue::Entry* PXPointPriorityQueue::viewOf(unsigned long i) const
+{
+    const unsigned int number = numberOf(m_heap[i]);
+    const Item& item = m_items[number];
+    return filled(m_entries[number], scoreOf(m_heap[i]), i, item.x, item.y, item.data);
+}
+
 const PXScissors::vector<PXPointPriorityQueue::Entry*>& PXPointPriorityQueue::heap() const
 {
     m_view.clear();
     m_view.reserve(m_heap.capacity());
-    for (unsigned long i = 0; i < m_heap.size(); ++i) {
-        Entry* entry = m_entries[numberOf(m_heap[i])];
-        entry->heapIndex = i;
-        m_view.append(entry);
-    }
+    for (unsigned long i = 0; i < m_heap.size(); ++i)
+        m_view.append(viewOf(i));
     return m_view;
 }
 
