@@ -42,10 +42,12 @@ PXIntelligentScissorsWireCalculator::PXIntelligentScissorsWireCalculator(PXIntel
     , m_height(weights->heightReduced())
     , m_scale(weights->scale())
     // Readers on other threads read both matrices while the search writes:
-    // no tile may go back to the pool before the next search.
+    // no tile may go back to the pool before the next search. Predecessors
+    // are read for settled pixels only, which have one: their tiles need no
+    // zeroing.
     , m_settled(m_width, m_height, PXScissors::SparseMatrix<bool, 4096u>::KeepTilesUntilClear)
     , m_queue(m_width, m_height)
-    , m_predecessor(m_width, m_height, PXScissors::SparseMatrix<unsigned int, 4096u>::KeepTilesUntilClear)
+    , m_predecessor(m_width, m_height, PXScissors::SparseMatrix<unsigned int, 4096u>::KeepUnzeroedTilesUntilClear)
 {
     setTotalProgress(progressTotal(m_width, m_height));
 }

@@ -25,9 +25,9 @@ namespace PXScissors {
  *
  * One thread writes (set(), clear()). Other threads may read with
  * getAcquire() while it writes, as long as no tile they read can be handed
- * back meanwhile: use KeepTilesUntilClear for such a matrix and do not call
- * clear() while they read. Coordinates must lie inside the size given to the
- * constructor; they are not checked.
+ * back meanwhile: use KeepTilesUntilClear (or its unzeroed variant) for such
+ * a matrix and do not call clear() while they read. Coordinates must lie
+ * inside the size given to the constructor; they are not checked.
  */
 template <typename T, unsigned int TileSize>
 class SparseMatrix
@@ -43,7 +43,10 @@ public:
     /** What set() does with a tile whose last value was cleared. */
     enum TilePolicy {
         ReturnEmptyTiles,   ///< hand it back to BlockPool at once
-        KeepTilesUntilClear ///< keep it until clear(), so concurrent readers never lose it
+        KeepTilesUntilClear, ///< keep it until clear(), so concurrent readers never lose it
+        /// like KeepTilesUntilClear, but a new tile is not zeroed: a slot
+        /// never set in it holds an unspecified value
+        KeepUnzeroedTilesUntilClear
     };
 
     SparseMatrix(unsigned int width, unsigned int height, TilePolicy policy = ReturnEmptyTiles)
@@ -141,7 +144,7 @@ public:
     {
         Cell& cell = cellOf(x, y);
         T* tile = cell.tile;
-        if (tile && m_policy == KeepTilesUntilClear) {
+        if (tile && m_policy != ReturnEmptyTiles) {
             // Such a tile goes back only in clear(), so its count is not kept
             // up and the old value need not be read.
             const unsigned int slot = slotOf(cell, x, y);
@@ -242,14 +245,16 @@ private:
             }
             return;
         }
-        if (empty)
+        // An unzeroed tile needs even an empty value stored.
+        if (empty && m_policy != KeepUnzeroedTilesUntilClear)
             return;
-        tile = static_cast<T*>(BlockPool::getZeroed(mySlots * sizeof(T)));
+        tile = static_cast<T*>(m_policy == KeepUnzeroedTilesUntilClear ? BlockPool::get(mySlots * sizeof(T))
+                                                                     : BlockPool::getZeroed(mySlots * sizeof(T)));
         cell.freeCount = static_cast<unsigned int>(mySlots - 1);
         cell.dirtyBegin = slot;
         cell.dirtyEnd = slot + 1;
         tile[slot] = value;
-        // Publishes the zeroed tile together with its first value.
+        // Publishes the tile together with its first value.
         __atomic_store_n(&cell.tile, tile, __ATOMIC_RELEASE);
     }
 
