@@ -45,7 +45,7 @@ public:
         ReturnEmptyTiles,   ///< hand it back to BlockPool at once
         KeepTilesUntilClear, ///< keep it until clear(), so concurrent readers never lose it
         /// like KeepTilesUntilClear, but a new tile is not zeroed: a slot
-        /// never set in it holds an unspecified value
+        /// never set in it holds whatever the memory held before
         KeepUnzeroedTilesUntilClear
     };
 
