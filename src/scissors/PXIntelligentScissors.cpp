@@ -189,7 +189,9 @@ void PXIntelligentScissors::setup(const QImage& image)
 
     m_weightCalculator = new PXIntelligentScissorsWeightCalculator(
         static_cast<unsigned int>(width), static_cast<unsigned int>(height), m_settings);
-    m_weightCalculator->setImage(m_image.constBits(), format, static_cast<unsigned int>(m_image.bytesPerLine()));
+    // The padding was never written: it reads as zero.
+    m_weightCalculator->setImage(m_image.constBits(), format, static_cast<unsigned int>(m_image.bytesPerLine()),
+        static_cast<unsigned int>(working.width()), static_cast<unsigned int>(working.height()));
     m_wireCalculator = new PXIntelligentScissorsWireCalculator(m_weightCalculator);
     connect(m_weightCalculator, &PXIntelligentScissorsWorker::progressChanged, this,
         &PXIntelligentScissors::progessChanged);

@@ -154,12 +154,15 @@ PXIntelligentScissorsWeightCalculator::BlockState PXIntelligentScissorsWeightCal
     return static_cast<BlockState>(m_blockState[by * m_blockColumns + bx].load(std::memory_order_acquire));
 }
 
-void PXIntelligentScissorsWeightCalculator::setImage(unsigned char const* data, DataFormat format, unsigned int stride)
+void PXIntelligentScissorsWeightCalculator::setImage(unsigned char const* data, DataFormat format, unsigned int stride,
+    unsigned int contentWidth, unsigned int contentHeight)
 {
     stop();
     m_image = data;
     m_format = format;
     m_stride = stride;
+    m_contentWidth = contentWidth;
+    m_contentHeight = contentHeight;
     if (data)
         startThread();
 }
@@ -378,7 +381,7 @@ void PXIntelligentScissorsWeightCalculator::calculateBlock(unsigned int bx, unsi
     Scratch result;
     if (w != 0 && h != 0 && m_image) {
         const Grid grid {m_width, m_height, m_widthReduced, m_heightReduced};
-        const SourceImage source {m_image, m_stride, m_format};
+        const SourceImage source {m_image, m_stride, m_format, m_contentWidth, m_contentHeight};
         result = blockCosts(source, grid, m_settings, m_margin, BlockArea(grid, bx, by, w, h, m_margin,
             reductionFactor(m_settings.pixelReduction())));
     }

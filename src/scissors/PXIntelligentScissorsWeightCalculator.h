@@ -12,6 +12,7 @@
 #include <QWaitCondition>
 
 #include <atomic>
+#include <climits>
 
 namespace PXScissors {
 
@@ -139,9 +140,13 @@ public:
      * Stops, then reads the image from @p data (@p stride bytes per row; not
      * copied, the caller keeps it alive and unchanged until the next
      * setImage(), stop() or the destructor) and starts the thread. Blocks
-     * computed before are discarded. A null @p data only stops.
+     * computed before are discarded. A null @p data only stops. Pixels at
+     * or right of column @p contentWidth, or at or below row
+     * @p contentHeight, must be zero; they are then taken as zero without
+     * being read.
      */
-    void setImage(unsigned char const* data, DataFormat format, unsigned int stride);
+    void setImage(unsigned char const* data, DataFormat format, unsigned int stride,
+        unsigned int contentWidth = UINT_MAX, unsigned int contentHeight = UINT_MAX);
 
     /**
      * Stops, takes @p settings (the margin follows them) and restarts on the
@@ -229,6 +234,8 @@ private:
 
     unsigned char const* m_image = nullptr;
     unsigned int m_stride = 0;
+    unsigned int m_contentWidth = UINT_MAX;
+    unsigned int m_contentHeight = UINT_MAX;
     DataFormat m_format = Xrgb32;
     Settings m_settings;
     unsigned int m_scale;

@@ -42,10 +42,12 @@ PXIntelligentScissorsWireCalculator::PXIntelligentScissorsWireCalculator(PXIntel
     , m_height(weights->heightReduced())
     , m_scale(weights->scale())
     // Readers on other threads read both matrices while the search writes:
-    // no tile may go back to the pool before the next search.
+    // no tile may go back to the pool before the next search. Predecessors
+    // are read for settled pixels only, which have one: their tiles need no
+    // zeroing.
     , m_settled(m_width, m_height, PXScissors::SparseMatrix<bool, 4096u>::KeepTilesUntilClear)
     , m_queue(m_width, m_height)
-    , m_predecessor(m_width, m_height, PXScissors::SparseMatrix<unsigned int, 4096u>::KeepTilesUntilClear)
+    , m_predecessor(m_width, m_height, PXScissors::SparseMatrix<unsigned int, 4096u>::KeepUnzeroedTilesUntilClear)
 {
     setTotalProgress(progressTotal(m_width, m_height));
 }
@@ -106,15 +108,19 @@ void PXIntelligentScissorsWireCalculator::runningThread()
         m_predecessor.set(x, y, from);
         m_settled.set(x, y, true);
         const unsigned int index = x + y * width;
+        // The rows two away are read when the wave comes past again, a whole
+        // front later: fetched now, they are near by then.
+        m_queue.prefetchColumn(x, y, 2);
         // The pixel now at the top of the queue usually settles next: its
         // neighbourhood is fetched while this pixel's is worked on.
-        if (const PXPointPriorityQueue::Entry* next = m_queue.top()) {
-            m_settled.prefetchColumn(next->x, next->y);
-            m_queue.prefetchColumn(next->x, next->y);
-            const unsigned int nly = next->y & myBlockMask;
-            if ((next->x >> myBlockShift) == blockX && (next->y >> myBlockShift) == blockY && nly > 0
+        unsigned int nextX, nextY;
+        if (m_queue.topPixel(nextX, nextY)) {
+            m_settled.prefetchColumn(nextX, nextY);
+            m_queue.prefetchColumn(nextX, nextY);
+            const unsigned int nly = nextY & myBlockMask;
+            if ((nextX >> myBlockShift) == blockX && (nextY >> myBlockShift) == blockY && nly > 0
                 && nly + 1 < blockHeight && cachedBlock) {
-                const unsigned char* c = cachedBlock + static_cast<unsigned long>(nly) * blockWidth + (next->x & myBlockMask);
+                const unsigned char* c = cachedBlock + static_cast<unsigned long>(nly) * blockWidth + (nextX & myBlockMask);
                 __builtin_prefetch(c - blockWidth);
                 __builtin_prefetch(c);
                 __builtin_prefetch(c + blockWidth);
@@ -178,7 +184,7 @@ void PXIntelligentScissorsWireCalculator::relaxInsideBlock(
     const PXPointPriorityQueue::Square queued = m_queue.square(x, y);
     const long down = m_settled.rowLength(x);
     const long up = -down;
-    auto relax = [&](int dx, long row, int dy, bool diagonal) {
+    auto relax = [&](int dx, long row, int dy, bool diagonal) __attribute__((always_inline)) {
         if (settled[row + dx])
             return;
         const unsigned char c = cost[row + dx];

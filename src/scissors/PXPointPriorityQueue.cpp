@@ -110,17 +110,20 @@ PXPointPriorityQueue::~PXPointPriorityQueue()
     clear();
 }
 
-PXPointPriorityQueue::Entry* PXPointPriorityQueue::takeEntry(
-    unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y, unsigned int data)
+unsigned int PXPointPriorityQueue::takeNumber(unsigned int x, unsigned int y, unsigned int data)
 {
     if (m_spare.isEmpty()) {
-        Entry* entry = Entry::get(score, heapIndex, x, y, data);
-        entry->number = static_cast<unsigned int>(m_entries.size());
+        Entry* entry = Entry::get(0, 0, x, y, data);
+        const unsigned int number = static_cast<unsigned int>(m_entries.size());
+        entry->number = number;
         m_entries.append(entry);
         m_heapIndexOf.append(0);
-        return entry;
+        m_items.append(Item {x, y, data});
+        return number;
     }
-    return filled(m_spare.takeLast(), score, heapIndex, x, y, data);
+    const unsigned int number = m_spare.takeLast();
+    m_items[number] = Item {x, y, data};
+    return number;
 }
 
 void PXPointPriorityQueue::insert(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
@@ -132,10 +135,17 @@ void PXPointPriorityQueue::insert(unsigned int x, unsigned int y, unsigned int d
 
 void PXPointPriorityQueue::insertUnqueued(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
 {
-    Entry* entry = takeEntry(score, m_heap.size(), x, y, data);
-    const unsigned long key = keyOf(score, entry->number);
+    const unsigned long key = keyOf(score, takeNumber(x, y, data));
     m_heap.append(key);
     m_positions.set(x, y, key);
+    siftUp(m_heap.size() - 1);
+}
+
+void PXPointPriorityQueue::insertIntoTile(unsigned int x, unsigned int y, unsigned int data, unsigned int score)
+{
+    const unsigned long key = keyOf(score, takeNumber(x, y, data));
+    m_heap.append(key);
+    m_positions.fillEmpty(x, y, key);
     siftUp(m_heap.size() - 1);
 }
 
@@ -148,10 +158,10 @@ bool PXPointPriorityQueue::dequeue(unsigned int& x, unsigned int& y, unsigned in
 {
     if (m_heap.isEmpty())
         return false;
-    const Entry* root = m_entries[numberOf(m_heap[0])];
-    x = root->x;
-    y = root->y;
-    data = root->data;
+    const Item& root = m_items[numberOf(m_heap[0])];
+    x = root.x;
+    y = root.y;
+    data = root.data;
     score = scoreOf(m_heap[0]);
     deleteRoot();
     return true;
@@ -159,18 +169,19 @@ bool PXPointPriorityQueue::dequeue(unsigned int& x, unsigned int& y, unsigned in
 
 void PXPointPriorityQueue::deleteRoot()
 {
-    Entry* root = m_entries[numberOf(m_heap[0])];
+    const unsigned int number = numberOf(m_heap[0]);
+    const Item& root = m_items[number];
     const unsigned long last = m_heap.takeLast();
     // Unless a pixel was queued twice, the root's index value is its own.
     if (m_shadowed)
-        m_positions.set(root->x, root->y, 0);
+        m_positions.set(root.x, root.y, 0);
     else
-        m_positions.clearOccupied(root->x, root->y);
-    if (numberOf(last) != root->number) {
+        m_positions.clearOccupied(root.x, root.y);
+    if (numberOf(last) != number) {
         m_heap[0] = last;
         siftDown(0);
     }
-    m_spare.append(root);
+    m_spare.append(number);
 }
 
 bool PXPointPriorityQueue::descreaseScore(unsigned int x, unsigned int y, unsigned int score)
@@ -182,30 +193,28 @@ bool PXPointPriorityQueue::descreaseScore(unsigned int x, unsigned int y, unsign
     return true;
 }
 
-PXPointPriorityQueue::Entry* PXPointPriorityQueue::lowerScore(
-    unsigned int x, unsigned int y, unsigned long position, unsigned int score)
+unsigned int PXPointPriorityQueue::lowerScore(unsigned int x, unsigned int y, unsigned long position, unsigned int score)
 {
     const unsigned int number = numberOf(position);
-    Entry* entry = m_entries[number];
     const unsigned long key = keyOf(score, number);
-    m_positions.set(x, y, key);
-    entry->score = score;
+    m_positions.replaceOccupied(x, y, key);
     const unsigned long i = m_heapIndexOf[number];
     m_heap[i] = key;
     siftUp(i);
-    return entry;
+    return number;
 }
 
 void PXPointPriorityQueue::updateAllScores(ScoreCallback callback, void const* context)
 {
     const unsigned long count = m_heap.size();
     for (unsigned long i = 0; i < count; ++i) {
-        Entry* entry = m_entries[numberOf(m_heap[i])];
-        entry->score = callback(entry->x, entry->y, entry->data, context);
-        m_heap[i] = keyOf(entry->score, entry->number);
+        const unsigned int number = numberOf(m_heap[i]);
+        const Item& item = m_items[number];
+        const unsigned long key = keyOf(callback(item.x, item.y, item.data, context), number);
+        m_heap[i] = key;
         // A pixel queued twice is indexed by its newer entry only.
-        if (numberOf(m_positions.get(entry->x, entry->y)) == entry->number)
-            m_positions.set(entry->x, entry->y, keyOf(entry->score, entry->number));
+        if (numberOf(m_positions.get(item.x, item.y)) == number)
+            m_positions.set(item.x, item.y, key);
     }
     if (count < 2)
         return;
@@ -219,6 +228,7 @@ void PXPointPriorityQueue::clear()
     Entry::release(m_entries.data(), m_entries.size());
     m_entries.clear();
     m_heapIndexOf.clear();
+    m_items.clear();
     m_heap.clear();
     m_spare.clear();
     m_view.clear();
@@ -226,15 +236,19 @@ void PXPointPriorityQueue::clear()
     m_shadowed = false;
 }
 
+PXPointPriorityQueue::Entry* PXPointPriorityQueue::viewOf(unsigned long i) const
+{
+    const unsigned int number = numberOf(m_heap[i]);
+    const Item& item = m_items[number];
+    return filled(m_entries[number], scoreOf(m_heap[i]), i, item.x, item.y, item.data);
+}
+
 const PXScissors::vector<PXPointPriorityQueue::Entry*>& PXPointPriorityQueue::heap() const
 {
     m_view.clear();
     m_view.reserve(m_heap.capacity());
-    for (unsigned long i = 0; i < m_heap.size(); ++i) {
-        Entry* entry = m_entries[numberOf(m_heap[i])];
-        entry->heapIndex = i;
-        m_view.append(entry);
-    }
+    for (unsigned long i = 0; i < m_heap.size(); ++i)
+        m_view.append(viewOf(i));
     return m_view;
 }
 
@@ -248,9 +262,8 @@ void PXPointPriorityQueue::heapifyFromBeginningToEnd(unsigned long i)
     siftDown(i);
 }
 
-// Both sifts move a hole instead of swapping: every key passed over moves
-// once, and the moving key is written once at the end. The comparisons, and
-// so the order, are those of pairwise exchanges.
+// Both sifts move a hole instead of swapping, and the moving key is written
+// once at the end. The order is that of pairwise exchanges.
 void PXPointPriorityQueue::siftUp(unsigned long i)
 {
     const unsigned long moving = m_heap[i];
@@ -266,34 +279,45 @@ void PXPointPriorityQueue::siftUp(unsigned long i)
     place(i, moving);
 }
 
+// The hole first runs down the path of smaller children to a leaf, one
+// comparison per level, and the moving key then climbs back to where the
+// exchanges would have stopped. Scores never decrease along that path, so
+// the place is the same; but the moving key, the heap's last, mostly belongs
+// near the bottom, and the climb is short.
 void PXPointPriorityQueue::siftDown(unsigned long i)
 {
     unsigned long* heap = m_heap.data();
     unsigned int* heapIndexOf = m_heapIndexOf.data();
     const unsigned long count = m_heap.size();
+    const unsigned long start = i;
     const unsigned long moving = heap[i];
     const unsigned long movingScore = moving & myScoreBits;
-    for (;;) {
-        // The smaller child, the left one on a tie; it rises only when
-        // strictly smaller than the moving key.
-        unsigned long child = 2 * i + 1;
-        unsigned long rising;
-        if (child + 1 < count) {
-            const unsigned long left = heap[child];
-            const unsigned long right = heap[child + 1];
-            const bool rightWins = right < (left & myScoreBits);
-            child += rightWins;
-            rising = rightWins ? right : left;
-        } else if (child < count) {
-            rising = heap[child];
-        } else {
-            break;
-        }
-        if (rising >= movingScore)
-            break;
+    // The smaller child, the left one on a tie.
+    for (unsigned long child = 2 * i + 1; child + 1 < count; child = 2 * i + 1) {
+        const unsigned long left = heap[child];
+        const unsigned long right = heap[child + 1];
+        const bool rightWins = right < (left & myScoreBits);
+        child += rightWins;
+        const unsigned long rising = rightWins ? right : left;
         heap[i] = rising;
         heapIndexOf[numberOf(rising)] = static_cast<unsigned int>(i);
         i = child;
+    }
+    if (2 * i + 1 < count) {
+        const unsigned long rising = heap[2 * i + 1];
+        heap[i] = rising;
+        heapIndexOf[numberOf(rising)] = static_cast<unsigned int>(i);
+        i = 2 * i + 1;
+    }
+    // A key risen from here went up only if strictly smaller than the moving one.
+    while (i > start) {
+        const unsigned long parent = (i - 1) / 2;
+        const unsigned long risen = heap[parent];
+        if (risen < movingScore)
+            break;
+        heap[i] = risen;
+        heapIndexOf[numberOf(risen)] = static_cast<unsigned int>(i);
+        i = parent;
     }
     heap[i] = moving;
     heapIndexOf[numberOf(moving)] = static_cast<unsigned int>(i);

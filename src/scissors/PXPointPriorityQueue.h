@@ -19,10 +19,11 @@
  * now and then.
  *
  * The heap array itself holds keys, a score above an entry number, and the
- * queue keeps every entry's heap position in an array by number: sifting
- * moves eight bytes and writes four per level, all in two compact arrays,
- * instead of writing into entries scattered over the pool. heap() brings
- * the entries' heapIndex fields up to date and returns them in heap order.
+ * queue keeps every entry's heap position and pixel in arrays by number:
+ * sifting moves eight bytes and writes four per level, and taking the root
+ * reads its pixel, all in compact arrays instead of entries scattered over
+ * the pool. The entries' fields are brought up to date only by heap() and
+ * top(), for inspection.
  *
  * Every queued pixel has a position-index slot (a tiled sparse matrix over
  * the image) holding its entry's key: a search that finds a queued pixel
@@ -39,7 +40,7 @@ public:
     {
         unsigned int score;      ///< the heap key, smaller is better
         unsigned int number;     ///< the queue's own number for the entry (in what would be padding)
-        unsigned long heapIndex; ///< position in the heap array, as of the last heap()
+        unsigned long heapIndex; ///< position in the heap array, as of the last heap() or top()
         unsigned int x;
         unsigned int y;
         unsigned int data;       ///< carried unchanged for the caller
@@ -132,15 +133,41 @@ public:
     bool enqueueOrDescrease(const Square& square, int dx, int dy, unsigned int x, unsigned int y, unsigned int data,
         unsigned int score)
     {
-        const unsigned long position = square.centre ? square.centre[dx + dy * square.rowLength] : m_positions.get(x, y);
-        return enqueueOrDescrease(position, x, y, data, score);
+        if (!square.centre)
+            return enqueueOrDescrease(m_positions.get(x, y), x, y, data, score);
+        const unsigned long position = square.centre[dx + dy * square.rowLength];
+        if (position == 0) {
+            insertIntoTile(x, y, data, score);
+            return true;
+        }
+        if (scoreOf(position) <= score)
+            return false;
+        m_items[lowerScore(x, y, position, score)].data = data;
+        return true;
     }
 
-    /** The entry at the top of the heap, the next to come out unless a cheaper one comes first; null when empty. */
-    const Entry* top() const { return m_heap.isEmpty() ? nullptr : m_entries[numberOf(m_heap[0])]; }
+    /**
+     * The entry at the top of the heap, the next to come out unless a cheaper
+     * one comes first, with its fields brought up to date; null when empty.
+     */
+    const Entry* top() const { return m_heap.isEmpty() ? nullptr : viewOf(0); }
 
-    /** Hints that (@p x, @p y) and the pixels around it are about to be looked up. */
-    void prefetchColumn(unsigned int x, unsigned int y) const { m_positions.prefetchColumn(x, y); }
+    /** The pixel at the top of the heap into @p x and @p y; false (outputs untouched) when empty. */
+    bool topPixel(unsigned int& x, unsigned int& y) const
+    {
+        if (m_heap.isEmpty())
+            return false;
+        const Item& item = m_items[numberOf(m_heap[0])];
+        x = item.x;
+        y = item.y;
+        return true;
+    }
+
+    /** Hints that (@p x, @p y) and the pixels @p distance rows above and below it are about to be looked up. */
+    void prefetchColumn(unsigned int x, unsigned int y, unsigned int distance = 1) const
+    {
+        m_positions.prefetchColumn(x, y, distance);
+    }
 
     /** Recomputes every score with @p callback(x, y, data, @p context) and rebuilds the heap. */
     void updateAllScores(ScoreCallback callback, void const* context);
@@ -185,12 +212,17 @@ private:
         }
         if (scoreOf(position) <= score)
             return false;
-        lowerScore(x, y, position, score)->data = data;
+        m_items[lowerScore(x, y, position, score)].data = data;
         return true;
     }
     void insertUnqueued(unsigned int x, unsigned int y, unsigned int data, unsigned int score);
-    PXIMAGECUTTER_NO_EXPORT Entry* takeEntry(unsigned int score, unsigned long heapIndex, unsigned int x, unsigned int y, unsigned int data);
-    Entry* lowerScore(unsigned int x, unsigned int y, unsigned long position, unsigned int score);
+    // insertUnqueued() where the index tile of (x, y) is known to be present.
+    void insertIntoTile(unsigned int x, unsigned int y, unsigned int data, unsigned int score);
+    PXIMAGECUTTER_NO_EXPORT unsigned int takeNumber(unsigned int x, unsigned int y, unsigned int data);
+    // Returns the entry's number.
+    unsigned int lowerScore(unsigned int x, unsigned int y, unsigned long position, unsigned int score);
+    // The entry at heap position i with its fields brought up to date.
+    PXIMAGECUTTER_NO_EXPORT Entry* viewOf(unsigned long i) const;
     void place(unsigned long i, unsigned long key)
     {
         m_heap[i] = key;
@@ -202,14 +234,21 @@ private:
     // The keys; the score in each is always equal to its entry's.
     PXScissors::vector<unsigned long> m_heap;
     PXScissors::SparseMatrix<unsigned long, 4096u> m_positions;
-    // Every entry this queue took from the pool, and its heap position while
-    // queued, by its number.
+    // Every entry this queue took from the pool, and its heap position and
+    // pixel while queued, by its number.
+    struct Item
+    {
+        unsigned int x;
+        unsigned int y;
+        unsigned int data;
+    };
     PXScissors::vector<Entry*> m_entries;
     PXScissors::vector<unsigned int> m_heapIndexOf;
+    PXScissors::vector<Item> m_items;
     // What heap() hands out.
     mutable PXScissors::vector<Entry*> m_view;
-    // Entries dequeued from this queue, reused before the pool's.
-    PXScissors::vector<Entry*> m_spare;
+    // Numbers of the entries dequeued from this queue, reused before the pool's.
+    PXScissors::vector<unsigned int> m_spare;
     // Whether a pixel was inserted while queued; its older entry is then no
     // longer named by the index (see insert()).
     bool m_shadowed = false;

@@ -53,12 +53,17 @@ void greyRow(const SourceImage& source, const BlockArea& area, const PXScissorsK
     unsigned int r, unsigned char* target)
 {
     const unsigned char* row = source.bits + (area.sy0 + r) * source.stride;
+    // Black padding is known to be black: its grey is 0 without reading it.
+    unsigned int count = 0;
+    if (area.sy0 + r < source.contentHeight && area.sx0 < source.contentWidth)
+        count = static_cast<unsigned int>(std::min<unsigned long>(area.sw, source.contentWidth - area.sx0));
     if (source.format == Calculator::Gray8)
-        std::memcpy(target, row + area.sx0, area.sw);
+        std::memcpy(target, row + area.sx0, count);
     else if (source.format == Calculator::Xrgb32)
-        kernels.grey(row + 4 * area.sx0, target, area.sw);
+        kernels.grey(row + 4 * area.sx0, target, count);
     else
-        std::memset(target, 0, area.sw); // formats without a conversion read as black
+        count = 0; // formats without a conversion read as black
+    std::memset(target + count, 0, area.sw - count);
 }
 
 // The reduced image, rw x rh, into reduced. The grey source is made k rows

@@ -23,12 +23,14 @@ struct Grid
     unsigned int heightReduced;
 };
 
-// The caller's pixel rows.
+// The caller's pixel rows; those at or past the content size are zero.
 struct SourceImage
 {
     const unsigned char* bits;
     unsigned long stride;
     PXIntelligentScissorsWeightCalculator::DataFormat format;
+    unsigned int contentWidth;
+    unsigned int contentHeight;
 };
 
 // A buffer from BlockPool and how many of its bytes were written, so that

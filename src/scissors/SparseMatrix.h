@@ -25,9 +25,9 @@ namespace PXScissors {
  *
  * One thread writes (set(), clear()). Other threads may read with
  * getAcquire() while it writes, as long as no tile they read can be handed
- * back meanwhile: use KeepTilesUntilClear for such a matrix and do not call
- * clear() while they read. Coordinates must lie inside the size given to the
- * constructor; they are not checked.
+ * back meanwhile: use KeepTilesUntilClear (or its unzeroed variant) for such
+ * a matrix and do not call clear() while they read. Coordinates must lie
+ * inside the size given to the constructor; they are not checked.
  */
 template <typename T, unsigned int TileSize>
 class SparseMatrix
@@ -43,7 +43,10 @@ public:
     /** What set() does with a tile whose last value was cleared. */
     enum TilePolicy {
         ReturnEmptyTiles,   ///< hand it back to BlockPool at once
-        KeepTilesUntilClear ///< keep it until clear(), so concurrent readers never lose it
+        KeepTilesUntilClear, ///< keep it until clear(), so concurrent readers never lose it
+        /// like KeepTilesUntilClear, but a new tile is not zeroed: a slot
+        /// never set in it holds whatever the memory held before
+        KeepUnzeroedTilesUntilClear
     };
 
     SparseMatrix(unsigned int width, unsigned int height, TilePolicy policy = ReturnEmptyTiles)
@@ -104,19 +107,21 @@ public:
 
     /**
      * Asks the processor to fetch the slots of (@p x, @p y) and of the pixels
-     * above and below it, which are about to be read. Only a hint.
+     * @p distance rows above and below it, which are about to be read. Only
+     * a hint.
      */
-    void prefetchColumn(unsigned int x, unsigned int y) const
+    void prefetchColumn(unsigned int x, unsigned int y, unsigned int distance = 1) const
     {
         const Cell& cell = cellOf(x, y);
         if (!cell.tile)
             return;
         const T* slot = cell.tile + slotOf(cell, x, y);
+        const unsigned long rows = static_cast<unsigned long>(distance) * cell.rowLength;
         __builtin_prefetch(slot);
-        if ((y & myMask) > 0)
-            __builtin_prefetch(slot - cell.rowLength);
-        if ((y & myMask) < myMask)
-            __builtin_prefetch(slot + cell.rowLength);
+        if ((y & myMask) >= distance)
+            __builtin_prefetch(slot - rows);
+        if ((y & myMask) + distance <= myMask)
+            __builtin_prefetch(slot + rows);
     }
 
     /** The length of the rows of the tiles holding column @p x. */
@@ -138,45 +143,40 @@ public:
     void set(unsigned int x, unsigned int y, const T& value)
     {
         Cell& cell = cellOf(x, y);
-        const unsigned int slot = slotOf(cell, x, y);
         T* tile = cell.tile;
-        const bool empty = value == T();
-        if (tile) {
-            if (m_policy == KeepTilesUntilClear) {
-                // Such a tile goes back only in clear(), so its count is not
-                // kept up and the old value need not be read.
-                if (!empty)
-                    extendDirty(cell, slot);
-                __atomic_store_n(&tile[slot], value, __ATOMIC_RELEASE);
-                return;
-            }
-            const bool wasEmpty = tile[slot] == T();
-            if (!empty) {
-                if (wasEmpty)
-                    --cell.freeCount;
+        if (tile && m_policy != ReturnEmptyTiles) {
+            // Such a tile goes back only in clear(), so its count is not kept
+            // up and the old value need not be read.
+            const unsigned int slot = slotOf(cell, x, y);
+            if (!(value == T()))
                 extendDirty(cell, slot);
-                __atomic_store_n(&tile[slot], value, __ATOMIC_RELEASE);
-                return;
-            }
-            if (!wasEmpty)
-                ++cell.freeCount;
             __atomic_store_n(&tile[slot], value, __ATOMIC_RELEASE);
-            if (cell.freeCount == mySlots && m_policy == ReturnEmptyTiles) {
-                // Every slot is empty again, so the whole tile is zero.
-                __atomic_store_n(&cell.tile, static_cast<T*>(nullptr), __ATOMIC_RELEASE);
-                BlockPool::returnBlock(tile, 0, 0);
-            }
             return;
         }
-        if (empty)
-            return;
-        tile = static_cast<T*>(BlockPool::getZeroed(mySlots * sizeof(T)));
-        cell.freeCount = static_cast<unsigned int>(mySlots - 1);
-        cell.dirtyBegin = slot;
-        cell.dirtyEnd = slot + 1;
-        tile[slot] = value;
-        // Publishes the zeroed tile together with its first value.
-        __atomic_store_n(&cell.tile, tile, __ATOMIC_RELEASE);
+        setCounted(cell, slotOf(cell, x, y), value);
+    }
+
+    /**
+     * The same as set(@p x, @p y, @p value) for a non-empty @p value and a
+     * slot the caller knows to be empty in a present tile.
+     */
+    void fillEmpty(unsigned int x, unsigned int y, const T& value)
+    {
+        Cell& cell = cellOf(x, y);
+        const unsigned int slot = slotOf(cell, x, y);
+        --cell.freeCount;
+        extendDirty(cell, slot);
+        __atomic_store_n(&cell.tile[slot], value, __ATOMIC_RELEASE);
+    }
+
+    /**
+     * The same as set(@p x, @p y, @p value) for a non-empty @p value and a
+     * slot the caller knows to hold one already.
+     */
+    void replaceOccupied(unsigned int x, unsigned int y, const T& value)
+    {
+        const Cell& cell = cellOf(x, y);
+        __atomic_store_n(&cell.tile[slotOf(cell, x, y)], value, __ATOMIC_RELEASE);
     }
 
     /**
@@ -220,6 +220,43 @@ private:
         unsigned int dirtyEnd;
         unsigned int rowLength;  // values per row of the tile, fixed
     };
+
+    // set() where the empty slots are counted, or where the tile is absent.
+    void setCounted(Cell& cell, unsigned int slot, const T& value)
+    {
+        T* tile = cell.tile;
+        const bool empty = value == T();
+        if (tile) {
+            const bool wasEmpty = tile[slot] == T();
+            if (!empty) {
+                if (wasEmpty)
+                    --cell.freeCount;
+                extendDirty(cell, slot);
+                __atomic_store_n(&tile[slot], value, __ATOMIC_RELEASE);
+                return;
+            }
+            if (!wasEmpty)
+                ++cell.freeCount;
+            __atomic_store_n(&tile[slot], value, __ATOMIC_RELEASE);
+            if (cell.freeCount == mySlots && m_policy == ReturnEmptyTiles) {
+                // Every slot is empty again, so the whole tile is zero.
+                __atomic_store_n(&cell.tile, static_cast<T*>(nullptr), __ATOMIC_RELEASE);
+                BlockPool::returnBlock(tile, 0, 0);
+            }
+            return;
+        }
+        // An unzeroed tile needs even an empty value stored.
+        if (empty && m_policy != KeepUnzeroedTilesUntilClear)
+            return;
+        tile = static_cast<T*>(m_policy == KeepUnzeroedTilesUntilClear ? BlockPool::get(mySlots * sizeof(T))
+                                                                     : BlockPool::getZeroed(mySlots * sizeof(T)));
+        cell.freeCount = static_cast<unsigned int>(mySlots - 1);
+        cell.dirtyBegin = slot;
+        cell.dirtyEnd = slot + 1;
+        tile[slot] = value;
+        // Publishes the tile together with its first value.
+        __atomic_store_n(&cell.tile, tile, __ATOMIC_RELEASE);
+    }
 
     Cell& cellOf(unsigned int x, unsigned int y) const
     {
