@@ -195,9 +195,14 @@ Blocks makeBlocks(const Area& area)
         }
     }
     const double beta = sumOfSquares > 0.0 ? 0.5 * double(pairs) / sumOfSquares : 0.0;
+    // The strength is a byte: one exp per value, not per pixel pair.
+    double weightOfStrength[256];
+    for (int value = 0; value < 256; ++value) {
+        const double s = value;
+        weightOfStrength[value] = mySmoothness * std::exp(-beta * s * s);
+    }
     const auto weight = [&](qsizetype a, qsizetype b) {
-        const double s = std::max(area.sobel[a], area.sobel[b]);
-        return mySmoothness * std::exp(-beta * s * s);
+        return weightOfStrength[std::max(area.sobel[a], area.sobel[b])];
     };
     std::vector<std::vector<std::pair<int, double>>> neighbours(blocks.count);
     const auto addPair = [&](qsizetype a, qsizetype b) {
@@ -486,7 +491,7 @@ QImage PXRefinedCut::run() const
     area.label.assign(n, 0);
     area.object.assign(n, 0);
     std::vector<uchar> binUsed(myColourBins, 0);
-        for (int y = 0; y < area.height; ++y) {
+    for (int y = 0; y < area.height; ++y) {
         const int py = y + area.rect.top();
         const auto* rgb = reinterpret_cast<const quint32*>(photo.constScanLine(py)) + area.rect.left();
         const auto* in = reinterpret_cast<const quint32*>(insideImage.constScanLine(y));
@@ -496,8 +501,10 @@ QImage PXRefinedCut::run() const
         for (int x = 0; x < area.width; ++x) {
             const qsizetype i = qsizetype(y) * area.width + x;
             area.colour[i] = rgb[x];
-            binUsed[colourBin(rgb[x])] = 1;
             area.inside[i] = in[x] == 0xFFFFFFFFu;
+            // Only pixels inside the lasso are ever costed.
+            if (area.inside[i])
+                binUsed[colourBin(rgb[x])] = 1;
             if (labels)
                 area.label[i] = labels[x];
             if (marks && marks[x] <= BackgroundMark)
