@@ -1,23 +1,18 @@
 #include "PXCutGraph.h"
 
-// Boost's edge iterators trip GCC's flow analysis once inlined here.
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-
-#include <boost/graph/adjacency_list.hpp>
 #include <boost/graph/boykov_kolmogorov_max_flow.hpp>
+#include <boost/graph/compressed_sparse_row_graph.hpp>
+#include <boost/property_map/property_map.hpp>
 
 #include <vector>
 
 namespace {
 
-using Traits = boost::adjacency_list_traits<boost::vecS, boost::vecS, boost::directedS>;
-using BoostGraph = boost::adjacency_list<boost::vecS, boost::vecS, boost::directedS,
-    boost::property<boost::vertex_color_t, boost::default_color_type,
-        boost::property<boost::vertex_distance_t, long,
-            boost::property<boost::vertex_predecessor_t, Traits::edge_descriptor>>>,
-    boost::property<boost::edge_capacity_t, double,
-        boost::property<boost::edge_residual_capacity_t, double,
-            boost::property<boost::edge_reverse_t, Traits::edge_descriptor>>>>;
+// Built in one go from edges sorted by source: a vector per vertex grown edge
+// by edge cost more than the flow itself.
+using BoostGraph = boost::compressed_sparse_row_graph<boost::directedS>;
+using Vertex = boost::graph_traits<BoostGraph>::vertex_descriptor;
+using BoostEdge = boost::graph_traits<BoostGraph>::edge_descriptor;
 
 struct Edge {
     int first;
@@ -67,16 +62,16 @@ double PXCutGraph::solve()
     const int count = int(m_objectCost.size());
     const int source = count;
     const int sink = count + 1;
-    BoostGraph graph(count + 2);
-    auto capacity = boost::get(boost::edge_capacity, graph);
-    auto reverse = boost::get(boost::edge_reverse, graph);
+    struct Arc {
+        int from;
+        int to;
+        double capacity;
+    };
+    std::vector<Arc> arcs;
+    arcs.reserve(2 * (qsizetype(count) + m_graph->edges.size()));
     const auto link = [&](int from, int to, double forward, double backward) {
-        const auto there = boost::add_edge(from, to, graph).first;
-        const auto back = boost::add_edge(to, from, graph).first;
-        capacity[there] = forward;
-        capacity[back] = backward;
-        reverse[there] = back;
-        reverse[back] = there;
+        arcs.push_back({from, to, forward});
+        arcs.push_back({to, from, backward});
     };
     // Only the difference of a node's two costs matters for the cut.
     double constant = 0.0;
@@ -93,8 +88,50 @@ double PXCutGraph::solve()
     m_graph->edges.clear();
     m_graph->edges.shrink_to_fit();
 
-    const double flow = boost::boykov_kolmogorov_max_flow(graph, source, sink);
-    auto colour = boost::get(boost::vertex_color, graph);
+    // A stable counting sort by source keeps each vertex's arcs in the order
+    // they were added, and tells where every arc and its reverse end up.
+    const qsizetype arcCount = qsizetype(arcs.size());
+    std::vector<qsizetype> start(qsizetype(count) + 3, 0);
+    for (const Arc& arc : arcs)
+        ++start[arc.from + 1];
+    for (int vertex = 0; vertex < count + 2; ++vertex)
+        start[vertex + 1] += start[vertex];
+    std::vector<qsizetype> position(arcCount);
+    std::vector<std::pair<Vertex, Vertex>> sorted(arcCount);
+    std::vector<double> capacity(arcCount);
+    for (qsizetype i = 0; i < arcCount; ++i) {
+        const qsizetype at = start[arcs[i].from]++;
+        position[i] = at;
+        sorted[at] = {Vertex(arcs[i].from), Vertex(arcs[i].to)};
+        capacity[at] = arcs[i].capacity;
+    }
+    std::vector<BoostEdge> reverse(arcCount);
+    for (qsizetype i = 0; i < arcCount; ++i) {
+        const qsizetype other = i ^ 1;
+        reverse[position[i]] = BoostEdge(Vertex(arcs[other].from), std::size_t(position[other]));
+    }
+    arcs.clear();
+    arcs.shrink_to_fit();
+    position.clear();
+    position.shrink_to_fit();
+
+    const BoostGraph graph(boost::edges_are_sorted, sorted.begin(), sorted.end(), std::size_t(count) + 2);
+    sorted.clear();
+    sorted.shrink_to_fit();
+    const auto edgeIndex = boost::get(boost::edge_index, graph);
+    const auto vertexIndex = boost::get(boost::vertex_index, graph);
+    std::vector<double> residual(arcCount, 0.0);
+    std::vector<BoostEdge> predecessor(qsizetype(count) + 2);
+    std::vector<boost::default_color_type> colour(qsizetype(count) + 2);
+    std::vector<long> distance(qsizetype(count) + 2, 0);
+    const double flow = boost::boykov_kolmogorov_max_flow(graph,
+        boost::make_iterator_property_map(capacity.begin(), edgeIndex),
+        boost::make_iterator_property_map(residual.begin(), edgeIndex),
+        boost::make_iterator_property_map(reverse.begin(), edgeIndex),
+        boost::make_iterator_property_map(predecessor.begin(), vertexIndex),
+        boost::make_iterator_property_map(colour.begin(), vertexIndex),
+        boost::make_iterator_property_map(distance.begin(), vertexIndex), vertexIndex, Vertex(source),
+        Vertex(sink));
     m_object = QList<bool>(count, false);
     // Black: still reachable from the source in the residual graph.
     for (int node = 0; node < count; ++node)
