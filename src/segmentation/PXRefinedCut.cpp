@@ -22,7 +22,7 @@ constexpr int myBandRadius = myBlockSize;
 constexpr int myRegionRounds = 2;
 // Weight of the smoothness against the data term (nats per pixel pair).
 constexpr double mySmoothness = 50.0;
-constexpr int myMaximalSamples = 40000;
+constexpr int myMaximalSamples = 8000;
 constexpr int myColourBits = 6;
 constexpr int myColourBins = 1 << (3 * myColourBits);
 constexpr int mySliceRows = 64;
