@@ -26,6 +26,7 @@ constexpr int myMaximalSamples = 8000;
 constexpr int myColourBits = 6;
 constexpr int myColourBins = 1 << (3 * myColourBits);
 constexpr int mySliceRows = 64;
+constexpr qsizetype myBinChunk = 4096;
 constexpr uchar myUnused = 2;
 
 int colourBin(quint32 pixel)
@@ -108,33 +109,42 @@ DataCosts learnCosts(const Area& area, const std::vector<uchar>& side, const std
     }
     const qsizetype objectStep = std::max<qsizetype>(1, objectCount / myMaximalSamples);
     const qsizetype backgroundStep = std::max<qsizetype>(1, backgroundCount / myMaximalSamples);
-    QList<quint32> objectColours;
-    QList<quint32> backgroundColours;
+    struct Model {
+        QList<quint32> colours;
+        PXGaussianMixture mixture;
+    };
+    QList<Model> models(2); // background, object
     qsizetype objectSeen = 0;
     qsizetype backgroundSeen = 0;
     for (qsizetype i = 0; i < area.size(); ++i) {
         if (side[i] == 1 && objectSeen++ % objectStep == 0)
-            objectColours.append(area.colour[i] & 0xFFFFFF);
+            models[1].colours.append(area.colour[i] & 0xFFFFFF);
         if (side[i] == 0 && backgroundSeen++ % backgroundStep == 0)
-            backgroundColours.append(area.colour[i] & 0xFFFFFF);
+            models[0].colours.append(area.colour[i] & 0xFFFFFF);
     }
-    PXGaussianMixture objectModel;
-    PXGaussianMixture backgroundModel;
-    objectModel.learn(objectColours);
-    backgroundModel.learn(backgroundColours);
+    PXConcurrent::blockingMap(models, [](Model& model) { model.mixture.learn(model.colours); });
+    const PXGaussianMixture& objectModel = models[1].mixture;
+    const PXGaussianMixture& backgroundModel = models[0].mixture;
 
     DataCosts costs;
     costs.object.assign(myColourBins, 0.0f);
     costs.background.assign(myColourBins, 0.0f);
-    constexpr int shift = 8 - myColourBits;
-    constexpr double half = (1 << shift) / 2.0 - 0.5;
-    for (int bin : usedBins) {
-        const double red = (bin >> (2 * myColourBits)) << shift;
-        const double green = ((bin >> myColourBits) & 0x3F) << shift;
-        const double blue = (bin & 0x3F) << shift;
-        costs.object[bin] = float(-objectModel.logDensity(red + half, green + half, blue + half));
-        costs.background[bin] = float(-backgroundModel.logDensity(red + half, green + half, blue + half));
-    }
+    QList<std::pair<qsizetype, qsizetype>> chunks;
+    for (qsizetype first = 0; first < qsizetype(usedBins.size()); first += myBinChunk)
+        chunks.append({first, std::min(first + myBinChunk, qsizetype(usedBins.size()))});
+    // Every bin is written by one chunk only.
+    PXConcurrent::blockingMap(chunks, [&](const std::pair<qsizetype, qsizetype>& chunk) {
+        constexpr int shift = 8 - myColourBits;
+        constexpr double half = (1 << shift) / 2.0 - 0.5;
+        for (qsizetype k = chunk.first; k < chunk.second; ++k) {
+            const int bin = usedBins[k];
+            const double red = (bin >> (2 * myColourBits)) << shift;
+            const double green = ((bin >> myColourBits) & 0x3F) << shift;
+            const double blue = (bin & 0x3F) << shift;
+            costs.object[bin] = float(-objectModel.logDensity(red + half, green + half, blue + half));
+            costs.background[bin] = float(-backgroundModel.logDensity(red + half, green + half, blue + half));
+        }
+    });
     return costs;
 }
 
