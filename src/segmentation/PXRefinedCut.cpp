@@ -52,6 +52,7 @@ struct Area {
     int width = 0;
     int height = 0;
     std::vector<quint32> colour;
+    std::vector<int> bin; // colourBin() of every pixel
     std::vector<uchar> inside; // may be object
     std::vector<uchar> marks;
     std::vector<int> label;
@@ -114,13 +115,23 @@ DataCosts learnCosts(const Area& area, const std::vector<uchar>& side, const std
         PXGaussianMixture mixture;
     };
     QList<Model> models(2); // background, object
-    qsizetype objectSeen = 0;
-    qsizetype backgroundSeen = 0;
+    // Every step-th pixel of a side, counted down rather than divided.
+    qsizetype objectSkip = 0;
+    qsizetype backgroundSkip = 0;
     for (qsizetype i = 0; i < area.size(); ++i) {
-        if (side[i] == 1 && objectSeen++ % objectStep == 0)
-            models[1].colours.append(area.colour[i] & 0xFFFFFF);
-        if (side[i] == 0 && backgroundSeen++ % backgroundStep == 0)
-            models[0].colours.append(area.colour[i] & 0xFFFFFF);
+        if (side[i] == 1) {
+            if (objectSkip == 0) {
+                models[1].colours.append(area.colour[i] & 0xFFFFFF);
+                objectSkip = objectStep;
+            }
+            --objectSkip;
+        } else if (side[i] == 0) {
+            if (backgroundSkip == 0) {
+                models[0].colours.append(area.colour[i] & 0xFFFFFF);
+                backgroundSkip = backgroundStep;
+            }
+            --backgroundSkip;
+        }
     }
     PXConcurrent::blockingMap(models, [](Model& model) { model.mixture.learn(model.colours); });
     const PXGaussianMixture& objectModel = models[1].mixture;
@@ -260,7 +271,7 @@ bool cutBlocks(Area& area, const Blocks& blocks, const DataCosts& costs)
         const int node = blocks.node[i];
         if (node < 0)
             continue;
-        const int bin = colourBin(area.colour[i]);
+        const int bin = area.bin[i];
         objectCost[node] += costs.object[bin];
         backgroundCost[node] += costs.background[bin];
     }
@@ -386,7 +397,7 @@ void cutBand(Area& area, const DataCosts& costs)
             const int n = node[i];
             if (n < 0)
                 continue;
-            const int bin = colourBin(area.colour[i]);
+            const int bin = area.bin[i];
             double object = costs.object[bin];
             double background = costs.background[bin];
             for (int k = 0; k < 8; ++k) {
@@ -496,6 +507,7 @@ QImage PXRefinedCut::run() const
 
     const qsizetype n = area.size();
     area.colour.resize(n);
+    area.bin.resize(n);
     area.inside.resize(n);
     area.marks.assign(n, NoMark);
     area.label.assign(n, 0);
@@ -511,10 +523,11 @@ QImage PXRefinedCut::run() const
         for (int x = 0; x < area.width; ++x) {
             const qsizetype i = qsizetype(y) * area.width + x;
             area.colour[i] = rgb[x];
+            area.bin[i] = colourBin(rgb[x]);
             area.inside[i] = in[x] == 0xFFFFFFFFu;
             // Only pixels inside the lasso are ever costed.
             if (area.inside[i])
-                binUsed[colourBin(rgb[x])] = 1;
+                binUsed[area.bin[i]] = 1;
             if (labels)
                 area.label[i] = labels[x];
             if (marks && marks[x] <= BackgroundMark)
