@@ -564,10 +564,16 @@ QImage PXRefinedCut::run() const
     if (cancelled())
         return QImage();
 
+    // The band cut reuses the last round's models: learning them again from
+    // that round's few changed blocks moved no outline on the composites.
+    DataCosts costs;
     for (int round = 0; round < myRegionRounds; ++round) {
-        bool changed = cutBlocks(area, blocks, learnCosts(area, round == 0 ? firstSides : area.object, usedBins));
-        if (round == 0 && lostObject(area, insidePixels))
-            changed = cutBlocks(area, blocks, learnCosts(area, lassoSides, usedBins));
+        costs = learnCosts(area, round == 0 ? firstSides : area.object, usedBins);
+        bool changed = cutBlocks(area, blocks, costs);
+        if (round == 0 && lostObject(area, insidePixels)) {
+            costs = learnCosts(area, lassoSides, usedBins);
+            changed = cutBlocks(area, blocks, costs);
+        }
         if (!changed)
             break;
         if (cancelled())
@@ -577,7 +583,7 @@ QImage PXRefinedCut::run() const
     if (cancelled())
         return QImage();
 
-    cutBand(area, learnCosts(area, area.object, usedBins));
+    cutBand(area, costs);
     progress();
     if (cancelled())
         return QImage();
