@@ -62,68 +62,69 @@ double PXCutGraph::solve()
     const int count = int(m_objectCost.size());
     const int source = count;
     const int sink = count + 1;
-    struct Arc {
-        int from;
-        int to;
-        double capacity;
-    };
-    std::vector<Arc> arcs;
-    arcs.reserve(2 * (qsizetype(count) + m_graph->edges.size()));
-    const auto link = [&](int from, int to, double forward, double backward) {
-        arcs.push_back({from, to, forward});
-        arcs.push_back({to, from, backward});
-    };
+    const std::size_t vertices = std::size_t(count) + 2;
     // Only the difference of a node's two costs matters for the cut.
     double constant = 0.0;
+    std::vector<double> difference(count);
     for (int node = 0; node < count; ++node) {
-        const double difference = m_objectCost.at(node) - m_backgroundCost.at(node);
+        difference[node] = m_objectCost.at(node) - m_backgroundCost.at(node);
         constant += std::min(m_objectCost.at(node), m_backgroundCost.at(node));
-        if (difference > 0.0)
-            link(node, sink, difference, 0.0);
-        else if (difference < 0.0)
-            link(source, node, -difference, 0.0);
     }
-    for (const Edge& edge : m_graph->edges)
-        link(edge.first, edge.second, edge.weight, edge.weight);
+
+    // Arcs are stored by source, each vertex's in the order they are linked,
+    // so the flow sees the same graph as one grown arc by arc. The first pass
+    // counts them, the second places them.
+    std::vector<std::size_t> start(vertices + 1, 0);
+    std::vector<std::pair<Vertex, Vertex>> sorted;
+    std::vector<double> capacity;
+    std::vector<BoostEdge> reverse;
+    bool placing = false;
+    const auto link = [&](int from, int to, double forward, double backward) {
+        if (!placing) {
+            ++start[std::size_t(from) + 1];
+            ++start[std::size_t(to) + 1];
+            return;
+        }
+        const std::size_t there = start[from]++;
+        const std::size_t back = start[to]++;
+        sorted[there] = {Vertex(from), Vertex(to)};
+        sorted[back] = {Vertex(to), Vertex(from)};
+        capacity[there] = forward;
+        capacity[back] = backward;
+        reverse[there] = BoostEdge(Vertex(to), back);
+        reverse[back] = BoostEdge(Vertex(from), there);
+    };
+    const auto linkAll = [&]() {
+        for (int node = 0; node < count; ++node) {
+            if (difference[node] > 0.0)
+                link(node, sink, difference[node], 0.0);
+            else if (difference[node] < 0.0)
+                link(source, node, -difference[node], 0.0);
+        }
+        for (const Edge& edge : m_graph->edges)
+            link(edge.first, edge.second, edge.weight, edge.weight);
+    };
+    linkAll();
+    for (std::size_t vertex = 0; vertex < vertices; ++vertex)
+        start[vertex + 1] += start[vertex];
+    const std::size_t arcCount = start[vertices];
+    sorted.resize(arcCount);
+    capacity.resize(arcCount);
+    reverse.resize(arcCount);
+    placing = true;
+    linkAll();
     m_graph->edges.clear();
     m_graph->edges.shrink_to_fit();
 
-    // A stable counting sort by source keeps each vertex's arcs in the order
-    // they were added, and tells where every arc and its reverse end up.
-    const qsizetype arcCount = qsizetype(arcs.size());
-    std::vector<qsizetype> start(qsizetype(count) + 3, 0);
-    for (const Arc& arc : arcs)
-        ++start[arc.from + 1];
-    for (int vertex = 0; vertex < count + 2; ++vertex)
-        start[vertex + 1] += start[vertex];
-    std::vector<qsizetype> position(arcCount);
-    std::vector<std::pair<Vertex, Vertex>> sorted(arcCount);
-    std::vector<double> capacity(arcCount);
-    for (qsizetype i = 0; i < arcCount; ++i) {
-        const qsizetype at = start[arcs[i].from]++;
-        position[i] = at;
-        sorted[at] = {Vertex(arcs[i].from), Vertex(arcs[i].to)};
-        capacity[at] = arcs[i].capacity;
-    }
-    std::vector<BoostEdge> reverse(arcCount);
-    for (qsizetype i = 0; i < arcCount; ++i) {
-        const qsizetype other = i ^ 1;
-        reverse[position[i]] = BoostEdge(Vertex(arcs[other].from), std::size_t(position[other]));
-    }
-    arcs.clear();
-    arcs.shrink_to_fit();
-    position.clear();
-    position.shrink_to_fit();
-
-    const BoostGraph graph(boost::edges_are_sorted, sorted.begin(), sorted.end(), std::size_t(count) + 2);
+    const BoostGraph graph(boost::edges_are_sorted, sorted.begin(), sorted.end(), vertices);
     sorted.clear();
     sorted.shrink_to_fit();
     const auto edgeIndex = boost::get(boost::edge_index, graph);
     const auto vertexIndex = boost::get(boost::vertex_index, graph);
     std::vector<double> residual(arcCount, 0.0);
-    std::vector<BoostEdge> predecessor(qsizetype(count) + 2);
-    std::vector<boost::default_color_type> colour(qsizetype(count) + 2);
-    std::vector<long> distance(qsizetype(count) + 2, 0);
+    std::vector<BoostEdge> predecessor(vertices);
+    std::vector<boost::default_color_type> colour(vertices);
+    std::vector<long> distance(vertices, 0);
     const double flow = boost::boykov_kolmogorov_max_flow(graph,
         boost::make_iterator_property_map(capacity.begin(), edgeIndex),
         boost::make_iterator_property_map(residual.begin(), edgeIndex),
