@@ -188,11 +188,15 @@ double PXGaussianMixture::componentLog(const Component& component, double red, d
 
 int PXGaussianMixture::mostLikely(quint32 colour) const
 {
+    const double red = channel(colour, 0);
+    const double green = channel(colour, 1);
+    const double blue = channel(colour, 2);
+    const Component* components = m_components.constData();
+    const int count = int(m_components.size());
     int best = 0;
     double bestValue = -std::numeric_limits<double>::infinity();
-    for (int c = 0; c < m_components.size(); ++c) {
-        const double value
-            = componentLog(m_components.at(c), channel(colour, 0), channel(colour, 1), channel(colour, 2));
+    for (int c = 0; c < count; ++c) {
+        const double value = componentLog(components[c], red, green, blue);
         if (value > bestValue) {
             bestValue = value;
             best = c;

@@ -291,11 +291,14 @@ bool cutBlocks(Area& area, const Blocks& blocks, const DataCosts& costs)
     for (const Blocks::Link& link : blocks.links)
         graph.addEdge(link.first, link.second, link.weight);
     graph.solve();
+    std::vector<uchar> nodeIsObject(blocks.count);
+    for (int node = 0; node < blocks.count; ++node)
+        nodeIsObject[node] = graph.isObject(node);
 
     bool changed = false;
     for (qsizetype i = 0; i < area.size(); ++i) {
         const int node = blocks.node[i];
-        uchar object = node >= 0 && graph.isObject(node);
+        uchar object = node >= 0 && nodeIsObject[node];
         if (area.marks[i] == PXRefinedCut::ObjectMark && area.inside[i])
             object = 1;
         else if (area.marks[i] == PXRefinedCut::BackgroundMark)
