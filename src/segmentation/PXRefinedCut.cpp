@@ -52,7 +52,7 @@ struct Area {
     int width = 0;
     int height = 0;
     std::vector<quint32> colour;
-    std::vector<int> bin; // colourBin() of every pixel
+    std::vector<int> bin; // inside the lasso: the index of its colour bin among the used ones
     std::vector<uchar> inside; // may be object
     std::vector<uchar> marks;
     std::vector<int> label;
@@ -92,7 +92,8 @@ void sobelOfArea(Area& area, const QImage& photo)
     }
 }
 
-// -log p of every colour bin that occurs, for both models.
+// -log p of every colour bin used inside the lasso, for both models, in the
+// order of the used bins.
 struct DataCosts {
     std::vector<float> object;
     std::vector<float> background;
@@ -138,8 +139,8 @@ DataCosts learnCosts(const Area& area, const std::vector<uchar>& side, const std
     const PXGaussianMixture& backgroundModel = models[0].mixture;
 
     DataCosts costs;
-    costs.object.assign(myColourBins, 0.0f);
-    costs.background.assign(myColourBins, 0.0f);
+    costs.object.resize(usedBins.size());
+    costs.background.resize(usedBins.size());
     QList<std::pair<qsizetype, qsizetype>> chunks;
     for (qsizetype first = 0; first < qsizetype(usedBins.size()); first += myBinChunk)
         chunks.append({first, std::min(first + myBinChunk, qsizetype(usedBins.size()))});
@@ -152,8 +153,8 @@ DataCosts learnCosts(const Area& area, const std::vector<uchar>& side, const std
             const double red = (bin >> (2 * myColourBits)) << shift;
             const double green = ((bin >> myColourBits) & 0x3F) << shift;
             const double blue = (bin & 0x3F) << shift;
-            costs.object[bin] = float(-objectModel.logDensity(red + half, green + half, blue + half));
-            costs.background[bin] = float(-backgroundModel.logDensity(red + half, green + half, blue + half));
+            costs.object[k] = float(-objectModel.logDensity(red + half, green + half, blue + half));
+            costs.background[k] = float(-backgroundModel.logDensity(red + half, green + half, blue + half));
         }
     });
     return costs;
@@ -556,11 +557,18 @@ QImage PXRefinedCut::run() const
         else if (area.marks[i] == BackgroundMark)
             area.object[i] = 0;
     }
+    // Costs are kept for the used bins only: a compact table instead of one
+    // filled over every possible bin for each model.
     std::vector<int> usedBins;
+    std::vector<int> indexOfBin(myColourBins, -1);
     for (int bin = 0; bin < myColourBins; ++bin) {
-        if (binUsed[bin])
+        if (binUsed[bin]) {
+            indexOfBin[bin] = int(usedBins.size());
             usedBins.push_back(bin);
+        }
     }
+    for (qsizetype i = 0; i < n; ++i)
+        area.bin[i] = indexOfBin[area.bin[i]];
     sobelOfArea(area, photo);
     const Blocks blocks = makeBlocks(area);
     progress();
