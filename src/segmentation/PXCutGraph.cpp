@@ -1,23 +1,18 @@
 #include "PXCutGraph.h"
 
-// Boost's edge iterators trip GCC's flow analysis once inlined here.
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-
-#include <boost/graph/adjacency_list.hpp>
 #include <boost/graph/boykov_kolmogorov_max_flow.hpp>
+#include <boost/graph/compressed_sparse_row_graph.hpp>
+#include <boost/property_map/property_map.hpp>
 
 #include <vector>
 
 namespace {
 
-using Traits = boost::adjacency_list_traits<boost::vecS, boost::vecS, boost::directedS>;
-using BoostGraph = boost::adjacency_list<boost::vecS, boost::vecS, boost::directedS,
-    boost::property<boost::vertex_color_t, boost::default_color_type,
-        boost::property<boost::vertex_distance_t, long,
-            boost::property<boost::vertex_predecessor_t, Traits::edge_descriptor>>>,
-    boost::property<boost::edge_capacity_t, double,
-        boost::property<boost::edge_residual_capacity_t, double,
-            boost::property<boost::edge_reverse_t, Traits::edge_descriptor>>>>;
+// Built in one go from edges sorted by source: a vector per vertex grown edge
+// by edge cost more than the flow itself.
+using BoostGraph = boost::compressed_sparse_row_graph<boost::directedS>;
+using Vertex = boost::graph_traits<BoostGraph>::vertex_descriptor;
+using BoostEdge = boost::graph_traits<BoostGraph>::edge_descriptor;
 
 struct Edge {
     int first;
@@ -67,34 +62,77 @@ double PXCutGraph::solve()
     const int count = int(m_objectCost.size());
     const int source = count;
     const int sink = count + 1;
-    BoostGraph graph(count + 2);
-    auto capacity = boost::get(boost::edge_capacity, graph);
-    auto reverse = boost::get(boost::edge_reverse, graph);
-    const auto link = [&](int from, int to, double forward, double backward) {
-        const auto there = boost::add_edge(from, to, graph).first;
-        const auto back = boost::add_edge(to, from, graph).first;
-        capacity[there] = forward;
-        capacity[back] = backward;
-        reverse[there] = back;
-        reverse[back] = there;
-    };
+    const std::size_t vertices = std::size_t(count) + 2;
     // Only the difference of a node's two costs matters for the cut.
     double constant = 0.0;
+    std::vector<double> difference(count);
     for (int node = 0; node < count; ++node) {
-        const double difference = m_objectCost.at(node) - m_backgroundCost.at(node);
+        difference[node] = m_objectCost.at(node) - m_backgroundCost.at(node);
         constant += std::min(m_objectCost.at(node), m_backgroundCost.at(node));
-        if (difference > 0.0)
-            link(node, sink, difference, 0.0);
-        else if (difference < 0.0)
-            link(source, node, -difference, 0.0);
     }
-    for (const Edge& edge : m_graph->edges)
-        link(edge.first, edge.second, edge.weight, edge.weight);
+
+    // Arcs are stored by source, each vertex's in the order they are linked,
+    // so the flow sees the same graph as one grown arc by arc. The first pass
+    // counts them, the second places them.
+    std::vector<std::size_t> start(vertices + 1, 0);
+    std::vector<std::pair<Vertex, Vertex>> sorted;
+    std::vector<double> capacity;
+    std::vector<BoostEdge> reverse;
+    bool placing = false;
+    const auto link = [&](int from, int to, double forward, double backward) {
+        if (!placing) {
+            ++start[std::size_t(from) + 1];
+            ++start[std::size_t(to) + 1];
+            return;
+        }
+        const std::size_t there = start[from]++;
+        const std::size_t back = start[to]++;
+        sorted[there] = {Vertex(from), Vertex(to)};
+        sorted[back] = {Vertex(to), Vertex(from)};
+        capacity[there] = forward;
+        capacity[back] = backward;
+        reverse[there] = BoostEdge(Vertex(to), back);
+        reverse[back] = BoostEdge(Vertex(from), there);
+    };
+    const auto linkAll = [&]() {
+        for (int node = 0; node < count; ++node) {
+            if (difference[node] > 0.0)
+                link(node, sink, difference[node], 0.0);
+            else if (difference[node] < 0.0)
+                link(source, node, -difference[node], 0.0);
+        }
+        for (const Edge& edge : m_graph->edges)
+            link(edge.first, edge.second, edge.weight, edge.weight);
+    };
+    linkAll();
+    for (std::size_t vertex = 0; vertex < vertices; ++vertex)
+        start[vertex + 1] += start[vertex];
+    const std::size_t arcCount = start[vertices];
+    sorted.resize(arcCount);
+    capacity.resize(arcCount);
+    reverse.resize(arcCount);
+    placing = true;
+    linkAll();
     m_graph->edges.clear();
     m_graph->edges.shrink_to_fit();
 
-    const double flow = boost::boykov_kolmogorov_max_flow(graph, source, sink);
-    auto colour = boost::get(boost::vertex_color, graph);
+    const BoostGraph graph(boost::edges_are_sorted, sorted.begin(), sorted.end(), vertices);
+    sorted.clear();
+    sorted.shrink_to_fit();
+    const auto edgeIndex = boost::get(boost::edge_index, graph);
+    const auto vertexIndex = boost::get(boost::vertex_index, graph);
+    std::vector<double> residual(arcCount, 0.0);
+    std::vector<BoostEdge> predecessor(vertices);
+    std::vector<boost::default_color_type> colour(vertices);
+    std::vector<long> distance(vertices, 0);
+    const double flow = boost::boykov_kolmogorov_max_flow(graph,
+        boost::make_iterator_property_map(capacity.begin(), edgeIndex),
+        boost::make_iterator_property_map(residual.begin(), edgeIndex),
+        boost::make_iterator_property_map(reverse.begin(), edgeIndex),
+        boost::make_iterator_property_map(predecessor.begin(), vertexIndex),
+        boost::make_iterator_property_map(colour.begin(), vertexIndex),
+        boost::make_iterator_property_map(distance.begin(), vertexIndex), vertexIndex, Vertex(source),
+        Vertex(sink));
     m_object = QList<bool>(count, false);
     // Black: still reachable from the source in the residual graph.
     for (int node = 0; node < count; ++node)

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <limits>
+#include <vector>
 
 namespace {
 
@@ -34,6 +35,15 @@ struct Sums {
         }
     }
 
+    void subtract(const Sums& other)
+    {
+        count -= other.count;
+        for (int i = 0; i < 3; ++i)
+            sum[i] -= other.sum[i];
+        for (int k = 0; k < 6; ++k)
+            products[k] -= other.products[k];
+    }
+
     void meanAndCovariance(double mean[3], double covariance[9]) const
     {
         const double n = double(count);
@@ -51,14 +61,6 @@ struct Sums {
             covariance[i * 4] += myVarianceFloor;
     }
 };
-
-QList<Sums> clusterSums(const QList<quint32>& colours, const QList<int>& cluster, int clusters)
-{
-    QList<Sums> sums(clusters);
-    for (qsizetype i = 0; i < colours.size(); ++i)
-        sums[cluster.at(i)].add(colours.at(i));
-    return sums;
-}
 
 // The principal axis by power iteration from a start that no axis of a real
 // covariance is orthogonal to in practice; returns its eigenvalue.
@@ -90,20 +92,25 @@ void PXGaussianMixture::learn(const QList<quint32>& colours)
     if (colours.isEmpty())
         return;
 
-    QList<int> cluster(colours.size(), 0);
-    int clusters = 1;
-    QList<bool> splittable {true};
-    while (clusters < maximalComponents) {
-        const QList<Sums> sums = clusterSums(colours, cluster, clusters);
+    const quint32* colour = colours.constData();
+    const qsizetype count = colours.size();
+    std::vector<int> cluster(count, 0);
+    // Sums are exact, so a split only needs the sums of the colours it moves.
+    std::vector<Sums> sums(1);
+    for (qsizetype i = 0; i < count; ++i)
+        sums[0].add(colour[i]);
+    std::vector<bool> splittable {true};
+    while (int(sums.size()) < maximalComponents) {
+        const int clusters = int(sums.size());
         int widest = -1;
         double widestValue = 0.0;
         double axis[3] = {};
         double mean[3] = {};
         for (int c = 0; c < clusters; ++c) {
-            if (!splittable.at(c) || sums.at(c).count < 2)
+            if (!splittable[c] || sums[c].count < 2)
                 continue;
             double m[3], covariance[9], a[3];
-            sums.at(c).meanAndCovariance(m, covariance);
+            sums[c].meanAndCovariance(m, covariance);
             const double value = principalAxis(covariance, a);
             if (widest < 0 || value > widestValue) {
                 widest = c;
@@ -115,31 +122,31 @@ void PXGaussianMixture::learn(const QList<quint32>& colours)
         if (widest < 0)
             break;
         const double threshold = axis[0] * mean[0] + axis[1] * mean[1] + axis[2] * mean[2];
-        qsizetype moved = 0;
-        for (qsizetype i = 0; i < colours.size(); ++i) {
-            if (cluster.at(i) != widest)
+        Sums moved;
+        for (qsizetype i = 0; i < count; ++i) {
+            if (cluster[i] != widest)
                 continue;
-            const quint32 c = colours.at(i);
+            const quint32 c = colour[i];
             if (axis[0] * channel(c, 0) + axis[1] * channel(c, 1) + axis[2] * channel(c, 2) > threshold) {
                 cluster[i] = clusters;
-                ++moved;
+                moved.add(c);
             }
         }
-        if (moved == 0 || moved == sums.at(widest).count) {
+        if (moved.count == 0 || moved.count == sums[widest].count) {
             // All colours on one side: undo and never try this cluster again.
-            for (qsizetype i = 0; i < colours.size(); ++i) {
-                if (cluster.at(i) == clusters)
+            for (qsizetype i = 0; i < count; ++i) {
+                if (cluster[i] == clusters)
                     cluster[i] = widest;
             }
             splittable[widest] = false;
             continue;
         }
-        splittable.append(true);
-        ++clusters;
+        sums[widest].subtract(moved);
+        sums.push_back(moved);
+        splittable.push_back(true);
     }
 
     const auto build = [&]() {
-        const QList<Sums> sums = clusterSums(colours, cluster, clusters);
         m_components.clear();
         for (const Sums& s : sums) {
             if (s.count == 0)
@@ -156,16 +163,16 @@ void PXGaussianMixture::learn(const QList<quint32>& colours)
             component.inverse = {c00 * inv, (a[2] * a[7] - a[1] * a[8]) * inv, (a[1] * a[5] - a[2] * a[4]) * inv,
                 c01 * inv, (a[0] * a[8] - a[2] * a[6]) * inv, (a[2] * a[3] - a[0] * a[5]) * inv,
                 c02 * inv, (a[1] * a[6] - a[0] * a[7]) * inv, (a[0] * a[4] - a[1] * a[3]) * inv};
-            component.logWeight = std::log(double(s.count) / double(colours.size()))
+            component.logWeight = std::log(double(s.count) / double(count))
                 - 0.5 * std::log(determinant) - 1.5 * std::log(2.0 * M_PI);
             m_components.append(component);
         }
     };
     build();
     for (int round = 0; round < myReassignRounds; ++round) {
-        for (qsizetype i = 0; i < colours.size(); ++i)
-            cluster[i] = mostLikely(colours.at(i));
-        clusters = int(m_components.size());
+        sums.assign(m_components.size(), Sums());
+        for (qsizetype i = 0; i < count; ++i)
+            sums[mostLikely(colour[i])].add(colour[i]);
         build();
     }
 }
@@ -181,11 +188,15 @@ double PXGaussianMixture::componentLog(const Component& component, double red, d
 
 int PXGaussianMixture::mostLikely(quint32 colour) const
 {
+    const double red = channel(colour, 0);
+    const double green = channel(colour, 1);
+    const double blue = channel(colour, 2);
+    const Component* components = m_components.constData();
+    const int count = int(m_components.size());
     int best = 0;
     double bestValue = -std::numeric_limits<double>::infinity();
-    for (int c = 0; c < m_components.size(); ++c) {
-        const double value
-            = componentLog(m_components.at(c), channel(colour, 0), channel(colour, 1), channel(colour, 2));
+    for (int c = 0; c < count; ++c) {
+        const double value = componentLog(components[c], red, green, blue);
         if (value > bestValue) {
             bestValue = value;
             best = c;

@@ -22,10 +22,11 @@ constexpr int myBandRadius = myBlockSize;
 constexpr int myRegionRounds = 2;
 // Weight of the smoothness against the data term (nats per pixel pair).
 constexpr double mySmoothness = 50.0;
-constexpr int myMaximalSamples = 40000;
+constexpr int myMaximalSamples = 8000;
 constexpr int myColourBits = 6;
 constexpr int myColourBins = 1 << (3 * myColourBits);
 constexpr int mySliceRows = 64;
+constexpr qsizetype myBinChunk = 4096;
 constexpr uchar myUnused = 2;
 
 int colourBin(quint32 pixel)
@@ -51,6 +52,7 @@ struct Area {
     int width = 0;
     int height = 0;
     std::vector<quint32> colour;
+    std::vector<int> bin; // inside the lasso: the index of its colour bin among the used ones
     std::vector<uchar> inside; // may be object
     std::vector<uchar> marks;
     std::vector<int> label;
@@ -90,7 +92,8 @@ void sobelOfArea(Area& area, const QImage& photo)
     }
 }
 
-// -log p of every colour bin that occurs, for both models.
+// -log p of every colour bin used inside the lasso, for both models, in the
+// order of the used bins.
 struct DataCosts {
     std::vector<float> object;
     std::vector<float> background;
@@ -108,33 +111,52 @@ DataCosts learnCosts(const Area& area, const std::vector<uchar>& side, const std
     }
     const qsizetype objectStep = std::max<qsizetype>(1, objectCount / myMaximalSamples);
     const qsizetype backgroundStep = std::max<qsizetype>(1, backgroundCount / myMaximalSamples);
-    QList<quint32> objectColours;
-    QList<quint32> backgroundColours;
-    qsizetype objectSeen = 0;
-    qsizetype backgroundSeen = 0;
+    struct Model {
+        QList<quint32> colours;
+        PXGaussianMixture mixture;
+    };
+    QList<Model> models(2); // background, object
+    // Every step-th pixel of a side, counted down rather than divided.
+    qsizetype objectSkip = 0;
+    qsizetype backgroundSkip = 0;
     for (qsizetype i = 0; i < area.size(); ++i) {
-        if (side[i] == 1 && objectSeen++ % objectStep == 0)
-            objectColours.append(area.colour[i] & 0xFFFFFF);
-        if (side[i] == 0 && backgroundSeen++ % backgroundStep == 0)
-            backgroundColours.append(area.colour[i] & 0xFFFFFF);
+        if (side[i] == 1) {
+            if (objectSkip == 0) {
+                models[1].colours.append(area.colour[i] & 0xFFFFFF);
+                objectSkip = objectStep;
+            }
+            --objectSkip;
+        } else if (side[i] == 0) {
+            if (backgroundSkip == 0) {
+                models[0].colours.append(area.colour[i] & 0xFFFFFF);
+                backgroundSkip = backgroundStep;
+            }
+            --backgroundSkip;
+        }
     }
-    PXGaussianMixture objectModel;
-    PXGaussianMixture backgroundModel;
-    objectModel.learn(objectColours);
-    backgroundModel.learn(backgroundColours);
+    PXConcurrent::blockingMap(models, [](Model& model) { model.mixture.learn(model.colours); });
+    const PXGaussianMixture& objectModel = models[1].mixture;
+    const PXGaussianMixture& backgroundModel = models[0].mixture;
 
     DataCosts costs;
-    costs.object.assign(myColourBins, 0.0f);
-    costs.background.assign(myColourBins, 0.0f);
-    constexpr int shift = 8 - myColourBits;
-    constexpr double half = (1 << shift) / 2.0 - 0.5;
-    for (int bin : usedBins) {
-        const double red = (bin >> (2 * myColourBits)) << shift;
-        const double green = ((bin >> myColourBits) & 0x3F) << shift;
-        const double blue = (bin & 0x3F) << shift;
-        costs.object[bin] = float(-objectModel.logDensity(red + half, green + half, blue + half));
-        costs.background[bin] = float(-backgroundModel.logDensity(red + half, green + half, blue + half));
-    }
+    costs.object.resize(usedBins.size());
+    costs.background.resize(usedBins.size());
+    QList<std::pair<qsizetype, qsizetype>> chunks;
+    for (qsizetype first = 0; first < qsizetype(usedBins.size()); first += myBinChunk)
+        chunks.append({first, std::min(first + myBinChunk, qsizetype(usedBins.size()))});
+    // Every bin is written by one chunk only.
+    PXConcurrent::blockingMap(chunks, [&](const std::pair<qsizetype, qsizetype>& chunk) {
+        constexpr int shift = 8 - myColourBits;
+        constexpr double half = (1 << shift) / 2.0 - 0.5;
+        for (qsizetype k = chunk.first; k < chunk.second; ++k) {
+            const int bin = usedBins[k];
+            const double red = (bin >> (2 * myColourBits)) << shift;
+            const double green = ((bin >> myColourBits) & 0x3F) << shift;
+            const double blue = (bin & 0x3F) << shift;
+            costs.object[k] = float(-objectModel.logDensity(red + half, green + half, blue + half));
+            costs.background[k] = float(-backgroundModel.logDensity(red + half, green + half, blue + half));
+        }
+    });
     return costs;
 }
 
@@ -195,9 +217,14 @@ Blocks makeBlocks(const Area& area)
         }
     }
     const double beta = sumOfSquares > 0.0 ? 0.5 * double(pairs) / sumOfSquares : 0.0;
+    // The strength is a byte: one exp per value, not per pixel pair.
+    double weightOfStrength[256];
+    for (int value = 0; value < 256; ++value) {
+        const double s = value;
+        weightOfStrength[value] = mySmoothness * std::exp(-beta * s * s);
+    }
     const auto weight = [&](qsizetype a, qsizetype b) {
-        const double s = std::max(area.sobel[a], area.sobel[b]);
-        return mySmoothness * std::exp(-beta * s * s);
+        return weightOfStrength[std::max(area.sobel[a], area.sobel[b])];
     };
     std::vector<std::vector<std::pair<int, double>>> neighbours(blocks.count);
     const auto addPair = [&](qsizetype a, qsizetype b) {
@@ -245,7 +272,7 @@ bool cutBlocks(Area& area, const Blocks& blocks, const DataCosts& costs)
         const int node = blocks.node[i];
         if (node < 0)
             continue;
-        const int bin = colourBin(area.colour[i]);
+        const int bin = area.bin[i];
         objectCost[node] += costs.object[bin];
         backgroundCost[node] += costs.background[bin];
     }
@@ -265,11 +292,14 @@ bool cutBlocks(Area& area, const Blocks& blocks, const DataCosts& costs)
     for (const Blocks::Link& link : blocks.links)
         graph.addEdge(link.first, link.second, link.weight);
     graph.solve();
+    std::vector<uchar> nodeIsObject(blocks.count);
+    for (int node = 0; node < blocks.count; ++node)
+        nodeIsObject[node] = graph.isObject(node);
 
     bool changed = false;
     for (qsizetype i = 0; i < area.size(); ++i) {
         const int node = blocks.node[i];
-        uchar object = node >= 0 && graph.isObject(node);
+        uchar object = node >= 0 && nodeIsObject[node];
         if (area.marks[i] == PXRefinedCut::ObjectMark && area.inside[i])
             object = 1;
         else if (area.marks[i] == PXRefinedCut::BackgroundMark)
@@ -371,7 +401,7 @@ void cutBand(Area& area, const DataCosts& costs)
             const int n = node[i];
             if (n < 0)
                 continue;
-            const int bin = colourBin(area.colour[i]);
+            const int bin = area.bin[i];
             double object = costs.object[bin];
             double background = costs.background[bin];
             for (int k = 0; k < 8; ++k) {
@@ -481,12 +511,13 @@ QImage PXRefinedCut::run() const
 
     const qsizetype n = area.size();
     area.colour.resize(n);
+    area.bin.resize(n);
     area.inside.resize(n);
     area.marks.assign(n, NoMark);
     area.label.assign(n, 0);
     area.object.assign(n, 0);
     std::vector<uchar> binUsed(myColourBins, 0);
-        for (int y = 0; y < area.height; ++y) {
+    for (int y = 0; y < area.height; ++y) {
         const int py = y + area.rect.top();
         const auto* rgb = reinterpret_cast<const quint32*>(photo.constScanLine(py)) + area.rect.left();
         const auto* in = reinterpret_cast<const quint32*>(insideImage.constScanLine(y));
@@ -496,8 +527,11 @@ QImage PXRefinedCut::run() const
         for (int x = 0; x < area.width; ++x) {
             const qsizetype i = qsizetype(y) * area.width + x;
             area.colour[i] = rgb[x];
-            binUsed[colourBin(rgb[x])] = 1;
+            area.bin[i] = colourBin(rgb[x]);
             area.inside[i] = in[x] == 0xFFFFFFFFu;
+            // Only pixels inside the lasso are ever costed.
+            if (area.inside[i])
+                binUsed[area.bin[i]] = 1;
             if (labels)
                 area.label[i] = labels[x];
             if (marks && marks[x] <= BackgroundMark)
@@ -523,21 +557,34 @@ QImage PXRefinedCut::run() const
         else if (area.marks[i] == BackgroundMark)
             area.object[i] = 0;
     }
+    // Costs are kept for the used bins only: a compact table instead of one
+    // filled over every possible bin for each model.
     std::vector<int> usedBins;
+    std::vector<int> indexOfBin(myColourBins, -1);
     for (int bin = 0; bin < myColourBins; ++bin) {
-        if (binUsed[bin])
+        if (binUsed[bin]) {
+            indexOfBin[bin] = int(usedBins.size());
             usedBins.push_back(bin);
+        }
     }
+    for (qsizetype i = 0; i < n; ++i)
+        area.bin[i] = indexOfBin[area.bin[i]];
     sobelOfArea(area, photo);
     const Blocks blocks = makeBlocks(area);
     progress();
     if (cancelled())
         return QImage();
 
+    // The band cut reuses the last round's models: learning them again from
+    // that round's few changed blocks moved no outline on the composites.
+    DataCosts costs;
     for (int round = 0; round < myRegionRounds; ++round) {
-        bool changed = cutBlocks(area, blocks, learnCosts(area, round == 0 ? firstSides : area.object, usedBins));
-        if (round == 0 && lostObject(area, insidePixels))
-            changed = cutBlocks(area, blocks, learnCosts(area, lassoSides, usedBins));
+        costs = learnCosts(area, round == 0 ? firstSides : area.object, usedBins);
+        bool changed = cutBlocks(area, blocks, costs);
+        if (round == 0 && lostObject(area, insidePixels)) {
+            costs = learnCosts(area, lassoSides, usedBins);
+            changed = cutBlocks(area, blocks, costs);
+        }
         if (!changed)
             break;
         if (cancelled())
@@ -547,7 +594,7 @@ QImage PXRefinedCut::run() const
     if (cancelled())
         return QImage();
 
-    cutBand(area, learnCosts(area, area.object, usedBins));
+    cutBand(area, costs);
     progress();
     if (cancelled())
         return QImage();

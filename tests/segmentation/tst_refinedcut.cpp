@@ -1,6 +1,7 @@
 // The refined cut: a crafted disc with a soft edge on a textured background
 // must be cut true to its edge, whatever the regions were; user marks hold;
 // through the controller, undo and later lassos respect the refined mask.
+#include "PXConcurrent.h"
 #include "PXRefinedCut.h"
 #include "PXUndoController.h"
 #include "SegmentationTestSupport.h"
@@ -8,6 +9,7 @@
 #include <QUndoStack>
 
 #include <cmath>
+#include <thread>
 
 namespace {
 
@@ -136,6 +138,15 @@ void TestRefinedCut::followsTheEdge()
     QCOMPARE(selection.format(), QImage::Format_Grayscale8);
     QCOMPARE(wrongPixels(selection, selected), 0);
     QCOMPARE(steps, PXRefinedCut::progressSteps);
+
+    // Off the main thread with the pool counted full, every pass runs in
+    // order in the calling thread: the mask must not change.
+    const int threads = PXConcurrent::maxRunningThreads;
+    PXConcurrent::maxRunningThreads = 0;
+    QImage sequential;
+    std::thread([&]() { sequential = cut.run(); }).join();
+    PXConcurrent::maxRunningThreads = threads;
+    QCOMPARE(sequential, selection);
 
     cut.setCancelFunction([]() { return true; });
     QVERIFY(cut.run().isNull());
