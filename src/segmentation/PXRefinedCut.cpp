@@ -433,6 +433,88 @@ void cutBand(Area& area, const DataCosts& costs)
     }
 }
 
+// Fills @p area's pixel arrays over area.rect: colour, lasso, region label,
+// marks and the current cut. Colour bins are renumbered among the bins used
+// inside the lasso, which are returned.
+std::vector<int> readArea(Area& area, const QImage& photo, const QPainterPath& lasso, const QImage& labelImage,
+    const QSet<int>& objectLabels, const QImage& markImage)
+{
+    QImage insideImage(area.rect.size(), QImage::Format_ARGB32_Premultiplied);
+    insideImage.fill(Qt::black);
+    {
+        // Rasterised as the superpixel cut does, only shifted to the area.
+        QPainter painter(&insideImage);
+        painter.translate(-area.rect.topLeft());
+        painter.fillPath(lasso, QBrush(QColor(0xFFFFFFFFu)));
+    }
+    const bool hasLabels = labelImage.size() == photo.size() && labelImage.depth() == 32;
+    const bool hasMarks = markImage.size() == photo.size() && markImage.format() == QImage::Format_Grayscale8;
+    int largestLabel = 0;
+    for (int label : objectLabels)
+        largestLabel = std::max(largestLabel, label);
+    std::vector<uchar> isObjectLabel(qsizetype(largestLabel) + 1, 0);
+    for (int label : objectLabels) {
+        if (label > 0)
+            isObjectLabel[label] = 1;
+    }
+
+    const qsizetype n = area.size();
+    area.colour.resize(n);
+    area.bin.resize(n);
+    area.inside.resize(n);
+    area.marks.assign(n, PXRefinedCut::NoMark);
+    area.label.assign(n, 0);
+    area.object.assign(n, 0);
+    std::vector<uchar> binUsed(myColourBins, 0);
+    for (int y = 0; y < area.height; ++y) {
+        const int py = y + area.rect.top();
+        const auto* rgb = reinterpret_cast<const quint32*>(photo.constScanLine(py)) + area.rect.left();
+        const auto* in = reinterpret_cast<const quint32*>(insideImage.constScanLine(y));
+        const auto* labels = hasLabels ? reinterpret_cast<const qint32*>(labelImage.constScanLine(py)) + area.rect.left()
+                                       : nullptr;
+        const uchar* marks = hasMarks ? markImage.constScanLine(py) + area.rect.left() : nullptr;
+        for (int x = 0; x < area.width; ++x) {
+            const qsizetype i = qsizetype(y) * area.width + x;
+            area.colour[i] = rgb[x];
+            area.bin[i] = colourBin(rgb[x]);
+            area.inside[i] = in[x] == 0xFFFFFFFFu;
+            // Only pixels inside the lasso are ever costed.
+            if (area.inside[i])
+                binUsed[area.bin[i]] = 1;
+            if (labels)
+                area.label[i] = labels[x];
+            if (marks && marks[x] <= PXRefinedCut::BackgroundMark)
+                area.marks[i] = marks[x];
+            const int label = area.label[i];
+            area.object[i] = area.inside[i] && label > 0 && label <= largestLabel && isObjectLabel[label];
+        }
+    }
+    // Costs are kept for the used bins only: a compact table instead of one
+    // filled over every possible bin for each model.
+    std::vector<int> usedBins;
+    std::vector<int> indexOfBin(myColourBins, -1);
+    for (int bin = 0; bin < myColourBins; ++bin) {
+        if (binUsed[bin]) {
+            indexOfBin[bin] = int(usedBins.size());
+            usedBins.push_back(bin);
+        }
+    }
+    for (qsizetype i = 0; i < n; ++i)
+        area.bin[i] = indexOfBin[area.bin[i]];
+    return usedBins;
+}
+
+// Marked pixels start on their side: object marks only inside the lasso.
+void applyMarks(Area& area)
+{
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        if (area.marks[i] == PXRefinedCut::ObjectMark && area.inside[i])
+            area.object[i] = 1;
+        else if (area.marks[i] == PXRefinedCut::BackgroundMark)
+            area.object[i] = 0;
+    }
+}
+
 } // namespace
 
 void PXRefinedCut::setPhoto(const QImage& photo)
@@ -490,59 +572,11 @@ QImage PXRefinedCut::run() const
     area.width = area.rect.width();
     area.height = area.rect.height();
 
-    QImage insideImage(area.rect.size(), QImage::Format_ARGB32_Premultiplied);
-    insideImage.fill(Qt::black);
-    {
-        // Rasterised as the superpixel cut does, only shifted to the area.
-        QPainter painter(&insideImage);
-        painter.translate(-area.rect.topLeft());
-        painter.fillPath(m_lasso, QBrush(QColor(0xFFFFFFFFu)));
-    }
-    const bool hasLabels = m_labels.size() == photo.size() && m_labels.depth() == 32;
-    const bool hasMarks = m_marks.size() == photo.size() && m_marks.format() == QImage::Format_Grayscale8;
-    int largestLabel = 0;
-    for (int label : m_objectLabels)
-        largestLabel = std::max(largestLabel, label);
-    std::vector<uchar> isObjectLabel(qsizetype(largestLabel) + 1, 0);
-    for (int label : m_objectLabels) {
-        if (label > 0)
-            isObjectLabel[label] = 1;
-    }
-
-    const qsizetype n = area.size();
-    area.colour.resize(n);
-    area.bin.resize(n);
-    area.inside.resize(n);
-    area.marks.assign(n, NoMark);
-    area.label.assign(n, 0);
-    area.object.assign(n, 0);
-    std::vector<uchar> binUsed(myColourBins, 0);
-    for (int y = 0; y < area.height; ++y) {
-        const int py = y + area.rect.top();
-        const auto* rgb = reinterpret_cast<const quint32*>(photo.constScanLine(py)) + area.rect.left();
-        const auto* in = reinterpret_cast<const quint32*>(insideImage.constScanLine(y));
-        const auto* labels = hasLabels ? reinterpret_cast<const qint32*>(m_labels.constScanLine(py)) + area.rect.left()
-                                       : nullptr;
-        const uchar* marks = hasMarks ? m_marks.constScanLine(py) + area.rect.left() : nullptr;
-        for (int x = 0; x < area.width; ++x) {
-            const qsizetype i = qsizetype(y) * area.width + x;
-            area.colour[i] = rgb[x];
-            area.bin[i] = colourBin(rgb[x]);
-            area.inside[i] = in[x] == 0xFFFFFFFFu;
-            // Only pixels inside the lasso are ever costed.
-            if (area.inside[i])
-                binUsed[area.bin[i]] = 1;
-            if (labels)
-                area.label[i] = labels[x];
-            if (marks && marks[x] <= BackgroundMark)
-                area.marks[i] = marks[x];
-            const int label = area.label[i];
-            area.object[i] = area.inside[i] && label > 0 && label <= largestLabel && isObjectLabel[label];
-        }
-    }
+    const std::vector<int> usedBins = readArea(area, photo, m_lasso, m_labels, m_objectLabels, m_marks);
     // The first models: the current cut's object against the band outside
     // the lasso. Should that cut have lost the object, the whole lasso
     // against the band.
+    const qsizetype n = area.size();
     std::vector<uchar> firstSides(n);
     std::vector<uchar> lassoSides(n);
     qsizetype insidePixels = 0;
@@ -551,24 +585,7 @@ QImage PXRefinedCut::run() const
         lassoSides[i] = area.inside[i];
         insidePixels += area.inside[i];
     }
-    for (qsizetype i = 0; i < n; ++i) {
-        if (area.marks[i] == ObjectMark && area.inside[i])
-            area.object[i] = 1;
-        else if (area.marks[i] == BackgroundMark)
-            area.object[i] = 0;
-    }
-    // Costs are kept for the used bins only: a compact table instead of one
-    // filled over every possible bin for each model.
-    std::vector<int> usedBins;
-    std::vector<int> indexOfBin(myColourBins, -1);
-    for (int bin = 0; bin < myColourBins; ++bin) {
-        if (binUsed[bin]) {
-            indexOfBin[bin] = int(usedBins.size());
-            usedBins.push_back(bin);
-        }
-    }
-    for (qsizetype i = 0; i < n; ++i)
-        area.bin[i] = indexOfBin[area.bin[i]];
+    applyMarks(area);
     sobelOfArea(area, photo);
     const Blocks blocks = makeBlocks(area);
     progress();
