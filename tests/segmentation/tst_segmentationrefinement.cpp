@@ -2,7 +2,6 @@
 // controller thread, what is emitted, and requests that meet a busy thread.
 
 #include "PXUndoCommandSegmentation.h"
-#include "PXUndoController.h"
 #include "SegmentationTestSupport.h"
 
 #include <QScopeGuard>
@@ -26,7 +25,6 @@ private Q_SLOTS:
     void requestReachesTheSelection_data();
     void requestReachesTheSelection();
     void strokesQueuedWhileBusyAreUnitedInOnePass();
-    void gestureIsUndoneAndRedoneAsOneCommand();
     void invertMaskWhileBusyFlipsOnlyTheFlag();
     void synchronousInversionEmitsNothing();
     void smoothMaskIsOneBitBlurred();
@@ -109,43 +107,6 @@ void TestSegmentationRefinement::strokesQueuedWhileBusyAreUnitedInOnePass()
     QCOMPARE(host.lastMask(), maskOf(myLabels, {4}));
     QCOMPARE(segLog().count("SEG:CutIS"), 2);
     QCOMPARE(segLog().count("SEG:StartingThread"), 1);
-}
-
-void TestSegmentationRefinement::gestureIsUndoneAndRedoneAsOneCommand()
-{
-    Host host;
-    host.craft(myLabels, myObject);
-    QUndoStack* stack = host.controller.undoController()->undoStack();
-    stack->clear();
-    QSignalSpy pushed(host.controller.undoController(), &PXUndoController::commandPushed);
-
-    const QImage before = host.controller.maskForeground();
-    host.controller.startThreadWithPaintSelection(square(1, 1, 2), false, true);
-    QVERIFY(host.masks.wait());
-    host.controller.startThreadWithPaintSelection(square(5, 1, 2), false, true);
-    QVERIFY(host.masks.wait());
-    const QImage beforeFinalStroke = host.lastMask();
-    host.controller.startThreadWithPaintSelection(square(1, 5, 2), false, false);
-    QVERIFY(pushed.wait());
-    // A second final stroke has no gesture to close.
-    host.controller.startThreadWithPaintSelection(square(5, 5, 2), false, false);
-    QTRY_COMPARE(host.masks.count(), 4);
-    host.settle();
-
-    QCOMPARE(stack->count(), 1);
-    QCOMPARE(host.masks.count(), 4); // pushing repainted nothing
-
-    stack->undo();
-    QTRY_COMPARE(host.masks.count(), 5);
-    QCOMPARE(host.lastMask(), before);
-    QCOMPARE(host.object(), myObject);
-
-    // The after state was taken before the final stroke was painted.
-    stack->redo();
-    QTRY_COMPARE(host.masks.count(), 6);
-    QCOMPARE(host.lastMask(), beforeFinalStroke);
-    QCOMPARE(host.object(), (QSet<int>{3, 4}));
-    stack->clear();
 }
 
 void TestSegmentationRefinement::invertMaskWhileBusyFlipsOnlyTheFlag()
