@@ -224,15 +224,6 @@ private slots:
         QVERIFY(calculator.get(2, 2, &cost));
         QCOMPARE(cost, static_cast<unsigned char>(255)); // Sobel of a flat image
     }
-
-    // A reader is not blocked by a calculator that has no image to work on.
-    void idleCalculatorReleasesReaders()
-    {
-        WC idle(100, 100, settings(Copy));
-        idle.calculateRegion(0, 0, 10);
-        unsigned char cost;
-        QVERIFY(!idle.get(5, 5, &cost));
-    }
 };
 
 QTEST_GUILESS_MAIN(TestPXIntelligentScissorsWeightCalculator)
