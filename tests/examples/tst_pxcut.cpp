@@ -6,7 +6,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QPainter>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
@@ -25,7 +24,6 @@ private Q_SLOTS:
     void badInputWritesNothing_data();
     void badInputWritesNothing();
     void cutsTheTiles();
-    void startsFromASavedMask();
     void refinementSteps_data();
     void refinementSteps();
     void scalesToTheMaximalLength();
@@ -159,21 +157,6 @@ void TestPXCut::cutsTheTiles()
         QVERIFY2(qAlpha(cutout.pixel(x, 60)) > 0 && qAlpha(cutout.pixel(x, 60)) < 255, qPrintable(QString::number(x)));
     QCOMPARE(qAlpha(cutout.pixel(edge - 4, 60)), 0);
     QCOMPARE(qAlpha(cutout.pixel(edge + 5, 60)), 255);
-}
-
-void TestPXCut::startsFromASavedMask()
-{
-    QImage saved(160, 120, QImage::Format_Grayscale8);
-    saved.fill(0);
-    QPainter(&saved).fillRect(20, 20, 40, 40, Qt::white);
-    QVERIFY(saved.save(path("saved.png")));
-
-    const Run result = run({ "cut", m_tiles, "--mask-in", "saved.png", "--scribble", "bg", "3", "40,40" });
-    QVERIFY2(result.exitCode == 0, qPrintable(result.err));
-    const QImage mask = output("mask.png");
-    QCOMPARE(qAlpha(mask.pixel(25, 25)), 0);
-    QCOMPARE(qAlpha(mask.pixel(40, 40)), 255);
-    QCOMPARE(qAlpha(mask.pixel(80, 60)), 255);
 }
 
 void TestPXCut::refinementSteps_data()
