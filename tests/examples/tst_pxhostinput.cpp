@@ -17,7 +17,6 @@ class TestPXHostInput : public QObject
 private Q_SLOTS:
     void pointLists_data();
     void pointLists();
-    void brushStrokeCoversItsPath();
     void commandLines_data();
     void commandLines();
     void photoScaling_data();
@@ -57,17 +56,6 @@ void TestPXHostInput::pointLists()
         QCOMPARE(parsed, points);
     else
         QCOMPARE(parsed, QList<QPointF>({ { -1, -1 } })); // untouched on failure
-}
-
-void TestPXHostInput::brushStrokeCoversItsPath()
-{
-    const QPainterPath stroke = PXPointList::brushStroke({ { 10, 10 }, { 50, 10 }, { 50, 40 } }, 4);
-    for (const QPointF& p : { QPointF(10, 10), QPointF(30, 13), QPointF(50, 40), QPointF(53, 25), QPointF(7, 10) })
-        QVERIFY2(stroke.contains(p), qPrintable(PXPointList::format(p)));
-    QVERIFY(!stroke.contains(QPointF(30, 30)));
-
-    // A drag that never moved still paints a dot.
-    QVERIFY(PXPointList::brushStroke({ { 5, 5 }, { 5, 5 } }, 3).contains(QPointF(6, 6)));
 }
 
 void TestPXHostInput::commandLines_data()
