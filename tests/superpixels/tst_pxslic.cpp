@@ -114,21 +114,6 @@ private slots:
         QCOMPARE(slic.findLocalGradientMinimum(position.x(), position.y(), bits), expected);
     }
 
-    void roundsLeaveLastRowAndColumn()
-    {
-        PXImage photo = texturedPhoto(100, 100, 3);
-        PXSlic slic;
-        slic.setup(&photo, rectLasso(QRectF(0, 0, 100, 100)));
-        slic.initialize();
-        slic.adjustSuperPixels();
-
-        const QImage labels = slic.superPixelAssignments();
-        for (int y = 0; y < 100; ++y)
-            for (int x = 0; x < 100; ++x)
-                QCOMPARE(labelAt(labels, x, y) > 0, x < 99 && y < 99);
-        verifyRecordsCountLabels(slic);
-    }
-
     void clippingMarksTheOutside()
     {
         PXImage photo = texturedPhoto(80, 60, 5);
