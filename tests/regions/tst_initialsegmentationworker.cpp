@@ -7,7 +7,6 @@
 
 #include <cmath>
 #include <limits>
-#include <memory>
 
 namespace {
 
@@ -22,14 +21,6 @@ QImage testPhoto()
 QPainterPath testLasso()
 {
     return WorkerTestPhoto::lasso(PhotoWidth, PhotoHeight, 0.6);
-}
-
-// Runs a worker to the end in the calling thread's view.
-std::unique_ptr<PXInitialSegmentationWorker> segment(const QImage& photo, const QPainterPath& lasso)
-{
-    auto worker = std::make_unique<PXInitialSegmentationWorker>(photo, QFileInfo());
-    worker->startInitialSegmentation(lasso).waitForFinished();
-    return worker;
 }
 
 // A hand-drawn lasso of many small random steps round an ellipse: it crosses
@@ -59,7 +50,6 @@ class TestInitialSegmentationWorker : public QObject
 
 private Q_SLOTS:
     void progressProtocol();
-    void snapsToImageBorder();
     void jitteryLassoIsQuick();
     void stopEndsAtThePhaseBoundary();
     void badInput_data();
@@ -86,26 +76,6 @@ void TestInitialSegmentationWorker::progressProtocol()
     QCoreApplication::processEvents();
     QCOMPARE(reset.count(), 1);
     QCOMPARE(finished.count(), 1);
-}
-
-// On a 1000-pixel-wide photo the margin is 20: 19 snaps to 0, 981 to 1000.
-void TestInitialSegmentationWorker::snapsToImageBorder()
-{
-    const QImage photo = WorkerTestPhoto::photo(1000, 100);
-    QPainterPath lasso;
-    lasso.moveTo(19, 30);
-    lasso.lineTo(20, 50);
-    lasso.lineTo(981, 1);
-    lasso.lineTo(980, 98);
-    lasso.lineTo(500, 99);
-    lasso.closeSubpath();
-    const auto worker = segment(photo, lasso);
-    const QPainterPath path = worker->path();
-    QCOMPARE(path.elementCount(), lasso.elementCount());
-    const QList<QPointF> expected{{0, 30}, {20, 50}, {1000, 0}, {980, 98}, {500, 100}, {0, 30}};
-    for (int i = 0; i < expected.size(); ++i)
-        QCOMPARE(QPointF(path.elementAt(i)), expected.at(i));
-    QCOMPARE(worker->pathExpanded().boundingRect(), QRectF(0, 0, 1000, 100));
 }
 
 void TestInitialSegmentationWorker::jitteryLassoIsQuick()
