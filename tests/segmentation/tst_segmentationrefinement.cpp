@@ -51,8 +51,6 @@ void TestSegmentationRefinement::requestReachesTheSelection_data()
     // The clicker runs on the pool and emits nothing.
     QTest::newRow("click") << "click" << QStringList() << QSet<int>{2, 3, 4} << QImage()
                            << maskOf(myLabels, {2, 3, 4});
-    QTest::newRow("invert") << "invert" << started << QSet<int>{5, 6} << maskOf(myLabels, {5, 6})
-                            << maskOf(myLabels, {5, 6});
 }
 
 void TestSegmentationRefinement::requestReachesTheSelection()
@@ -71,10 +69,8 @@ void TestSegmentationRefinement::requestReachesTheSelection()
         host.controller.startThreadWithScribble(square(1, 1, 1), false, false);
     else if (request == "hover")
         host.controller.startThreadWithPaintSelectionHover({5}, true);
-    else if (request == "click")
-        host.controller.startThreadWithClicker(QPointF(2, 2));
     else
-        host.controller.invertMask();
+        host.controller.startThreadWithClicker(QPointF(2, 2));
     host.settle();
 
     QCOMPARE(segLog(), log);
