@@ -351,14 +351,6 @@ void TestPXStudio::lassosCombineAndEveryEditIsOneUndoStep()
     const uchar* row = feathered.constScanLine(60);
     QVERIFY(std::any_of(row, row + 320, [](uchar value) { return value > 20 && value < 235; }));
 
-    // A saved selection loads back.
-    const QString saved = m_dir.filePath(QStringLiteral("selection.png"));
-    QVERIFY(window->saveSelection(saved));
-    QVERIFY(key(Qt::Key_Z, Qt::ControlModifier));
-    QTRY_VERIFY(PXSelectionMask::fromMask(window->view()->mask()) != feathered);
-    QVERIFY(window->loadSelection(saved));
-    QCOMPARE(PXSelectionMask::fromMask(window->view()->mask()), feathered);
-
     // Every step undoes, back to before the first lasso.
     while (stack->canUndo())
         QVERIFY(key(Qt::Key_Z, Qt::ControlModifier));
