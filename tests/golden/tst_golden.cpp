@@ -104,6 +104,22 @@ const QStringList myPhotos {QStringLiteral("coffee"), QStringLiteral("astronaut"
 const QStringList myLassos {QStringLiteral("normal"), QStringLiteral("thin"), QStringLiteral("border"),
     QStringLiteral("outside"), QStringLiteral("tiny"), QStringLiteral("crossing")};
 
+void addPhotoRows()
+{
+    QTest::addColumn<QString>("photo");
+    for (const QString& photo : myPhotos)
+        QTest::newRow(qPrintable(photo)) << photo;
+}
+
+void addPhotoLassoRows()
+{
+    QTest::addColumn<QString>("photo");
+    QTest::addColumn<QString>("lasso");
+    for (const QString& photo : myPhotos)
+        for (const QString& lasso : myLassos)
+            QTest::addRow("%s-%s", qPrintable(photo), qPrintable(lasso)) << photo << lasso;
+}
+
 } // namespace
 
 class TestGolden : public QObject
@@ -130,8 +146,6 @@ private Q_SLOTS:
 
 private:
     void check(const QString& stage, const GoldenDigest& digest);
-    static void addPhotoRows();
-    static void addPhotoLassoRows();
 
     std::unique_ptr<GoldenTable> m_table;
 };
@@ -159,28 +173,11 @@ void TestGolden::check(const QString& stage, const GoldenDigest& digest)
     QVERIFY2(stored == digest.hex(), qPrintable("changed: " + key));
 }
 
-void TestGolden::addPhotoLassoRows()
-{
-    QTest::addColumn<QString>("photo");
-    QTest::addColumn<QString>("lasso");
-    for (const QString& photo : myPhotos)
-        for (const QString& lasso : myLassos)
-            QTest::addRow("%s-%s", qPrintable(photo), qPrintable(lasso)) << photo << lasso;
-}
-
-void TestGolden::addPhotoRows()
-{
-    QTest::addColumn<QString>("photo");
-    for (const QString& photo : myPhotos)
-        QTest::newRow(qPrintable(photo)) << photo;
-}
-
 void TestGolden::workingImageAndEdges()
 {
     QFETCH(QString, photo);
     const QImage image = shippedPhoto(photo);
-    const PXImage working(image, QFileInfo());
-    check("ycbcr", GoldenDigest() << working.imageYCbCr());
+    check("ycbcr", GoldenDigest() << PXImage(image, QFileInfo()).imageYCbCr());
 
     PXEdgeDetectorSobelColor detector;
     detector.setup(image, QFileInfo());
