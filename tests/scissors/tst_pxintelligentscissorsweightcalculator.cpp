@@ -77,8 +77,6 @@ private slots:
         QTest::newRow("3x3 mean, partial squares")
             << grey({0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}) << 4u << 4u << int(WC::Gray8)
             << settings(WC::Mean3x3) << Bytes {5, 7, 13, 15};
-        QTest::newRow("unreduced") << grey({7, 0, 255, 128}) << 4u << 1u << int(WC::Gray8) << settings(Copy)
-                                   << Bytes {7, 0, 255, 128};
         QTest::newRow("grey of 0xAARRGGBB, alpha ignored")
             << xrgb({0xFF102030u, 0x00FFFFFEu, 0x12000001u}) << 3u << 1u << int(WC::Xrgb32) << settings(Copy)
             << Bytes {32, 254, 0};
@@ -131,7 +129,6 @@ private slots:
         QTest::newRow("10x10") << 10u << 10u << int(WC::Mean2x2) << 5u << 1u << 1u << 5u << 5u;
         QTest::newRow("9000x8193 unreduced") << 9000u << 8193u << int(Copy) << 9000u << 3u << 3u << 808u << 1u;
         QTest::newRow("11x4 3x3") << 11u << 4u << int(WC::Mean3x3) << 4u << 1u << 1u << 4u << 2u;
-        QTest::newRow("empty") << 0u << 0u << int(WC::Mean2x2) << 0u << 0u << 0u << 0u << 0u;
     }
     void geometry()
     {
