@@ -58,8 +58,6 @@ private Q_SLOTS:
         QTest::addColumn<int>("given");
         QTest::addColumn<int>("kept");
         QTest::newRow("RGB32") << int(QImage::Format_RGB32) << int(QImage::Format_RGB32);
-        QTest::newRow("premultiplied") << int(QImage::Format_ARGB32_Premultiplied)
-                                       << int(QImage::Format_ARGB32_Premultiplied);
         QTest::newRow("RGB888") << int(QImage::Format_RGB888) << int(QImage::Format_ARGB32);
         QTest::newRow("RGBA64") << int(QImage::Format_RGBA64) << int(QImage::Format_ARGB32);
     }
