@@ -57,6 +57,7 @@ private Q_SLOTS:
     void statistics();
     void onlyInnerPixelsAreComputed_data();
     void onlyInnerPixelsAreComputed();
+    void moreCoresThanRows();
 };
 
 void TestEdgeDetectorSobelColor::strengths_data()
@@ -166,6 +167,17 @@ void TestEdgeDetectorSobelColor::onlyInnerPixelsAreComputed()
         }
     }
     QCOMPARE(edges > 0, size.width() >= 4 && size.height() >= 4);
+}
+
+// More cores than rows must still cover every row, the same way.
+void TestEdgeDetectorSobelColor::moreCoresThanRows()
+{
+    const QImage image = noise(37, 6, 11);
+    qputenv("PX_CORE_COUNT", "1");
+    const QImage reference = detect(image);
+    qputenv("PX_CORE_COUNT", "16");
+    QCOMPARE(detect(image), reference);
+    qunsetenv("PX_CORE_COUNT");
 }
 
 QTEST_MAIN(TestEdgeDetectorSobelColor)

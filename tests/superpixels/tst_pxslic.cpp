@@ -142,6 +142,23 @@ private slots:
         verifyRecordsCountLabels(slic);
     }
 
+    // 1000 cores: fewer records than cores, one record per update item. The
+    // box ends before the photo's right edge, where stripes ending at the
+    // image width would let the core count show.
+    void moreCoresThanRecords()
+    {
+        PXImage photo = texturedPhoto(160, 120, 21);
+        auto labels = [&photo](const char* cores) {
+            qputenv("PX_CORE_COUNT", cores);
+            PXSlic slic;
+            slic.setup(&photo, ellipseLasso(QRectF(6, 4, 148, 110)));
+            slic.run();
+            qunsetenv("PX_CORE_COUNT");
+            return slic.superPixelAssignments();
+        };
+        QCOMPARE(labels("1000"), labels("1"));
+    }
+
     void degenerateLassos_data()
     {
         QTest::addColumn<QSize>("photoSize");
