@@ -28,7 +28,6 @@ private slots:
         QTest::addColumn<QSize>("size");
         QTest::addColumn<QSize>("padded");
         QTest::newRow("3000x2000") << QSize(3000, 2000) << QSize(8999, 5999);
-        QTest::newRow("4097x10") << QSize(4097, 10) << QSize(4098, 29);
         QTest::newRow("1x1") << QSize(1, 1) << QSize(2, 2);
     }
     void padding()
