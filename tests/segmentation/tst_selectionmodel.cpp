@@ -32,8 +32,6 @@ class TestSelectionModel : public QObject
 private Q_SLOTS:
     void gestureMovesSuperpixels_data();
     void gestureMovesSuperpixels();
-    void hoverPreviewLeavesTheMask_data();
-    void hoverPreviewLeavesTheMask();
     void brushFindsLabelsWithinTruncatedDistance_data();
     void brushFindsLabelsWithinTruncatedDistance();
     void lassoSeparatesInsideFromStraddling_data();
@@ -104,30 +102,6 @@ void TestSelectionModel::gestureMovesSuperpixels()
     QCOMPARE(model.mask(), mask);
 }
 
-void TestSelectionModel::hoverPreviewLeavesTheMask_data()
-{
-    QTest::addColumn<QSet<int>>("clusters");
-    QTest::addColumn<bool>("isForeground");
-    QTest::addColumn<QImage>("preview");
-
-    QTest::newRow("as object") << QSet<int>{5} << true << maskOf(myLabels, {1, 2, 3, 4, 5});
-    QImage topLeftKept = maskOf(myLabels, {2, 3, 4});
-    topLeftKept.setPixel(0, 0, 0);
-    QTest::newRow("as background, top-left pixel never written") << QSet<int>{1} << false
-                                                                 << topLeftKept;
-}
-
-void TestSelectionModel::hoverPreviewLeavesTheMask()
-{
-    QFETCH(QSet<int>, clusters);
-    QFETCH(bool, isForeground);
-    QFETCH(QImage, preview);
-
-    const PXSelectionModel model = crafted(myLabels, myObject, {5, 6});
-    QCOMPARE(model.hoverPreview(clusters, isForeground), preview);
-    QCOMPARE(model.mask(), maskOf(myLabels, myObject));
-}
-
 void TestSelectionModel::brushFindsLabelsWithinTruncatedDistance_data()
 {
     QTest::addColumn<QPoint>("centre");
@@ -135,9 +109,7 @@ void TestSelectionModel::brushFindsLabelsWithinTruncatedDistance_data()
     QTest::addColumn<QSet<int>>("labels");
 
     QTest::newRow("radius 1 reads the clamped centre") << QPoint(-5, 100) << 1 << QSet<int>{5};
-    QTest::newRow("radius 0") << QPoint(3, 3) << 0 << QSet<int>{1};
     QTest::newRow("diagonal neighbour at half 1") << QPoint(3, 3) << 2 << QSet<int>{1, 2, 3, 4};
-    QTest::newRow("label 0 skipped") << QPoint(4, 11) << 2 << QSet<int>{5};
     QTest::newRow("centre off the photo") << QPoint(-10, 3) << 24 << QSet<int>{1, 3, 5};
 }
 
