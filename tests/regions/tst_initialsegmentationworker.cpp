@@ -5,7 +5,6 @@
 #include <QSignalSpy>
 #include <QtTest>
 
-#include <cmath>
 #include <limits>
 
 namespace {
@@ -23,25 +22,6 @@ QPainterPath testLasso()
     return WorkerTestPhoto::lasso(PhotoWidth, PhotoHeight, 0.6);
 }
 
-// A hand-drawn lasso of many small random steps round an ellipse: it crosses
-// itself all along, which the path clipper handles in quadratic time or worse.
-QPainterPath jitteryLasso(int points, QPointF centre, QSizeF radii)
-{
-    QRandomGenerator random(7);
-    double drift = 0;
-    QPolygonF polygon;
-    for (int i = 0; i < points; ++i) {
-        drift = qBound(-15.0, drift + random.bounded(3.0) - 1.5, 15.0);
-        const double angle = 2 * M_PI * i / points;
-        polygon << centre + QPointF((radii.width() + drift) * std::cos(angle), (radii.height() + drift) * std::sin(angle))
-                + QPointF(random.bounded(4.0) - 2, random.bounded(4.0) - 2);
-    }
-    QPainterPath path;
-    path.addPolygon(polygon);
-    path.closeSubpath();
-    return path;
-}
-
 } // namespace
 
 class TestInitialSegmentationWorker : public QObject
@@ -50,7 +30,6 @@ class TestInitialSegmentationWorker : public QObject
 
 private Q_SLOTS:
     void progressProtocol();
-    void jitteryLassoIsQuick();
     void stopEndsAtThePhaseBoundary();
     void badInput_data();
     void badInput();
@@ -76,26 +55,6 @@ void TestInitialSegmentationWorker::progressProtocol()
     QCoreApplication::processEvents();
     QCOMPARE(reset.count(), 1);
     QCOMPARE(finished.count(), 1);
-}
-
-void TestInitialSegmentationWorker::jitteryLassoIsQuick()
-{
-    const QImage photo = WorkerTestPhoto::photo(1200, 800);
-    const QPainterPath lasso = jitteryLasso(20000, QPointF(600, 400), QSizeF(380, 250));
-    const QPainterPath grown = PXInitialSegmentationWorker(QImage(), QFileInfo()).growPainterPath(lasso, photo.rect(), 10);
-    QVERIFY2(grown.elementCount() < 20000, qPrintable(QString::number(grown.elementCount())));
-    QVERIFY(QRectF(photo.rect()).contains(grown.boundingRect()));
-    for (int i = 0; i < lasso.elementCount(); i += 997)
-        QVERIFY(grown.contains(QPointF(lasso.elementAt(i))));
-    QVERIFY(grown.contains(QPointF(600, 400)));
-    QVERIFY(!grown.contains(QPointF(600, 115)));
-
-    // Not timed: a cut that hangs in the lasso's geometry fails either QTRY.
-    PXInitialSegmentationWorker worker(photo, QFileInfo());
-    QSignalSpy finished(&worker, &PXInitialSegmentationWorker::finished);
-    worker.startInitialSegmentation(lasso);
-    QTRY_COMPARE_WITH_TIMEOUT(finished.count(), 1, 40000);
-    QVERIFY(worker.superpixel().size() > 2);
 }
 
 // A stop lands at the next phase boundary: from the run's first signal
