@@ -37,7 +37,6 @@ private Q_SLOTS:
         QTest::newRow("more cores than rows") << 8 << PXIntRange(0, 2) << 3;
         QTest::newRow("empty range") << 4 << PXIntRange(5, 4) << 0;
         QTest::newRow("rows of a 7 x 3 image") << 2 << PXIntRange::rowsOfImage(QImage(7, 3, QImage::Format_ARGB32)) << 2;
-        QTest::newRow("columns of a null image") << 2 << PXIntRange::columnsOfImage(QImage()) << 0;
     }
     // Blocks are contiguous, cover the range and differ by at most one element;
     // loops end at lastIndexEvenIfUnvalid(), also for an empty range.
