@@ -19,7 +19,6 @@ class TestPXCut : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
     void init();
     void badInputWritesNothing_data();
     void badInputWritesNothing();
@@ -50,11 +49,6 @@ static QString lassoText()
     for (const QPointF& p : tilesLasso())
         points.append(PXPointList::format(p));
     return points.join(QLatin1Char(' '));
-}
-
-void TestPXCut::initTestCase()
-{
-    QVERIFY(QFileInfo(QStringLiteral(PXCUT_PATH)).isExecutable());
 }
 
 void TestPXCut::init()
