@@ -59,7 +59,6 @@ private Q_SLOTS:
         QTest::addColumn<int>("kept");
         QTest::newRow("RGB32") << int(QImage::Format_RGB32) << int(QImage::Format_RGB32);
         QTest::newRow("RGB888") << int(QImage::Format_RGB888) << int(QImage::Format_ARGB32);
-        QTest::newRow("RGBA64") << int(QImage::Format_RGBA64) << int(QImage::Format_ARGB32);
     }
     void formats()
     {
