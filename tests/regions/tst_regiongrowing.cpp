@@ -202,7 +202,6 @@ void TestRegionGrowing::secondPassKeepsLargeClustersApart()
                                superPixel(120, 20, 20, 1000), superPixel(220, 20, 20, 1000)},
         labels);
     growing.createGraph();
-    QCOMPARE(growing.edges().size(), 4);
     growing.segmentGraph();
     QCOMPARE(growing.findParent(1), growing.findParent(2));
     QVERIFY(growing.findParent(1) != growing.findParent(3));
@@ -233,8 +232,6 @@ void TestRegionGrowing::runRelabelsAndRebuildsClusters()
     QCOMPARE(progress.count(), 5);
 
     QCOMPARE(growing.labels(), labelImage({{1, 1, 2, 2, 0}, {1, 1, 2, 2, 0}, {3, 3, 3, 2, 0}, {3, 3, 3, 2, 0}}));
-    QCOMPARE(growing.numberOfClusters(), 4);
-
     const QList<PXSuperPixel> records = growing.superPixelInformations();
     QCOMPARE(records.size(), 4);
     // Six pixels count as seven: Y (10+20+30+40+50+50) / 7 = 28.57 -> 29,
