@@ -172,7 +172,6 @@ private slots:
         QTest::addColumn<unsigned int>("score");
         QTest::newRow("inside") << 100.0 << 100.0 << 0u << 0u << 0u;
         QTest::newRow("diagonal") << 100.0 << 100.0 << 1u << 1u << 5651u; // 3996 sqrt(2)
-        QTest::newRow("to the left") << 5000.0 << 10.0 << 0u << 0u << 904u;
     }
     void blockDistance()
     {
