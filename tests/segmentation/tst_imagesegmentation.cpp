@@ -71,17 +71,13 @@ private Q_SLOTS:
 void TestImageSegmentation::lassoGivesTheObject()
 {
     Host host;
-    QCOMPARE(host.controller.totalSteps(), 5);
     host.controller.setup(photo(), QFileInfo());
     host.forget();
 
     const QPainterPath lasso = lassoAround(myLeftObject.united(mySpeck));
     host.controller.startThreadWithInitialPath(lasso);
-    QVERIFY(!host.controller.isValid());
     QTRY_COMPARE(host.masks.count(), 2);
     host.settle();
-
-    QCOMPARE(host.masks.count(), 2);
     const QImage mask = host.lastMask();
     QCOMPARE(mask.format(), QImage::Format_ARGB32_Premultiplied);
     QVERIFY(maskShowsObject(host, mask));
