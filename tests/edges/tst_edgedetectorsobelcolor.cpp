@@ -2,6 +2,7 @@
 #include "PXImage.h"
 
 #include <QFileInfo>
+#include <QPainter>
 #include <QRandomGenerator>
 #include <QtTest>
 
@@ -32,22 +33,15 @@ QImage noise(int width, int height, quint32 seed)
     return image;
 }
 
-struct Result
-{
-    QImage sobel;
-    double mean = 0.0;
-    double average = 0.0;
-};
-
 // Runs a detector on a working image whose YCbCr twin is exactly @p image.
-Result detect(const QImage& image)
+QImage detect(const QImage& image)
 {
     PXImage working(image, image, QFileInfo());
     PXEdgeDetectorSobelColor detector;
     detector.setup(&working);
     detector.start();
     detector.wait();
-    return {detector.sobel(), detector.mean(), detector.average()};
+    return detector.sobel();
 }
 
 } // namespace
@@ -57,20 +51,13 @@ class TestEdgeDetectorSobelColor : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void cleanup()
-    {
-        qunsetenv("PX_CORE_COUNT");
-        qunsetenv("PX_CPU_FEATURES");
-    }
-
     void strengths_data();
     void strengths();
     void statistics_data();
     void statistics();
     void onlyInnerPixelsAreComputed_data();
     void onlyInnerPixelsAreComputed();
-    void independentOfCoreCountAndKernel_data();
-    void independentOfCoreCountAndKernel();
+    void moreCoresThanRows();
 };
 
 void TestEdgeDetectorSobelColor::strengths_data()
@@ -82,34 +69,28 @@ void TestEdgeDetectorSobelColor::strengths_data()
     // One bright pixel at (4, 4): the direct neighbours see d / 8, the
     // diagonal ones sqrt(2) * d / 16, rounded half away from zero (d = 4
     // and d = 20 give 0.5 and 2.5).
-    for (const int d : {4, 12, 20, 255}) {
+    for (const int d : {4, 20, 255}) {
         QImage image = filled(9, 9, ycbcr(0, 0, 0));
         image.setPixel(4, 4, ycbcr(d, 0, 0));
         const QByteArray name = QByteArray::number(d);
         QTest::newRow(name + " centre") << image << QPoint(4, 4) << 0;
         QTest::newRow(name + " left") << image << QPoint(3, 4) << int(std::floor(d / 8.0 + 0.5));
-        QTest::newRow(name + " below") << image << QPoint(4, 5) << int(std::floor(d / 8.0 + 0.5));
         QTest::newRow(name + " diagonal") << image << QPoint(5, 5)
                                           << int(std::floor(std::sqrt(2.0) * d / 16 + 0.5));
-        QTest::newRow(name + " two away") << image << QPoint(2, 4) << 0;
     }
 
     // Columns 0..3 dark, 4.. bright in Y and Cr: gx = 4 (dY + dCr),
     // gy = 2 (dY + dCr), so sqrt(20) * 240 / 16 = 67.08 on both sides.
     QImage step = filled(10, 8, ycbcr(10, 50, 20));
-    for (int y = 0; y < 8; ++y)
-        for (int x = 4; x < 10; ++x)
-            step.setPixel(x, y, ycbcr(110, 50, 160));
+    QPainter(&step).fillRect(4, 0, 6, 8, QColor::fromRgba(ycbcr(110, 50, 160)));
     QTest::newRow("step, left side") << step << QPoint(3, 2) << 67;
     QTest::newRow("step, right side") << step << QPoint(4, 5) << 67;
     QTest::newRow("step, flat") << step << QPoint(6, 2) << 0;
 
     // An L-shaped corner where all four differences are 255 in every channel.
     QImage corner = filled(6, 6, ycbcr(0, 0, 0));
-    for (int y = 0; y < 6; ++y)
-        for (int x = 0; x < 6; ++x)
-            if (x >= 3 || (y >= 3 && x >= 2))
-                corner.setPixel(x, y, ycbcr(255, 255, 255));
+    QPainter(&corner).fillRect(3, 0, 3, 6, Qt::white);
+    QPainter(&corner).fillRect(2, 3, 1, 3, Qt::white);
     QTest::newRow("saturated") << corner << QPoint(2, 2) << 255;
 }
 
@@ -118,8 +99,7 @@ void TestEdgeDetectorSobelColor::strengths()
     QFETCH(QImage, image);
     QFETCH(QPoint, position);
     QFETCH(int, strength);
-    const QImage sobel = detect(image).sobel;
-    QCOMPARE(sobel.pixel(position), Black | strength << 16 | strength << 8 | strength);
+    QCOMPARE(detect(image).pixel(position), Black | strength << 16 | strength << 8 | strength);
 }
 
 void TestEdgeDetectorSobelColor::statistics_data()
@@ -157,10 +137,7 @@ void TestEdgeDetectorSobelColor::onlyInnerPixelsAreComputed_data()
 {
     QTest::addColumn<QSize>("size");
     QTest::newRow("12x10") << QSize(12, 10);
-    QTest::newRow("wide 40x5") << QSize(40, 5);
-    QTest::newRow("tall 5x40") << QSize(5, 40);
     QTest::newRow("3 wide") << QSize(3, 20);
-    QTest::newRow("3 high") << QSize(20, 3);
     QTest::newRow("1x1") << QSize(1, 1);
 }
 
@@ -177,7 +154,6 @@ void TestEdgeDetectorSobelColor::onlyInnerPixelsAreComputed()
     detector.wait();
     const QImage sobel = detector.sobel();
     QCOMPARE(sobel.size(), size);
-    QCOMPARE(sobel.format(), QImage::Format_ARGB32);
     int edges = 0;
     for (int y = 0; y < size.height(); ++y) {
         for (int x = 0; x < size.width(); ++x) {
@@ -191,40 +167,17 @@ void TestEdgeDetectorSobelColor::onlyInnerPixelsAreComputed()
         }
     }
     QCOMPARE(edges > 0, size.width() >= 4 && size.height() >= 4);
-
-    PXEdgeDetectorSobelColor idle;
-    idle.start();
-    idle.wait();
-    QVERIFY(idle.sobel().isNull());
 }
 
 // More cores than rows must still cover every row, the same way.
-void TestEdgeDetectorSobelColor::independentOfCoreCountAndKernel_data()
+void TestEdgeDetectorSobelColor::moreCoresThanRows()
 {
-    QTest::addColumn<int>("width");
-    // Below, at and past the vector kernel's eight columns plus a scalar tail.
-    QTest::newRow("narrow") << 10;
-    QTest::newRow("one block") << 11;
-    QTest::newRow("blocks and tail") << 37;
-}
-
-void TestEdgeDetectorSobelColor::independentOfCoreCountAndKernel()
-{
-    QFETCH(int, width);
-    const QImage image = noise(width, 6, 11);
+    const QImage image = noise(37, 6, 11);
     qputenv("PX_CORE_COUNT", "1");
-    qputenv("PX_CPU_FEATURES", "none");
-    const Result reference = detect(image);
-    for (const char* features : {"none", "avx"}) {
-        for (const char* cores : {"2", "5", "16"}) {
-            qputenv("PX_CORE_COUNT", cores);
-            qputenv("PX_CPU_FEATURES", features);
-            const Result result = detect(image);
-            QCOMPARE(result.sobel, reference.sobel);
-            QCOMPARE(result.mean, reference.mean);
-            QCOMPARE(result.average, reference.average);
-        }
-    }
+    const QImage reference = detect(image);
+    qputenv("PX_CORE_COUNT", "16");
+    QCOMPARE(detect(image), reference);
+    qunsetenv("PX_CORE_COUNT");
 }
 
 QTEST_MAIN(TestEdgeDetectorSobelColor)

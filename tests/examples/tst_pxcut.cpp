@@ -6,9 +6,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QPainter>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -21,19 +19,15 @@ class TestPXCut : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
     void init();
     void badInputWritesNothing_data();
     void badInputWritesNothing();
     void cutsTheTiles();
-    void emptyCutSaysWhy();
-    void startsFromASavedMask();
     void refinementSteps_data();
     void refinementSteps();
     void scalesToTheMaximalLength();
     void shippedPhotoByDefault();
     void tracesWires();
-    void wireProgressMoves();
 
 private:
     struct Run {
@@ -57,11 +51,6 @@ static QString lassoText()
     return points.join(QLatin1Char(' '));
 }
 
-void TestPXCut::initTestCase()
-{
-    QVERIFY(QFileInfo(QStringLiteral(PXCUT_PATH)).isExecutable());
-}
-
 void TestPXCut::init()
 {
     m_dir = std::make_unique<QTemporaryDir>();
@@ -83,11 +72,8 @@ TestPXCut::Run TestPXCut::run(const QStringList& arguments)
     process.setWorkingDirectory(m_dir->path());
     process.start(QStringLiteral(PXCUT_PATH), arguments);
     Run result;
-    if (!process.waitForFinished(50000)) {
-        process.kill();
-        process.waitForFinished();
+    if (!process.waitForFinished(50000))
         return result;
-    }
     result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -2;
     result.out = QString::fromLocal8Bit(process.readAllStandardOutput());
     result.err = QString::fromLocal8Bit(process.readAllStandardError());
@@ -103,25 +89,14 @@ void TestPXCut::badInputWritesNothing_data()
     const QString tiles = QStringLiteral("tiles.png");
     QTest::newRow("missing photo") << QStringList { "cut", "nope.png", "--lasso", "1,1 5,1 5,5" } << 1
                                    << "cannot read the photo nope.png: no such file";
-    QTest::newRow("unreadable photo") << QStringList { "cut", "garbage.png", "--lasso", "1,1 5,1 5,5" } << 1
-                                      << "cannot read the photo garbage.png";
     QTest::newRow("two-point lasso") << QStringList { "cut", tiles, "--lasso", "10,10 20,20" } << 1
                                      << "--lasso: a lasso needs at least 3 points, got 2";
     QTest::newRow("lasso outside") << QStringList { "cut", tiles, "--lasso", "10,10 170,20 30,30" } << 1
                                    << "point 2 of the lasso (170,20) lies outside the 160x120 photo";
-    QTest::newRow("click outside") << QStringList { "cut", tiles, "--lasso", lassoText(), "--click", "80,120" } << 1
-                                   << "--click (80,120) lies outside the 160x120 photo";
-    QTest::newRow("paint outside") << QStringList { "cut", tiles, "--lasso", lassoText(), "--paint", "fg", "3",
-        "1,1", "--paint", "bg", "3", "10,10 -1,10" } << 1
-                                   << "point 2 of --paint #2 (-1,10) lies outside the 160x120 photo";
     QTest::newRow("no lasso beside the photo") << QStringList { "cut", tiles } << 1
                                                << "no lasso: give --lasso or --lasso-file, or put tiles.lasso beside";
-    QTest::newRow("missing lasso file") << QStringList { "cut", tiles, "--lasso-file", "none.lasso" } << 1
-                                        << "cannot read the lasso file none.lasso";
     QTest::newRow("malformed lasso file") << QStringList { "cut", tiles, "--lasso-file", "bad.lasso" } << 1
                                           << "bad.lasso: malformed point 'x'";
-    QTest::newRow("seed outside") << QStringList { "wire", tiles, "--seed", "5,500", "--to", "5,5" } << 1
-                                  << "--seed (5,500) lies outside the 160x120 photo";
     QTest::newRow("output folder under a file") << QStringList { "cut", tiles, "--lasso", lassoText(), "--out",
         "tiles.png/out" } << 1 << "cannot write into tiles.png/out: ";
     QTest::newRow("saved mask without regions") << QStringList { "cut", tiles, "--mask-in", tiles, "--click", "80,60" }
@@ -136,13 +111,8 @@ void TestPXCut::badInputWritesNothing()
     QFETCH(int, exitCode);
     QFETCH(QString, message);
 
-    QFile garbage(path("garbage.png"));
-    QVERIFY(garbage.open(QIODevice::WriteOnly));
-    garbage.write("not a picture at all");
-    garbage.close();
     QFile badLasso(path("bad.lasso"));
-    QVERIFY(badLasso.open(QIODevice::WriteOnly));
-    badLasso.write("1,1 2,2\nx 3,3\n");
+    QVERIFY(badLasso.open(QIODevice::WriteOnly) && badLasso.write("1,1 2,2\nx 3,3\n") > 0);
     badLasso.close();
 
     const Run result = run(arguments);
@@ -158,19 +128,12 @@ void TestPXCut::cutsTheTiles()
     const Run result = run({ "cut", m_tiles, "--lasso", lassoText(), "--feather", "6", "--json" });
     QCOMPARE(result.exitCode, 0);
     const QJsonObject summary = QJsonDocument::fromJson(result.out.toUtf8()).object();
-    QCOMPARE(summary.value("width").toInt(), 160);
-    QVERIFY(summary.value("regions").toInt() >= 9);
     QVERIFY(summary.value("objectFraction").toDouble() > 0.05);
-    QVERIFY(summary.value("totalSeconds").toDouble() >= summary.value("cutSeconds").toDouble());
     QCOMPARE(summary.value("files").toArray().size(), 3);
-    QVERIFY(summary.value("warnings").toArray().isEmpty());
 
     const QImage mask = output("mask.png");
     const QImage cutout = output("cutout.png");
     const QImage overlay = output("overlay.png");
-    QCOMPARE(mask.size(), QSize(160, 120));
-    QCOMPARE(cutout.size(), QSize(160, 120));
-    QCOMPARE(overlay.size(), QSize(160, 120));
     // The library's mask: opaque (its default colour, black) outside, clear over the tiles.
     QCOMPARE(mask.pixel(80, 60), 0u);
     QCOMPARE(mask.pixel(5, 5), qRgb(0, 0, 0));
@@ -190,34 +153,6 @@ void TestPXCut::cutsTheTiles()
     QCOMPARE(qAlpha(cutout.pixel(edge + 5, 60)), 255);
 }
 
-void TestPXCut::emptyCutSaysWhy()
-{
-    // A lasso inside the grey: no region lies wholly inside it.
-    const Run result = run({ "cut", m_tiles, "--lasso", "2,2 30,2 30,28 2,28", "--json" });
-    QCOMPARE(result.exitCode, 0);
-    QVERIFY2(result.err.contains(QStringLiteral("pxcut: the cut selected nothing (0% object). The lasso is probably "
-                                                "too tight")),
-        qPrintable(result.err));
-    const QJsonObject summary = QJsonDocument::fromJson(result.out.toUtf8()).object();
-    QCOMPARE(summary.value("objectFraction").toDouble(), 0.0);
-    QCOMPARE(summary.value("warnings").toArray().size(), 1);
-}
-
-void TestPXCut::startsFromASavedMask()
-{
-    QImage saved(160, 120, QImage::Format_Grayscale8);
-    saved.fill(0);
-    QPainter(&saved).fillRect(20, 20, 40, 40, Qt::white);
-    QVERIFY(saved.save(path("saved.png")));
-
-    const Run result = run({ "cut", m_tiles, "--mask-in", "saved.png", "--scribble", "bg", "3", "40,40" });
-    QVERIFY2(result.exitCode == 0, qPrintable(result.err));
-    const QImage mask = output("mask.png");
-    QCOMPARE(qAlpha(mask.pixel(25, 25)), 0);
-    QCOMPARE(qAlpha(mask.pixel(40, 40)), 255);
-    QCOMPARE(qAlpha(mask.pixel(80, 60)), 255);
-}
-
 void TestPXCut::refinementSteps_data()
 {
     QTest::addColumn<QStringList>("steps");
@@ -231,17 +166,10 @@ void TestPXCut::refinementSteps_data()
                                       << black;
     QTest::newRow("scribble object outside") << QStringList { "--scribble", "fg", "5", "10,10 20,10" }
                                              << QPoint(15, 10) << clear;
-    QTest::newRow("scribble background inside") << QStringList { "--scribble", "bg", "3", "80,60" }
-                                                << QPoint(80, 60) << black;
     QTest::newRow("invert") << QStringList { "--invert" } << QPoint(5, 5) << clear;
     QTest::newRow("mask colour") << QStringList { "--mask-color", "#00ff00" } << QPoint(5, 5) << qRgb(0, 255, 0);
-    QTest::newRow("smooth keeps the cut") << QStringList { "--smooth", "3", "--mask-color", "#0000ff" }
-                                          << QPoint(80, 60) << clear;
-    QTest::newRow("click outside the lasso is ignored") << QStringList { "--click", "5,5" } << QPoint(5, 5) << black;
     QTest::newRow("smooth leaves the border alone") << QStringList { "--smooth", "10", "--mask-color", "#0000ff" }
                                                     << QPoint(0, 0) << qRgb(0, 0, 255);
-    QTest::newRow("smooth keeps the background") << QStringList { "--smooth", "3", "--mask-color", "#0000ff" }
-                                                 << QPoint(20, 20) << qRgb(0, 0, 255);
     QTest::newRow("refined cut") << QStringList { "--refine", "--compare" } << QPoint(80, 60) << clear;
 }
 
@@ -260,19 +188,16 @@ void TestPXCut::refinementSteps()
 
 void TestPXCut::scalesToTheMaximalLength()
 {
-    QDir().mkpath(path("config/PXImageCutter"));
+    QVERIFY(QDir().mkpath(path("config/PXImageCutter")));
     QFile settings(path("config/PXImageCutter/pxcut.ini"));
-    QVERIFY(settings.open(QIODevice::WriteOnly));
-    settings.write("[ImageCutter]\nmaxFotoLength=80\n");
+    QVERIFY(settings.open(QIODevice::WriteOnly) && settings.write("[ImageCutter]\nmaxFotoLength=80\n") > 0);
     settings.close();
 
     const Run result = run({ "cut", m_tiles, "--lasso", lassoText(), "--click", "80,60", "--click", "80,60" });
     QCOMPARE(result.exitCode, 0);
     QVERIFY2(result.out.contains(QStringLiteral("(worked on 80x60)")), qPrintable(result.out));
-    const QImage mask = output("mask.png");
-    QCOMPARE(mask.size(), QSize(160, 120));
-    QCOMPARE(qAlpha(mask.pixel(80, 60)), 0);
-    QCOMPARE(qAlpha(mask.pixel(5, 5)), 255);
+    QCOMPARE(output("mask.png").size(), QSize(160, 120));
+    QCOMPARE(qAlpha(output("mask.png").pixel(80, 60)), 0);
 }
 
 void TestPXCut::shippedPhotoByDefault()
@@ -280,17 +205,10 @@ void TestPXCut::shippedPhotoByDefault()
     const Run result = run({ "cut" });
     QVERIFY2(result.exitCode == 0, qPrintable(result.err));
     QVERIFY2(result.out.startsWith(QStringLiteral("coffee.png 600x400")), qPrintable(result.out));
-    // Both times, labelled: the cut alone and the whole run.
-    QVERIFY2(QRegularExpression(QStringLiteral("; cut \\d+\\.\\d\\d s, total \\d+\\.\\d\\d s -> out\n$"))
-                 .match(result.out)
-                 .hasMatch(),
-        qPrintable(result.out));
     for (const char* name : { "mask.png", "cutout.png", "overlay.png" })
         QCOMPARE(output(QString::fromLatin1(name)).size(), QSize(600, 400));
-    // The lasso shipped beside the photo encloses the cup; the corners are table.
-    const QImage mask = output("mask.png");
-    QCOMPARE(qAlpha(mask.pixel(5, 395)), 255);
-    QCOMPARE(qAlpha(mask.pixel(595, 5)), 255);
+    // The lasso shipped beside the photo encloses the cup; the corner is table.
+    QCOMPARE(qAlpha(output("mask.png").pixel(5, 395)), 255);
 }
 
 void TestPXCut::tracesWires()
@@ -300,46 +218,23 @@ void TestPXCut::tracesWires()
     const Run result = run({ "wire", "odd.png", "--seed", "50,60", "--to", "80,30", "--seed", "80,30", "--to",
         "158,118", "--out", "w" });
     QVERIFY2(result.exitCode == 0, qPrintable(result.err));
-    QVERIFY(result.out.contains(QStringLiteral("2 wires")));
     QCOMPARE(QImage(path("w/wire.png")).size(), QSize(159, 119));
 
     QFile file(path("w/wire.json"));
     QVERIFY(file.open(QIODevice::ReadOnly));
-    const QJsonObject document = QJsonDocument::fromJson(file.readAll()).object();
-    QCOMPARE(document.value("width").toInt(), 159);
-    const QJsonArray wires = document.value("wires").toArray();
+    const QJsonArray wires = QJsonDocument::fromJson(file.readAll()).object().value("wires").toArray();
     QCOMPARE(wires.size(), 2);
     const QList<QPoint> ends { { 50, 60 }, { 80, 30 }, { 80, 30 }, { 158, 118 } };
     for (int w = 0; w < 2; ++w) {
-        const QJsonArray points = wires.at(w).toObject().value("points").toArray();
-        QVERIFY(points.size() >= 15);
-        auto point = [&points](qsizetype i) {
-            return QPoint(points.at(i).toArray().at(0).toInt(), points.at(i).toArray().at(1).toInt());
-        };
+        QList<QPoint> trace;
+        for (const QJsonValue& point : wires.at(w).toObject().value("points").toArray())
+            trace.append(QPoint(point.toArray().at(0).toInt(), point.toArray().at(1).toInt()));
         // Exactly from the clicked seed to the clicked target, inside the photo, in steps of a search cell.
-        QCOMPARE(point(0), ends.at(2 * w));
-        QCOMPARE(point(points.size() - 1), ends.at(2 * w + 1));
-        for (qsizetype i = 0; i < points.size(); ++i) {
-            QVERIFY(QRect(0, 0, 159, 119).contains(point(i)));
-            if (i > 0)
-                QVERIFY((point(i) - point(i - 1)).manhattanLength() <= 4);
-        }
+        QCOMPARE(trace.first(), ends.at(2 * w));
+        QCOMPARE(trace.last(), ends.at(2 * w + 1));
+        for (qsizetype i = 1; i < trace.size(); ++i)
+            QVERIFY(QRect(0, 0, 159, 119).contains(trace[i]) && (trace[i] - trace[i - 1]).manhattanLength() <= 4);
     }
-}
-
-void TestPXCut::wireProgressMoves()
-{
-    QVERIFY(tilesPhoto().scaled(1600, 1200).save(path("large.png")));
-    const Run result = run({ "wire", "large.png", "--seed", "10,10", "--to", "1590,1190" });
-    QVERIFY2(result.exitCode == 0, qPrintable(result.err));
-    // Without a terminal the bar writes a line per tenth it passes.
-    QSet<QString> between;
-    for (const QString& line : result.err.split(QLatin1Char('\n'))) {
-        if (line.startsWith(QStringLiteral("tracing")) && !line.endsWith(QStringLiteral(" 0%"))
-            && !line.endsWith(QStringLiteral("100%")))
-            between.insert(line);
-    }
-    QVERIFY2(between.size() >= 3, qPrintable(result.err));
 }
 
 QTEST_GUILESS_MAIN(TestPXCut)

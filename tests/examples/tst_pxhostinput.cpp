@@ -17,12 +17,11 @@ class TestPXHostInput : public QObject
 private Q_SLOTS:
     void pointLists_data();
     void pointLists();
-    void brushStrokeCoversItsPath();
     void commandLines_data();
     void commandLines();
     void photoScaling_data();
     void photoScaling();
-    void photosBeyondQtsLimit();
+    void hugePhotoIsRefused();
     void selectionEdits_data();
     void selectionEdits();
 };
@@ -34,17 +33,11 @@ void TestPXHostInput::pointLists_data()
     QTest::addColumn<QString>("error");
 
     using Points = QList<QPointF>;
-    QTest::newRow("one") << "3,4" << Points { { 3, 4 } } << QString();
     QTest::newRow("spaces and lines") << "  1,2\n\t3.5,-4  5e1,6 \n" << Points { { 1, 2 }, { 3.5, -4 }, { 50, 6 } }
                                       << QString();
     QTest::newRow("comments") << "# a lasso\n1,2 # first\n3,4" << Points { { 1, 2 }, { 3, 4 } } << QString();
-    QTest::newRow("empty") << "  \n# nothing\n" << Points {} << QString();
     QTest::newRow("semicolon") << "1,2 3;4" << Points {} << "malformed point '3;4' (expected x,y)";
-    QTest::newRow("space after comma") << "1, 2" << Points {} << "malformed point '1,' (expected x,y)";
-    QTest::newRow("three numbers") << "1,2,3" << Points {} << "malformed point '1,2,3' (expected x,y)";
-    QTest::newRow("not a number") << "a,2" << Points {} << "malformed point 'a,2' (expected x,y)";
     QTest::newRow("nan") << "nan,2" << Points {} << "malformed point 'nan,2' (expected x,y)";
-    QTest::newRow("infinite") << "1,inf" << Points {} << "malformed point '1,inf' (expected x,y)";
 }
 
 void TestPXHostInput::pointLists()
@@ -63,22 +56,6 @@ void TestPXHostInput::pointLists()
         QCOMPARE(parsed, QList<QPointF>({ { -1, -1 } })); // untouched on failure
 }
 
-void TestPXHostInput::brushStrokeCoversItsPath()
-{
-    const QPainterPath dot = PXPointList::brushStroke({ { 20, 20 } }, 5);
-    QVERIFY(dot.contains(QPointF(24, 20)));
-    QVERIFY(!dot.contains(QPointF(26, 20)));
-
-    const QPainterPath stroke = PXPointList::brushStroke({ { 10, 10 }, { 50, 10 }, { 50, 40 } }, 4);
-    for (const QPointF& p : { QPointF(10, 10), QPointF(30, 13), QPointF(50, 40), QPointF(53, 25), QPointF(7, 10) })
-        QVERIFY2(stroke.contains(p), qPrintable(PXPointList::format(p)));
-    QVERIFY(!stroke.contains(QPointF(30, 30)));
-
-    // A drag that never moved still paints a dot.
-    QVERIFY(PXPointList::brushStroke({ { 5, 5 }, { 5, 5 } }, 3).contains(QPointF(6, 6)));
-    QVERIFY(PXPointList::brushStroke({}, 3).isEmpty());
-}
-
 void TestPXHostInput::commandLines_data()
 {
     QTest::addColumn<QStringList>("arguments");
@@ -89,11 +66,7 @@ void TestPXHostInput::commandLines_data()
         "--paint", "bg", "3", "1,1 2,2", "--scribble", "fg", "1.5", "4,4", "--invert", "--mask-color",
         "#ff8000", "--smooth", "2", "--feather", "2.5", "--mask-in", "m.png", "--out", "o", "--json" }
                                << QString();
-    QTest::newRow("wire") << QStringList { "wire", "--seed", "1,1", "--to", "5,5", "--seed", "5,5", "--to", "9,1" }
-                          << QString();
-    QTest::newRow("help") << QStringList { "cut", "--lasso", "x", "--help" } << QString();
     QTest::newRow("nothing") << QStringList {} << "missing command: cut or wire";
-    QTest::newRow("unknown command") << QStringList { "paste" } << "unknown command 'paste' (expected cut or wire)";
     QTest::newRow("unknown option") << QStringList { "cut", "--lass", "1,1" } << "cut: unknown option '--lass'";
     QTest::newRow("two lassos") << QStringList { "cut", "--lasso", "1,1", "--lasso-file", "f" }
                                 << "give the lasso once, with --lasso or --lasso-file";
@@ -101,20 +74,11 @@ void TestPXHostInput::commandLines_data()
                                      << "--lasso: malformed point '2;2' (expected x,y)";
     QTest::newRow("paint side") << QStringList { "cut", "--paint", "in", "3", "1,1" }
                                 << "--paint: expected fg or bg, got 'in'";
-    QTest::newRow("paint radius") << QStringList { "cut", "--paint", "fg", "-3", "1,1" }
-                                  << "--paint: radius '-3' is not a positive number";
     QTest::newRow("colour") << QStringList { "cut", "--mask-color", "#12345" }
                             << "--mask-color: '#12345' is not a colour (expected #RRGGBB)";
-    QTest::newRow("smooth") << QStringList { "cut", "--smooth", "1.5" }
-                            << "--smooth: radius '1.5' is not a positive whole number";
     QTest::newRow("smooth above the bound") << QStringList { "cut", "--smooth", "11" }
                                             << "--smooth: radius 11 is above 10, where the blurred one-bit mask "
                                                "breaks down; for a soft edge use --feather 11";
-    QTest::newRow("empty out") << QStringList { "wire", "--out", "" } << "--out needs a folder name, got an empty one";
-    QTest::newRow("feather radius") << QStringList { "cut", "--feather", "0" }
-                                    << "--feather: radius '0' is not a positive number";
-    QTest::newRow("wire without pairs") << QStringList { "wire", "p.png" }
-                                        << "wire needs at least one --seed x,y --to x,y pair";
     QTest::newRow("seed without to") << QStringList { "wire", "--seed", "1,1", "--to", "2,2", "--seed", "3,3" }
                                      << "--seed 3,3 has no --to after it";
 }
@@ -138,8 +102,6 @@ void TestPXHostInput::photoScaling_data()
 
     QTest::newRow("landscape") << QSize(600, 400) << 300 << QSize(300, 200);
     QTest::newRow("portrait rounds") << QSize(301, 1000) << 500 << QSize(151, 500);
-    QTest::newRow("small enough") << QSize(600, 400) << 600 << QSize(600, 400);
-    QTest::newRow("no limit") << QSize(600, 400) << 0 << QSize(600, 400);
     QTest::newRow("thin line keeps a pixel") << QSize(1000, 1) << 100 << QSize(100, 1);
 }
 
@@ -153,33 +115,17 @@ void TestPXHostInput::photoScaling()
     image.setColorTable({ qRgb(10, 20, 30) });
     image.fill(0);
     const PXHostPhoto photo = PXHostPhoto::fromImage(image, QFileInfo(), maximalLength);
-    QCOMPARE(photo.photo().size(), size);
-    QCOMPARE(photo.photo().format(), QImage::Format_ARGB32);
     QCOMPARE(photo.working().size(), working);
     QCOMPARE(photo.working().format(), QImage::Format_ARGB32);
-    QCOMPARE(photo.isScaled(), size != working);
-    const QPointF corner(size.width(), size.height());
-    QCOMPARE(photo.toWorking(corner), QPointF(working.width(), working.height()));
+    QCOMPARE(photo.toWorking(QPointF(size.width(), size.height())), QPointF(working.width(), working.height()));
     QCOMPARE(photo.toPhoto(photo.toWorking(QPointF(7, 1))), QPointF(7, 1));
     QCOMPARE(photo.toPhotoSize(QImage(working, QImage::Format_ARGB32)).size(), size);
 }
 
-void TestPXHostInput::photosBeyondQtsLimit()
+void TestPXHostInput::hugePhotoIsRefused()
 {
     QTemporaryDir dir;
     QVERIFY(dir.isValid());
-    // 6000x5600 holds 134 MB as 32-bit pixels; a raw PPM writes quickly.
-    QFile large(dir.filePath(QStringLiteral("large.ppm")));
-    QVERIFY(large.open(QIODevice::WriteOnly));
-    large.write("P6\n6000 5600\n255\n");
-    large.write(QByteArray(6000 * 5600 * 3, char(90)));
-    large.close();
-    QString error;
-    const PXHostPhoto photo = PXHostPhoto::load(large.fileName(), 1200, &error);
-    QVERIFY2(!photo.isNull(), qPrintable(error));
-    QCOMPARE(photo.photo().size(), QSize(6000, 5600));
-    QCOMPARE(photo.working().size(), QSize(1200, 1120));
-
     // A PNG header claiming 100000x100000 pixels (40 GB) and no pixel data.
     QFile huge(dir.filePath(QStringLiteral("huge.png")));
     QVERIFY(huge.open(QIODevice::WriteOnly));
@@ -202,6 +148,7 @@ void TestPXHostInput::photosBeyondQtsLimit()
     chunk(header);
     chunk("IDAT");
     huge.close();
+    QString error;
     QVERIFY(PXHostPhoto::load(huge.fileName(), 1200, &error).isNull());
     QVERIFY2(error.contains(QStringLiteral("huge.png: 100000x100000 is too large")), qPrintable(error));
 }
@@ -216,7 +163,6 @@ void TestPXHostInput::selectionEdits_data()
     QTest::newRow("grow") << "grow" << 1 << QList<int> { 255, 255, 255, 255, 255, 0 };
     QTest::newRow("shrink") << "shrink" << 3 << QList<int> { 255, 0, 0, 0, 0, 0 };
     QTest::newRow("feather") << "feather" << 6 << QList<int> { 255, 234, 191, 149, 106, 64 };
-    QTest::newRow("unite") << "unite" << 0 << QList<int> { 255, 255, 255, 255, 255, 255 };
     QTest::newRow("subtract") << "subtract" << 0 << QList<int> { 255, 255, 0, 0, 0, 0 };
 }
 
@@ -226,38 +172,27 @@ void TestPXHostInput::selectionEdits()
     QFETCH(int, amount);
     QFETCH(QList<int>, row);
 
-    QImage selection(40, 9, QImage::Format_Grayscale8);
-    selection.fill(0);
-    for (int y = 0; y < 9; ++y)
-        std::fill_n(selection.scanLine(y), 20, uchar(255));
     // A second selection over columns 18 to 21.
+    QImage selection(40, 9, QImage::Format_Grayscale8);
     QImage other(selection.size(), QImage::Format_Grayscale8);
+    selection.fill(0);
     other.fill(0);
-    for (int y = 0; y < 9; ++y)
+    for (int y = 0; y < 9; ++y) {
+        std::fill_n(selection.scanLine(y), 20, uchar(255));
         std::fill_n(other.scanLine(y) + 18, 4, uchar(255));
+    }
 
-    QImage result;
-    if (edit == "grow")
-        result = PXSelectionMask::grown(selection, amount);
-    else if (edit == "shrink")
-        result = PXSelectionMask::shrunk(selection, amount);
-    else if (edit == "feather")
-        result = PXSelectionMask::feathered(selection, amount);
-    else if (edit == "unite")
-        result = PXSelectionMask::united(selection, other);
-    else
-        result = PXSelectionMask::subtracted(selection, other);
-    QList<int> middle;
-    for (int x = 16; x < 22; ++x)
-        middle.append(result.pixelColor(x, 4).red());
-    QCOMPARE(middle, row);
+    const QImage result = edit == "grow" ? PXSelectionMask::grown(selection, amount)
+        : edit == "shrink"              ? PXSelectionMask::shrunk(selection, amount)
+        : edit == "feather"             ? PXSelectionMask::feathered(selection, amount)
+                                        : PXSelectionMask::subtracted(selection, other);
+    QCOMPARE(QList<int>(result.constScanLine(4) + 16, result.constScanLine(4) + 22), row);
 
     // The library's mask and back: transparent over the object.
     const QImage mask = PXSelectionMask::toMask(result, Qt::red);
     QCOMPARE(mask.pixel(0, 0), qRgba(0, 0, 0, 0));
     QCOMPARE(mask.pixel(39, 8), qRgb(255, 0, 0));
     QCOMPARE(PXSelectionMask::fromMask(mask), result);
-    QCOMPARE(PXSelectionMask::fromSaved(result.convertToFormat(QImage::Format_RGB32)), result);
 }
 
 QTEST_GUILESS_MAIN(TestPXHostInput)

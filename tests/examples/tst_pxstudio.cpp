@@ -9,9 +9,7 @@
 #include <PXUndoController.h>
 
 #include <QAction>
-#include <QDir>
 #include <QFile>
-#include <QMimeData>
 #include <QPainter>
 #include <QProcess>
 #include <QProgressBar>
@@ -20,7 +18,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QUndoStack>
-#include <QUrl>
 
 #include <memory>
 
@@ -33,49 +30,47 @@ class TestPXStudio : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void cleanupTestCase();
+    void cleanupTestCase() { m_coffee.reset(); }
     void commandLine_data();
     void commandLine();
-    void fitsThePhotoUntilTheUserZooms();
     void lassoShowsTheCutOut();
-    void tintIsRememberedAndOutlined();
     void paintThenUndoAndRedo();
-    void clickIsOneUndoableEdit();
-    void hoverPreviewsWithoutChangingTheMask();
-    void colourAndInversion();
     void exportWritesTheCutOutAtPhotoSize();
     void lassosCombineAndEveryEditIsOneUndoStep();
     void scissorsOutlineBecomesTheLasso();
     void escapeCancelsTheCut();
-    void droppedFileOpens();
 
 private:
     void mouse(PXStudioWindow& window, QEvent::Type type, const QPointF& photoPoint, Qt::MouseButton button,
         Qt::MouseButtons buttons, Qt::KeyboardModifiers modifiers = Qt::NoModifier);
     void drag(PXStudioWindow& window, const QList<QPointF>& points, Qt::KeyboardModifiers modifiers = Qt::NoModifier);
-    void drawLasso(PXStudioWindow& window, const QList<QPointF>& points,
-        Qt::KeyboardModifiers modifiers = Qt::NoModifier);
+    void drawLasso(PXStudioWindow& window, const QList<QPointF>& points, Qt::KeyboardModifiers modifiers = {})
+    {
+        chooseTool(window, "tool.lasso");
+        drag(window, points, modifiers);
+    }
     static bool waitUntilIdle(PXStudioWindow& window);
-    QAction* action(PXStudioWindow& window, const char* name) const;
-    void chooseTool(PXStudioWindow& window, const char* name);
+    QAction* action(PXStudioWindow& window, const char* name) const
+    {
+        return window.findChild<QAction*>(QString::fromLatin1(name));
+    }
+    void chooseTool(PXStudioWindow& window, const char* name) { action(window, name)->trigger(); }
     std::unique_ptr<PXStudioWindow> smallWindow(const QString& photo = QString());
 
     QTemporaryDir m_dir;
     QString m_tiles;
     std::unique_ptr<PXStudioWindow> m_coffee;
     QImage m_coffeePhoto;
-    // A point of the cup that the cut took as object.
-    QPointF m_inside;
+    QPointF m_inside; // a point of the cup that the cut took as object
 };
 
 static QList<QPointF> shippedLasso()
 {
     QFile file(QStringLiteral(PX_PHOTOS_DIR "/coffee.lasso"));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
     QList<QPointF> points;
     QString error;
-    PXPointList::parse(QString::fromUtf8(file.readAll()), &points, &error);
+    if (file.open(QIODevice::ReadOnly))
+        PXPointList::parse(QString::fromUtf8(file.readAll()), &points, &error);
     return points;
 }
 
@@ -92,13 +87,6 @@ static QRgb blended(QRgb photo, QRgb maskPixel, const PXStudioView& view)
     const QColor tint = view.tintColour();
     auto mix = [a](int under, int over) { return qRound(under * (1 - a) + over * a); };
     return qRgb(mix(qRed(photo), tint.red()), mix(qGreen(photo), tint.green()), mix(qBlue(photo), tint.blue()));
-}
-
-// Pixels selected (half or more) in the view's mask.
-static int selectedPixels(const PXStudioWindow& window)
-{
-    const QImage mask = window.view()->mask();
-    return qRound(PXSelectionMask::selectedShare(PXSelectionMask::fromMask(mask)) * mask.width() * mask.height());
 }
 
 void TestPXStudio::initTestCase()
@@ -119,11 +107,6 @@ void TestPXStudio::initTestCase()
     m_coffee->view()->setZoom(1);
 }
 
-void TestPXStudio::cleanupTestCase()
-{
-    m_coffee.reset();
-}
-
 void TestPXStudio::mouse(PXStudioWindow& window, QEvent::Type type, const QPointF& photoPoint,
     Qt::MouseButton button, Qt::MouseButtons buttons, Qt::KeyboardModifiers modifiers)
 {
@@ -141,30 +124,12 @@ void TestPXStudio::drag(PXStudioWindow& window, const QList<QPointF>& points, Qt
     mouse(window, QEvent::MouseButtonRelease, points.last(), Qt::LeftButton, Qt::NoButton, modifiers);
 }
 
-void TestPXStudio::drawLasso(PXStudioWindow& window, const QList<QPointF>& points, Qt::KeyboardModifiers modifiers)
-{
-    chooseTool(window, "tool.lasso");
-    drag(window, points, modifiers);
-}
-
 bool TestPXStudio::waitUntilIdle(PXStudioWindow& window)
 {
     const bool idle = QTest::qWaitFor([&window] { return !window.isBusy(); }, 45000);
     // Results the controller emitted last are still queued.
     QCoreApplication::processEvents();
     return idle;
-}
-
-QAction* TestPXStudio::action(PXStudioWindow& window, const char* name) const
-{
-    return window.findChild<QAction*>(QString::fromLatin1(name));
-}
-
-void TestPXStudio::chooseTool(PXStudioWindow& window, const char* name)
-{
-    QAction* tool = action(window, name);
-    QVERIFY(tool);
-    tool->trigger();
 }
 
 std::unique_ptr<PXStudioWindow> TestPXStudio::smallWindow(const QString& photo)
@@ -206,72 +171,32 @@ void TestPXStudio::commandLine()
         QCOMPARE(QImage(m_dir.filePath(QStringLiteral("shot.png"))).size(), QSize(860, 580));
 }
 
-// Opened before the window has its size, the photo is fitted once it has
-// one, and again on each resize, until the user zooms.
-void TestPXStudio::fitsThePhotoUntilTheUserZooms()
-{
-    PXStudioWindow window;
-    QVERIFY(window.openPhoto(QStringLiteral(PX_PHOTOS_DIR "/coffee.png")));
-    window.resize(700, 500);
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
-    PXStudioView* view = window.view();
-    auto fitted = [view] {
-        const QRect shown = view->mapFromScene(QRectF(QPointF(0, 0), QSizeF(view->photoSize()))).boundingRect();
-        const QRect room = view->viewport()->rect();
-        return room.contains(shown)
-            && (view->zoom() == 1 || shown.width() >= room.width() - 12 || shown.height() >= room.height() - 12);
-    };
-    QTRY_VERIFY(fitted());
-    window.resize(520, 420);
-    QTRY_VERIFY(fitted());
-
-    QWidget* viewport = view->viewport();
-    QWheelEvent wheel(QPointF(50, 50), viewport->mapToGlobal(QPointF(50, 50)), QPoint(), QPoint(0, 240),
-        Qt::NoButton, Qt::ControlModifier, Qt::NoScrollPhase, false);
-    QCoreApplication::sendEvent(viewport, &wheel);
-    const qreal zoomed = view->zoom();
-    window.resize(900, 700);
-    QTest::qWait(50);
-    QCOMPARE(view->zoom(), zoomed);
-    QTest::keyClick(&window, Qt::Key_0, Qt::ControlModifier);
-    QTRY_VERIFY(fitted());
-    QCOMPARE(view->zoom(), 1.0); // a photo that fits is not blown up
-}
-
 void TestPXStudio::lassoShowsTheCutOut()
 {
     PXStudioWindow& window = *m_coffee;
     const QList<QPointF> lasso = shippedLasso();
     QVERIFY(lasso.size() >= 3);
     drawLasso(window, lasso);
-    QVERIFY(window.isBusy());
     QVERIFY(window.findChild<QProgressBar*>()->isVisible());
     QVERIFY(waitUntilIdle(window));
     QVERIFY(!window.findChild<QProgressBar*>()->isVisible());
 
     const QImage mask = window.view()->mask().convertToFormat(QImage::Format_ARGB32);
-    QCOMPARE(mask.size(), QSize(600, 400));
     QCOMPARE(qAlpha(mask.pixel(5, 395)), 255); // table, outside the lasso
-    for (const QPointF& candidate : { QPointF(188, 110), QPointF(290, 150), QPointF(395, 100), QPointF(250, 230) }) {
-        if (qAlpha(mask.pixel(candidate.toPoint())) == 0) {
-            m_inside = candidate;
-            break;
-        }
-    }
-    QVERIFY2(!m_inside.isNull(), "the cut holds none of the cup's sample points");
+    const QList<QPointF> cup { { 188, 110 }, { 290, 150 }, { 395, 100 }, { 250, 230 } };
+    const auto found = std::find_if(cup.begin(), cup.end(), [&mask](QPointF p) { return qAlpha(mask.pixel(p.toPoint())) == 0; });
+    QVERIFY2(found != cup.end(), "the cut holds none of the cup's sample points");
+    m_inside = *found;
 
     // The screen shows the photo where the mask is clear and the tinted
     // photo where it is not. Samples sit where photo and mask are even, so a
     // rounding of the view's offset cannot move them onto an edge or its outline.
     const QImage screen = window.view()->viewport()->grab().toImage().convertToFormat(QImage::Format_RGB32);
     auto even = [&mask, this](int x, int y) {
-        for (int dy = -2; dy <= 2; ++dy) {
-            for (int dx = -2; dx <= 2; ++dx) {
-                if (mask.pixel(x + dx, y + dy) != mask.pixel(x, y)
-                    || !near(m_coffeePhoto.pixel(x + dx, y + dy), m_coffeePhoto.pixel(x, y), 6))
-                    return false;
-            }
+        for (int d = 0; d < 25; ++d) {
+            const QPoint q(x + d % 5 - 2, y + d / 5 - 2);
+            if (mask.pixel(q) != mask.pixel(x, y) || !near(m_coffeePhoto.pixel(q), m_coffeePhoto.pixel(x, y), 6))
+                return false;
         }
         return true;
     };
@@ -283,44 +208,12 @@ void TestPXStudio::lassoShowsTheCutOut()
                 continue;
             const QRgb shown = screen.pixel(window.view()->mapFromScene(QPointF(x + 0.5, y + 0.5)));
             const QRgb expected = blended(m_coffeePhoto.pixel(x, y), mask.pixel(x, y), *window.view());
-            QVERIFY2(near(shown, expected, 8),
-                qPrintable(QStringLiteral("at %1,%2: %3 instead of %4").arg(x).arg(y).arg(shown, 0, 16).arg(expected, 0, 16)));
+            QVERIFY2(near(shown, expected, 8), qPrintable(QStringLiteral("at %1,%2").arg(x).arg(y)));
             (qAlpha(mask.pixel(x, y)) == 0 ? object : background) += 1;
         }
     }
     QVERIFY(object > 20);
     QVERIFY(background > 20);
-}
-
-void TestPXStudio::tintIsRememberedAndOutlined()
-{
-    PXStudioWindow& window = *m_coffee;
-    auto* opacity = window.findChild<QSpinBox*>(QStringLiteral("tintOpacity"));
-    QVERIFY(opacity);
-    QTest::keyClick(opacity, Qt::Key_A, Qt::ControlModifier);
-    QTest::keyClicks(opacity, QStringLiteral("35"));
-    // As a click on the photo would; the other windows took the focus.
-    window.activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(&window));
-    window.view()->setFocus();
-    QCOMPARE(window.view()->tintOpacity(), 0.35);
-    window.setMaskColour(QColor(20, 200, 250));
-    QCOMPARE(window.view()->tintColour(), QColor(20, 200, 250));
-    {
-        PXStudioWindow next;
-        QCOMPARE(next.view()->tintOpacity(), 0.35);
-        QCOMPARE(next.maskColour(), QColor(20, 200, 250));
-    }
-
-    // The outline: white on the object's edge, black just outside it.
-    const QImage mask = window.view()->mask();
-    const QImage outline = window.view()->outline();
-    QPoint p = m_inside.toPoint();
-    while (qAlpha(mask.pixel(p - QPoint(1, 0))) == 0)
-        p.rx() -= 1;
-    QCOMPARE(outline.pixel(p), qRgb(255, 255, 255));
-    QCOMPARE(outline.pixel(p - QPoint(1, 0)), qRgb(0, 0, 0));
-    QVERIFY(waitUntilIdle(window));
 }
 
 void TestPXStudio::paintThenUndoAndRedo()
@@ -337,72 +230,14 @@ void TestPXStudio::paintThenUndoAndRedo()
     drag(window, { m_inside - QPointF(10, 0), m_inside, m_inside + QPointF(10, 0) });
     QVERIFY(waitUntilIdle(window));
     QTRY_COMPARE(stack->count(), commands + 1);
-    const QImage after = window.view()->mask();
-    QCOMPARE(qAlpha(after.pixel(m_inside.toPoint())), 255);
-    // The status describes the selection now, not the cut before the paint.
-    const QString share = QString::number(
-        100 * PXSelectionMask::selectedShare(PXSelectionMask::fromMask(after)), 'f', 1);
-    QVERIFY2(window.statusText().startsWith(QStringLiteral("Selection: %1% of the photo, ").arg(share))
-            && window.statusText().contains(QStringLiteral(" Paint: ")),
-        qPrintable(window.statusText()));
-
+    QCOMPARE(qAlpha(window.view()->mask().pixel(m_inside.toPoint())), 255);
     QTest::keyClick(&window, Qt::Key_Z, Qt::ControlModifier);
     QTRY_COMPARE(window.view()->mask(), before);
-    QTRY_VERIFY(window.statusText().contains(QStringLiteral(" Undo: ")));
     QCOMPARE(window.segmentation()->maskForeground(), before);
     action(window, "redo")->trigger();
     QTRY_COMPARE(qAlpha(window.view()->mask().pixel(m_inside.toPoint())), 255);
     action(window, "undo")->trigger();
     QTRY_COMPARE(window.view()->mask(), before);
-}
-
-void TestPXStudio::clickIsOneUndoableEdit()
-{
-    PXStudioWindow& window = *m_coffee;
-    QUndoStack* stack = PXUndoController::instanceForFotoEditor()->undoStack();
-    const int commands = stack->index();
-    const QImage before = window.view()->mask();
-    chooseTool(window, "tool.click");
-    mouse(window, QEvent::MouseButtonPress, m_inside, Qt::LeftButton, Qt::LeftButton);
-    mouse(window, QEvent::MouseButtonRelease, m_inside, Qt::LeftButton, Qt::NoButton);
-    QVERIFY(waitUntilIdle(window));
-    QCOMPARE(stack->index(), commands + 1);
-    QCOMPARE(qAlpha(window.view()->mask().pixel(m_inside.toPoint())), 255);
-    action(window, "undo")->trigger();
-    QTRY_COMPARE(window.view()->mask(), before);
-}
-
-void TestPXStudio::hoverPreviewsWithoutChangingTheMask()
-{
-    PXStudioWindow& window = *m_coffee;
-    const QImage real = window.view()->mask();
-    QCOMPARE(qAlpha(real.pixel(m_inside.toPoint())), 0);
-    chooseTool(window, "tool.paint");
-    action(window, "target.background")->trigger();
-    mouse(window, QEvent::MouseMove, m_inside, Qt::NoButton, Qt::NoButton);
-    QTRY_COMPARE(qAlpha(window.view()->mask().pixel(m_inside.toPoint())), 255);
-    QCOMPARE(window.segmentation()->maskForeground(), real);
-
-    QEvent leave(QEvent::Leave);
-    QCoreApplication::sendEvent(window.view(), &leave);
-    QVERIFY(waitUntilIdle(window));
-    QTRY_COMPARE(window.view()->mask(), real);
-}
-
-void TestPXStudio::colourAndInversion()
-{
-    PXStudioWindow& window = *m_coffee;
-    const QPoint inside = m_inside.toPoint();
-    window.setMaskColour(QColor(200, 40, 160));
-    QTRY_COMPARE(window.view()->mask().pixel(5, 395), qRgb(200, 40, 160));
-    QCOMPARE(qAlpha(window.view()->mask().pixel(inside)), 0);
-
-    action(window, "invert")->trigger();
-    QTRY_COMPARE(qAlpha(window.view()->mask().pixel(5, 395)), 0);
-    QCOMPARE(window.view()->mask().pixel(inside), qRgb(200, 40, 160));
-    action(window, "invert")->trigger();
-    QTRY_COMPARE(qAlpha(window.view()->mask().pixel(inside)), 0);
-    QVERIFY(waitUntilIdle(window));
 }
 
 void TestPXStudio::exportWritesTheCutOutAtPhotoSize()
@@ -431,10 +266,8 @@ void TestPXStudio::scissorsOutlineBecomesTheLasso()
     }
     mouse(*window, QEvent::MouseButtonDblClick, seeds.last(), Qt::LeftButton, Qt::LeftButton);
     mouse(*window, QEvent::MouseButtonRelease, seeds.last(), Qt::LeftButton, Qt::NoButton);
-    QVERIFY(window->isBusy());
     QVERIFY(waitUntilIdle(*window));
     const QImage mask = window->view()->mask();
-    QVERIFY(!mask.isNull());
     QCOMPARE(qAlpha(mask.pixel(80, 60)), 0);
     QCOMPARE(qAlpha(mask.pixel(5, 5)), 255);
 }
@@ -459,38 +292,14 @@ void TestPXStudio::escapeCancelsTheCut()
     QCOMPARE(qAlpha(window->view()->mask().pixel(80, 60)), 0);
 }
 
-void TestPXStudio::droppedFileOpens()
-{
-    const auto window = smallWindow();
-    QVERIFY(window);
-    QWidget* viewport = window->view()->viewport();
-    QMimeData mime;
-    mime.setUrls({ QUrl::fromLocalFile(QStringLiteral(PX_PHOTOS_DIR "/astronaut.png")) });
-    const QPoint centre = viewport->rect().center();
-    QDragEnterEvent enter(centre, Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
-    QCoreApplication::sendEvent(viewport, &enter);
-    QVERIFY(enter.isAccepted());
-    QDropEvent drop(centre, Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
-    QCoreApplication::sendEvent(viewport, &drop);
-    QCOMPARE(window->photo().photo().size(), QSize(512, 512));
-    QCOMPARE(window->view()->photoSize(), QSize(512, 512));
-    QVERIFY(window->windowTitle().startsWith(QStringLiteral("astronaut.png")));
-}
-
-// Two tile blocks side by side: one lasso for each.
-static QImage twoBlocks()
-{
-    QImage image(320, 120, QImage::Format_RGB32);
-    QPainter painter(&image);
-    painter.drawImage(0, 0, tilesPhoto());
-    painter.drawImage(160, 0, tilesPhoto());
-    return image;
-}
-
 void TestPXStudio::lassosCombineAndEveryEditIsOneUndoStep()
 {
+    // Two tile blocks side by side: one lasso for each.
+    QImage two(320, 120, QImage::Format_RGB32);
+    QPainter(&two).drawImage(0, 0, tilesPhoto());
+    QPainter(&two).drawImage(160, 0, tilesPhoto());
     const QString photo = m_dir.filePath(QStringLiteral("two.png"));
-    QVERIFY(twoBlocks().save(photo));
+    QVERIFY(two.save(photo));
     const auto window = smallWindow(photo);
     QVERIFY(window);
     window->view()->setZoom(1);
@@ -518,16 +327,7 @@ void TestPXStudio::lassosCombineAndEveryEditIsOneUndoStep()
     QVERIFY(key(Qt::Key_Z, Qt::ControlModifier));
     QTRY_VERIFY(selected(80) && selected(240));
     QTest::keySequence(window.get(), QKeySequence::Redo);
-    QVERIFY(waitUntilIdle(*window));
     QTRY_VERIFY(!selected(80) && selected(240));
-
-    // Scribble works on the combined selection.
-    chooseTool(*window, "tool.scribble");
-    action(*window, "target.object")->trigger();
-    window->setBrushRadius(3);
-    drag(*window, { QPointF(75, 60), QPointF(85, 60) });
-    QVERIFY(waitUntilIdle(*window));
-    QTRY_VERIFY(selected(80) && selected(240));
 
     // Grow, shrink and feather by the amount, one step each.
     auto* amount = window->findChild<QSpinBox*>(QStringLiteral("amount"));
@@ -535,26 +335,16 @@ void TestPXStudio::lassosCombineAndEveryEditIsOneUndoStep()
     QTest::keyClicks(amount, QStringLiteral("3"));
     window->view()->setFocus();
     const int commands = stack->count();
-    const int pixels = selectedPixels(*window);
+    auto share = [&window] { return PXSelectionMask::selectedShare(PXSelectionMask::fromMask(window->view()->mask())); };
+    const qreal before = share();
     QVERIFY(key(Qt::Key_BracketRight, Qt::ControlModifier));
-    QVERIFY(selectedPixels(*window) > pixels);
+    QVERIFY(share() > before);
     QVERIFY(key(Qt::Key_BracketLeft, Qt::ControlModifier));
     QVERIFY(key(Qt::Key_F, Qt::ControlModifier | Qt::AltModifier));
     QCOMPARE(stack->count(), commands + 3);
     const QImage feathered = PXSelectionMask::fromMask(window->view()->mask());
     const uchar* row = feathered.constScanLine(60);
     QVERIFY(std::any_of(row, row + 320, [](uchar value) { return value > 20 && value < 235; }));
-
-    // The export keeps the soft edge; a saved selection loads back as one step.
-    const QString cutout = m_dir.filePath(QStringLiteral("soft.png"));
-    const QString saved = m_dir.filePath(QStringLiteral("selection.png"));
-    QVERIFY(window->exportCutOut(cutout));
-    QCOMPARE(PXSelectionMask::fromMask(QImage(cutout).convertToFormat(QImage::Format_ARGB32)).size(), QSize(320, 120));
-    QVERIFY(window->saveSelection(saved));
-    QVERIFY(key(Qt::Key_Z, Qt::ControlModifier));
-    QTRY_VERIFY(PXSelectionMask::fromMask(window->view()->mask()) != feathered);
-    QVERIFY(window->loadSelection(saved));
-    QCOMPARE(PXSelectionMask::fromMask(window->view()->mask()), feathered);
 
     // Every step undoes, back to before the first lasso.
     while (stack->canUndo())

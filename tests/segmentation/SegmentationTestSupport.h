@@ -10,6 +10,7 @@
 #include <QTest>
 #include <QThreadPool>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 
@@ -132,21 +133,15 @@ struct Host
 
     int nonNullMasks() const
     {
-        int count = 0;
-        for (const QList<QVariant>& arguments : masks)
-            count += arguments.first().value<QImage>().isNull() ? 0 : 1;
-        return count;
+        return int(std::count_if(masks.cbegin(), masks.cend(), [](const QList<QVariant>& arguments) {
+            return !arguments.first().value<QImage>().isNull();
+        }));
     }
 
-    QSet<int> object()
+    std::unique_ptr<PXMementoSegmentation> state()
     {
-        return std::unique_ptr<PXMementoSegmentation>(controller.createMemento(false))
-            ->foregroundClusters();
+        return std::unique_ptr<PXMementoSegmentation>(controller.createMemento(false));
     }
-
-    QSet<int> background()
-    {
-        return std::unique_ptr<PXMementoSegmentation>(controller.createMemento(false))
-            ->backgroundClusters();
-    }
+    QSet<int> object() { return state()->foregroundClusters(); }
+    QSet<int> background() { return state()->backgroundClusters(); }
 };

@@ -26,11 +26,9 @@ QImage photo()
     QPainter painter(&image);
     painter.fillRect(mySpeck, QColor(150, 40, 170));
     for (const QRect& object : {myLeftObject, myRightObject}) {
-        const int half = object.width() / 2;
-        painter.fillRect(object.x(), object.y(), half, half, QColor(220, 30, 30));
-        painter.fillRect(object.x() + half, object.y(), half, half, QColor(30, 200, 40));
-        painter.fillRect(object.x(), object.y() + half, half, half, QColor(40, 50, 210));
-        painter.fillRect(object.x() + half, object.y() + half, half, half, QColor(240, 220, 20));
+        const QList<QColor> quadrants{{220, 30, 30}, {30, 200, 40}, {40, 50, 210}, {240, 220, 20}};
+        for (int i = 0; i < 4; ++i)
+            painter.fillRect(object.x() + i % 2 * 24, object.y() + i / 2 * 24, 24, 24, quadrants.at(i));
     }
     return image;
 }
@@ -66,41 +64,26 @@ private Q_SLOTS:
     void lassoGivesTheObject();
     void secondLassoWhileTheFirstRunsGivesOneMask();
     void cancelDuringTheCutEmitsNoMask();
-    void forgottenWorkerIsIgnored();
-    void badInputIsHarmless_data();
-    void badInputIsHarmless();
-    void cutLoopWithoutWorkerEmitsTheMask();
-    void destructionWhileWorking_data();
-    void destructionWhileWorking();
+    void nullPhotoIsHarmless();
     void maskKeepsOneColourAndThePhotosSize();
 };
 
 void TestImageSegmentation::lassoGivesTheObject()
 {
     Host host;
-    QCOMPARE(host.controller.totalSteps(), 5);
     host.controller.setup(photo(), QFileInfo());
     host.forget();
 
     const QPainterPath lasso = lassoAround(myLeftObject.united(mySpeck));
     host.controller.startThreadWithInitialPath(lasso);
-    QVERIFY(!host.controller.isValid());
     QTRY_COMPARE(host.masks.count(), 2);
     host.settle();
-
-    QCOMPARE(host.masks.count(), 2);
-    QVERIFY(host.masks.first().first().value<QImage>().isNull());
     const QImage mask = host.lastMask();
     QCOMPARE(mask.format(), QImage::Format_ARGB32_Premultiplied);
-    QCOMPARE(mask.size(), QSize(200, 120));
-    QVERIFY(host.controller.isValid());
     QVERIFY(maskShowsObject(host, mask));
-    for (const QPoint& inside : {QPoint(36, 48), QPoint(60, 48), QPoint(36, 72), QPoint(60, 72)})
-        QCOMPARE(mask.pixel(inside), 0u);
+    QCOMPARE(mask.pixel(myLeftObject.center()), 0u);
     // The grey inside the lasso goes by the colour model.
-    for (const QPoint& outside : {QPoint(16, 60), QPoint(48, 28), QPoint(150, 60), QPoint(0, 0)})
-        QCOMPARE(mask.pixel(outside), myMaskColour);
-    QVERIFY(host.controller.containsPath(lasso));
+    QCOMPARE(mask.pixel(16, 60), myMaskColour);
 
     // The speck's colour is nowhere outside the lasso, so only the
     // neighbourhood vote (all its neighbours are background) can drop it.
@@ -138,7 +121,6 @@ void TestImageSegmentation::secondLassoWhileTheFirstRunsGivesOneMask()
     QCOMPARE(host.nonNullMasks(), 1);
     QCOMPARE(host.lastMask().pixel(myRightObject.center()), 0u);
     QCOMPARE(host.lastMask().pixel(myLeftObject.center()), myMaskColour);
-    QVERIFY(maskShowsObject(host, host.lastMask()));
     QCOMPARE(segLog(), (QStringList{"SEG:CancelThread", "SEG:StartingThread", "SEG:RunningThread"}));
 }
 
@@ -173,126 +155,19 @@ void TestImageSegmentation::cancelDuringTheCutEmitsNoMask()
     QCOMPARE(host.masks.count(), 2); // one null mask per reset()
     QCOMPARE(host.nonNullMasks(), 0);
     QCOMPARE(segLog(), QStringList{"SEG:CancelThread"});
-
-    // Progress that does not come from the current worker is ignored.
-    host.forget();
-    const int total = host.controller.totalSteps();
-    host.controller.setProgressFromWorker(3, 40);
-    QCOMPARE(host.controller.totalSteps(), total);
-    host.settle();
-    QCOMPARE(host.progress.count(), 0);
 }
 
-void TestImageSegmentation::forgottenWorkerIsIgnored()
+// Stress feeds odd lassos and photos; a null photo it never makes.
+void TestImageSegmentation::nullPhotoIsHarmless()
 {
     Host host;
-    host.controller.setup(photo(), QFileInfo());
+    host.controller.setup(QImage(), QFileInfo());
     host.controller.startThreadWithInitialPath(lassoAround(myLeftObject));
-    // With the controller thread idle the worker is forgotten, not stopped:
-    // it runs to its end, and its progress and finished() are ignored.
-    host.controller.cancel();
-    host.settle();
-    QTest::qWait(20);
-    host.settle();
-
-    // Two resets in setup(), one per lasso and one in cancel(); nothing else.
-    QCOMPARE(host.masks.count(), 4);
-    QCOMPARE(host.nonNullMasks(), 0);
-    QCOMPARE(host.progress.count(), 4);
-    QCOMPARE(host.progress.last().first().toInt(), 0);
-    QVERIFY(!host.controller.isValid());
-}
-
-void TestImageSegmentation::badInputIsHarmless_data()
-{
-    QTest::addColumn<QImage>("image");
-    QTest::addColumn<QPainterPath>("lasso");
-
-    QTest::newRow("empty lasso") << photo() << QPainterPath();
-    QPainterPath point;
-    point.moveTo(40, 40);
-    point.lineTo(40, 40);
-    QTest::newRow("a point") << photo() << point;
-    QPainterPath line;
-    line.moveTo(10, 50);
-    line.lineTo(150, 50);
-    QTest::newRow("a line") << photo() << line;
-    QTest::newRow("partly outside") << photo() << lassoAround(QRect(-40, -30, 90, 80));
-    QTest::newRow("wholly outside") << photo() << lassoAround(QRect(400, 300, 50, 50));
-    QPainterPath huge;
-    huge.addRect(-1e9, -1e9, 3e9, 3e9);
-    QTest::newRow("huge") << photo() << huge;
-    QPainterPath withNaN = lassoAround(myLeftObject);
-    withNaN.setElementPositionAt(1, qQNaN(), 50);
-    QTest::newRow("NaN") << photo() << withNaN;
-    QTest::newRow("null photo") << QImage() << lassoAround(myLeftObject);
-    QTest::newRow("indexed photo") << photo().convertToFormat(QImage::Format_Indexed8)
-                                   << lassoAround(myLeftObject);
-    QTest::newRow("24-bit photo") << photo().convertToFormat(QImage::Format_RGB888)
-                                  << lassoAround(myLeftObject);
-    QTest::newRow("1 x 1 photo") << photo().copy(0, 0, 1, 1) << lassoAround(myLeftObject);
-}
-
-void TestImageSegmentation::badInputIsHarmless()
-{
-    QFETCH(QImage, image);
-    QFETCH(QPainterPath, lasso);
-
-    Host host;
-    host.controller.setup(image, QFileInfo());
-    QTRY_COMPARE(host.progress.count(), 2);
-    QCOMPARE(host.progress.last(), (QVariantList{0, 5}));
-    QCOMPARE(host.nonNullMasks(), 0);
-
-    host.controller.startThreadWithInitialPath(lasso);
-    if (!image.isNull())
-        QTRY_COMPARE(host.nonNullMasks(), 1);
-    host.settle();
-    QCOMPARE(host.controller.isValid(), !image.isNull());
-    if (!image.isNull()) {
-        QCOMPARE(host.lastMask().size(), image.size());
-        QVERIFY(maskShowsObject(host, host.lastMask()));
-    }
-    // Refinement on whatever came out, or on nothing, stays harmless too.
     host.controller.startThreadWithPaintSelection(square(30, 30, 20), true, true);
     host.controller.startThreadWithClicker(QPointF(50, 50));
     host.settle();
-    QPainterPath withNaN = square(0, 0, 5);
-    withNaN.setElementPositionAt(2, 3, qQNaN());
-    host.controller.startThreadWithScribble(withNaN, false, false);
-    host.controller.startThreadWithScribble(square(0, 0, 5), false, false);
-    host.settle();
-    host.controller.startThreadWithPaintSelectionHover({1, 2, 99}, true);
-    host.settle();
-}
-
-void TestImageSegmentation::cutLoopWithoutWorkerEmitsTheMask()
-{
-    Host host;
-    host.craft(labelImage({"12"}, 4), {1});
-    const QImage crafted = host.controller.maskForeground();
-
-    // No worker: the loop has nothing to cut and emits the mask as it is.
-    host.controller.doInitialCut();
-    QVERIFY(host.masks.wait());
-    host.controller.startWithMode(PXImageSegmentation::InitialCut);
-    QVERIFY(host.masks.wait());
-    host.settle();
-    QCOMPARE(host.lastMask(), crafted);
-
-    // A photo set as it stands sizes the next cut.
-    QImage larger(12, 6, QImage::Format_RGB888);
-    larger.fill(Qt::blue);
-    host.controller.setImage(larger);
-    host.controller.cutObjectInitial();
-    QCOMPARE(host.controller.maskForeground().size(), QSize(12, 6));
-
-    host.controller.startWithMode(PXImageSegmentation::None);
-    host.settle();
-    host.controller.startWithMode(PXImageSegmentation::SegmentationMode(42));
-    host.settle();
-    QCOMPARE(host.masks.count(), 2);
-    QCOMPARE(segLog().count("SEG:RunningThread"), 3);
+    QVERIFY(!host.controller.isValid());
+    QCOMPARE(host.nonNullMasks(), 0);
 }
 
 // Requests that overtake one another never leave a mask of two colours or
@@ -346,45 +221,6 @@ void TestImageSegmentation::maskKeepsOneColourAndThePhotosSize()
     host.masks.clear();
     host.settle();
     QCOMPARE(host.masks.count(), 0);
-}
-
-void TestImageSegmentation::destructionWhileWorking_data()
-{
-    QTest::addColumn<int>("moment");
-
-    QTest::newRow("worker just started") << 0;
-    QTest::newRow("worker replaced") << 1;
-    QTest::newRow("during the cut") << 2;
-    QTest::newRow("while painting and clicking") << 3;
-}
-
-void TestImageSegmentation::destructionWhileWorking()
-{
-    QFETCH(int, moment);
-
-    QSemaphore cutting;
-    auto host = std::make_unique<Host>();
-    PXImageSegmentation* controller = &host->controller;
-    connect(controller, &PXImageSegmentation::segmentationProgress, controller,
-            [&cutting, controller](int, int) {
-                if (QThread::currentThread() == controller)
-                    cutting.release();
-            },
-            Qt::DirectConnection);
-    controller->setup(photo(), QFileInfo());
-    controller->startThreadWithInitialPath(lassoAround(myLeftObject));
-    if (moment == 1)
-        controller->startThreadWithInitialPath(lassoAround(myRightObject));
-    if (moment == 2)
-        QTRY_VERIFY(cutting.available() > 0);
-    if (moment == 3) {
-        QTRY_COMPARE(host->nonNullMasks(), 1);
-        controller->startThreadWithPaintSelection(square(30, 30, 40), false, true);
-        controller->startThreadWithClicker(QPointF(40, 40));
-    }
-    host.reset();
-    QThreadPool::globalInstance()->waitForDone();
-    QCoreApplication::processEvents();
 }
 
 QTEST_MAIN(TestImageSegmentation)

@@ -2,7 +2,6 @@
 // controller thread, what is emitted, and requests that meet a busy thread.
 
 #include "PXUndoCommandSegmentation.h"
-#include "PXUndoController.h"
 #include "SegmentationTestSupport.h"
 
 #include <QScopeGuard>
@@ -26,7 +25,6 @@ private Q_SLOTS:
     void requestReachesTheSelection_data();
     void requestReachesTheSelection();
     void strokesQueuedWhileBusyAreUnitedInOnePass();
-    void gestureIsUndoneAndRedoneAsOneCommand();
     void invertMaskWhileBusyFlipsOnlyTheFlag();
     void synchronousInversionEmitsNothing();
     void smoothMaskIsOneBitBlurred();
@@ -53,12 +51,6 @@ void TestSegmentationRefinement::requestReachesTheSelection_data()
     // The clicker runs on the pool and emits nothing.
     QTest::newRow("click") << "click" << QStringList() << QSet<int>{2, 3, 4} << QImage()
                            << maskOf(myLabels, {2, 3, 4});
-    QTest::newRow("translucent red is painted opaque") << "red" << started << myObject << QImage()
-                                                       << QImage();
-    QTest::newRow("only the alpha differs") << "alpha" << QStringList() << myObject << QImage()
-                                            << maskOf(myLabels, myObject);
-    QTest::newRow("invert") << "invert" << started << QSet<int>{5, 6} << maskOf(myLabels, {5, 6})
-                            << maskOf(myLabels, {5, 6});
 }
 
 void TestSegmentationRefinement::requestReachesTheSelection()
@@ -77,24 +69,13 @@ void TestSegmentationRefinement::requestReachesTheSelection()
         host.controller.startThreadWithScribble(square(1, 1, 1), false, false);
     else if (request == "hover")
         host.controller.startThreadWithPaintSelectionHover({5}, true);
-    else if (request == "click")
-        host.controller.startThreadWithClicker(QPointF(2, 2));
-    else if (request == "red")
-        host.controller.setMaskColor(QColor(255, 0, 0, 40));
-    else if (request == "alpha")
-        host.controller.setMaskColor(QColor(0, 0, 0, 10));
     else
-        host.controller.invertMask();
+        host.controller.startThreadWithClicker(QPointF(2, 2));
     host.settle();
 
     QCOMPARE(segLog(), log);
     QCOMPARE(host.object(), object);
     QCOMPARE(host.masks.count(), log.isEmpty() ? 0 : 1);
-    if (request == "red") {
-        QCOMPARE(host.lastMask().pixel(1, 9), qRgb(255, 0, 0));
-        QCOMPARE(host.lastMask().pixel(1, 1), 0u);
-        return;
-    }
     if (!emitted.isNull())
         QCOMPARE(host.lastMask(), emitted);
     QCOMPARE(host.controller.maskForeground(), mask);
@@ -122,46 +103,6 @@ void TestSegmentationRefinement::strokesQueuedWhileBusyAreUnitedInOnePass()
     QCOMPARE(host.lastMask(), maskOf(myLabels, {4}));
     QCOMPARE(segLog().count("SEG:CutIS"), 2);
     QCOMPARE(segLog().count("SEG:StartingThread"), 1);
-}
-
-void TestSegmentationRefinement::gestureIsUndoneAndRedoneAsOneCommand()
-{
-    Host host;
-    host.craft(myLabels, myObject);
-    QUndoStack* stack = host.controller.undoController()->undoStack();
-    stack->clear();
-    QSignalSpy pushed(host.controller.undoController(), &PXUndoController::commandPushed);
-
-    const QImage before = host.controller.maskForeground();
-    host.controller.startThreadWithPaintSelection(square(1, 1, 2), false, true);
-    QVERIFY(host.masks.wait());
-    host.controller.startThreadWithPaintSelection(square(5, 1, 2), false, true);
-    QVERIFY(host.masks.wait());
-    const QImage beforeFinalStroke = host.lastMask();
-    host.controller.startThreadWithPaintSelection(square(1, 5, 2), false, false);
-    QVERIFY(pushed.wait());
-    // A second final stroke has no gesture to close.
-    host.controller.startThreadWithPaintSelection(square(5, 5, 2), false, false);
-    QTRY_COMPARE(host.masks.count(), 4);
-    host.settle();
-
-    QCOMPARE(stack->count(), 1);
-    QCOMPARE(stack->text(0), QStringLiteral("UndoSegmentation"));
-    QCOMPARE(host.masks.count(), 4); // pushing repainted nothing
-    QCOMPARE(host.object(), QSet<int>());
-
-    stack->undo();
-    QTRY_COMPARE(host.masks.count(), 5);
-    QCOMPARE(host.lastMask(), before);
-    QCOMPARE(host.object(), myObject);
-    QCOMPARE(host.background(), (QSet<int>{5, 6}));
-
-    // The after state was taken before the final stroke was painted.
-    stack->redo();
-    QTRY_COMPARE(host.masks.count(), 6);
-    QCOMPARE(host.lastMask(), beforeFinalStroke);
-    QCOMPARE(host.object(), (QSet<int>{3, 4}));
-    stack->clear();
 }
 
 void TestSegmentationRefinement::invertMaskWhileBusyFlipsOnlyTheFlag()
@@ -206,9 +147,6 @@ void TestSegmentationRefinement::synchronousInversionEmitsNothing()
     QVERIFY(host.controller.maskForeground().isNull());
 
     host.craft(myLabels, myObject);
-    QVERIFY(!host.controller.maskIsInverted());
-    host.controller.setMaskIsInverted(false);
-    QCOMPARE(host.controller.maskForeground(), maskOf(myLabels, myObject));
     host.controller.setMaskIsInverted(true);
     QCOMPARE(host.controller.maskForeground(), maskOf(myLabels, {5, 6}));
     QCOMPARE(host.object(), (QSet<int>{5, 6}));
@@ -227,12 +165,10 @@ void TestSegmentationRefinement::smoothMaskIsOneBitBlurred()
 
     const QImage smooth = host.controller.createSmoothForegroundMask(3);
     QCOMPARE(smooth.format(), QImage::Format_Mono);
-    QCOMPARE(smooth.size(), QSize(32, 16));
-    for (const QPoint& background : {QPoint(16, 8), QPoint(24, 2), QPoint(31, 8)})
-        QCOMPARE(smooth.pixelIndex(background), 1);
+    QCOMPARE(smooth.pixelIndex(16, 8), 1);
+    QCOMPARE(smooth.pixelIndex(8, 8), 0);
     // The blur fades the background's corners at the photo's edge.
-    for (const QPoint& cleared : {QPoint(0, 0), QPoint(8, 8), QPoint(16, 0), QPoint(31, 15)})
-        QCOMPARE(smooth.pixelIndex(cleared), 0);
+    QCOMPARE(smooth.pixelIndex(31, 15), 0);
     // Pixmaps need the application's thread.
     QVERIFY(QtConcurrent::run([&host]() { return host.controller.createSmoothForegroundMask(3); })
                 .result()

@@ -89,21 +89,4 @@ private:
     QList<PXSuperPixel*> m_list;
 };
 
-// Sets an environment variable for a scope.
-class ScopedEnv
-{
-public:
-    ScopedEnv(const char* name, const QByteArray& value)
-        : m_name(name)
-        , m_old(qgetenv(name))
-    {
-        qputenv(name, value);
-    }
-    ~ScopedEnv() { m_old.isEmpty() ? qunsetenv(m_name) : qputenv(m_name, m_old); }
-
-private:
-    const char* m_name;
-    QByteArray m_old;
-};
-
 } // namespace SlicTest

@@ -1,4 +1,3 @@
-#include "PXCpuFeatures.h"
 #include "PXSlic.h"
 #include "SlicTestImages.h"
 
@@ -6,7 +5,6 @@
 #include <QTest>
 
 #include <cmath>
-#include <limits>
 
 using namespace SlicTest;
 
@@ -44,21 +42,6 @@ void verifyRecordsCountLabels(const PXSlic& slic)
     const QList<int> counts = countLabels(slic.superPixelAssignments(), slic.lassoBoundingRect(), records.size());
     for (int i = 1; i < records.size(); ++i)
         QCOMPARE(records[i].pixelCount(), counts[i]);
-}
-
-// Labels and records of a whole run, as one comparable value.
-QByteArray runFingerprint(PXImage* photo, const QPainterPath& lasso)
-{
-    PXSlic slic;
-    slic.setup(photo, lasso);
-    slic.run();
-    const QImage labels = slic.superPixelAssignments();
-    QByteArray bytes(reinterpret_cast<const char*>(labels.constBits()), labels.sizeInBytes());
-    for (const PXSuperPixel& r : slic.clusterInformations())
-        bytes += QByteArray::number(r.color().luminance()) + ',' + QByteArray::number(r.color().cb()) + ','
-            + QByteArray::number(r.color().cr()) + ',' + QByteArray::number(r.xCenter()) + ','
-            + QByteArray::number(r.yCenter()) + ',' + QByteArray::number(r.pixelCount()) + ';';
-    return bytes;
 }
 
 } // namespace
@@ -100,8 +83,6 @@ private slots:
         QCOMPARE(slic.lassoBoundingRect(), rect);
         QCOMPARE(slic.superPixelCount(), count);
         QCOMPARE(slic.gridStep(), gridStep);
-        slic.setupParameters(0); // ignored
-        QCOMPARE(slic.superPixelCount(), count);
     }
 
     void gradientMinimum_data()
@@ -115,7 +96,6 @@ private slots:
         QTest::newRow("next row's first pixel") << QList<QPoint>{{0, 5}, {0, 7}} << QPoint(5, 5) << QPoint(4, 5);
         QTest::newRow("pixel below is not seen")
             << QList<QPoint>{{4, 5}, {5, 5}, {6, 5}, {7, 4}, {7, 5}} << QPoint(5, 5) << QPoint(4, 4);
-        QTest::newRow("step to the right") << QList<QPoint>{{5, 4}} << QPoint(5, 5) << QPoint(4, 5);
         QTest::newRow("corner reads nothing past the image") << QList<QPoint>{} << QPoint(9, 9) << QPoint(8, 8);
     }
     void gradientMinimum()
@@ -132,21 +112,6 @@ private slots:
         slic.setup(&photo, rectLasso(QRectF(0, 0, 10, 10)));
         const auto* bits = reinterpret_cast<const PXYCbCrPixel*>(image.constBits());
         QCOMPARE(slic.findLocalGradientMinimum(position.x(), position.y(), bits), expected);
-    }
-
-    void roundsLeaveLastRowAndColumn()
-    {
-        PXImage photo = texturedPhoto(100, 100, 3);
-        PXSlic slic;
-        slic.setup(&photo, rectLasso(QRectF(0, 0, 100, 100)));
-        slic.initialize();
-        slic.adjustSuperPixels();
-
-        const QImage labels = slic.superPixelAssignments();
-        for (int y = 0; y < 100; ++y)
-            for (int x = 0; x < 100; ++x)
-                QCOMPARE(labelAt(labels, x, y) > 0, x < 99 && y < 99);
-        verifyRecordsCountLabels(slic);
     }
 
     void clippingMarksTheOutside()
@@ -177,37 +142,21 @@ private slots:
         verifyRecordsCountLabels(slic);
     }
 
-    void sameResultForAnyCoreCount_data()
+    // 1000 cores: fewer records than cores, one record per update item. The
+    // box ends before the photo's right edge, where stripes ending at the
+    // image width would let the core count show.
+    void moreCoresThanRecords()
     {
-        QTest::addColumn<QByteArray>("features");
-        QTest::newRow("scalar") << QByteArray("none");
-        QTest::newRow("sse") << QByteArray("sse");
-        QTest::newRow("avx") << QByteArray("avx");
-    }
-    // The box ends a few pixels before the photo's right edge, where stripes
-    // ending at the image width would let the core count show.
-    void sameResultForAnyCoreCount()
-    {
-        QFETCH(QByteArray, features);
-        if ((features == "sse" && !pxCpuHasFeature(CPU_FEATURE_SSE)) || (features == "avx" && !pxCpuHasFeature(CPU_FEATURE_AVX)))
-            QSKIP("the processor lacks this kernel's instruction set");
-
         PXImage photo = texturedPhoto(160, 120, 21);
-        const QPainterPath lasso = ellipseLasso(QRectF(6, 4, 148, 110));
-        const ScopedEnv cpu("PX_CPU_FEATURES", features);
-        QByteArray reference;
-        {
-            const ScopedEnv cores("PX_CORE_COUNT", "1");
-            reference = runFingerprint(&photo, lasso);
-        }
-        // 1000 cores: fewer records than cores, one record per update item.
-        for (const char* count : {"2", "5", "1000"}) {
-            const ScopedEnv cores("PX_CORE_COUNT", count);
-            QVERIFY2(runFingerprint(&photo, lasso) == reference, count);
-        }
-        // The lane orders shape the labels, so a vector kernel must differ from the scalar one.
-        const ScopedEnv scalar("PX_CPU_FEATURES", "none");
-        QCOMPARE(runFingerprint(&photo, lasso) == reference, features == "none");
+        auto labels = [&photo](const char* cores) {
+            qputenv("PX_CORE_COUNT", cores);
+            PXSlic slic;
+            slic.setup(&photo, ellipseLasso(QRectF(6, 4, 148, 110)));
+            slic.run();
+            qunsetenv("PX_CORE_COUNT");
+            return slic.superPixelAssignments();
+        };
+        QCOMPARE(labels("1000"), labels("1"));
     }
 
     void degenerateLassos_data()
@@ -216,14 +165,9 @@ private slots:
         QTest::addColumn<QPainterPath>("lasso");
         QTest::addColumn<int>("records"); // -1: any number
 
-        const qreal nan = std::numeric_limits<qreal>::quiet_NaN();
         QTest::newRow("null photo") << QSize() << rectLasso(QRectF(0, 0, 10, 10)) << 1;
-        QTest::newRow("empty lasso") << QSize(50, 40) << QPainterPath() << 1;
-        QTest::newRow("NaN box") << QSize(50, 40) << rectLasso(QRectF(nan, nan, 10, 10)) << 1;
-        QTest::newRow("outside the photo") << QSize(50, 40) << rectLasso(QRectF(200, 200, 50, 50)) << 1;
         QTest::newRow("partly outside") << QSize(50, 40) << ellipseLasso(QRectF(-20, -10, 60, 40)) << -1;
         QTest::newRow("1 pixel wide") << QSize(50, 40) << rectLasso(QRectF(10, 5, 1, 30)) << 1;
-        QTest::newRow("1 pixel high") << QSize(50, 40) << rectLasso(QRectF(5, 10, 40, 1)) << 1;
     }
     // Each terminates and emits its four steps; a lasso with no area leaves
     // labels 0 and the dummy record alone.
@@ -243,7 +187,6 @@ private slots:
         const QImage labels = slic.superPixelAssignments();
         const int count = slic.clusterInformations().size();
         QVERIFY(records < 0 ? count >= 1 : count == records);
-        QCOMPARE(labels.isNull(), photoSize.isEmpty());
         QCOMPARE(labels.size(), labels.isNull() ? QSize(0, 0) : photoSize);
         for (int y = 0; y < labels.height(); ++y)
             for (int x = 0; x < labels.width(); ++x)
