@@ -26,7 +26,6 @@ PXInitialSegmentationWorker::~PXInitialSegmentationWorker()
     // a run that has not begun is dropped, one under way is waited for.
     m_future.cancel();
     m_future.waitForFinished();
-    m_handOver.observe();
     m_edgeDetector.join();
     delete m_image;
 }
@@ -39,10 +38,7 @@ QFuture<void> PXInitialSegmentationWorker::startInitialSegmentation(const QPaint
         return m_future;
     m_started = true;
     m_path = lasso;
-    m_future = QtConcurrent::run(QThreadPool::globalInstance(), [this] {
-        run();
-        m_handOver.publish();
-    });
+    m_future = QtConcurrent::run(QThreadPool::globalInstance(), [this] { run(); });
     return m_future;
 }
 
