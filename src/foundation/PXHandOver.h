@@ -3,14 +3,15 @@
 #include <atomic>
 
 /**
- * Makes the order between a thread and whoever waits for it explicit where
- * the library relies on Qt to provide it.
+ * Makes the order between two threads explicit where the library relies on
+ * Qt to provide it.
  *
- * QThread::wait() does order the thread's work before its return, but once
- * the thread has ended it decides so under a lock inside Qt that
- * ThreadSanitizer cannot see when Qt itself is not built with it. The thread
- * calls publish() after its work, the waiter observe() before touching it;
- * outside such a build this costs one atomic operation each.
+ * QThread::wait(), QFuture::waitForFinished() and QtConcurrent's blocking
+ * maps do order the work they wait for before their return, but through
+ * locks inside Qt that ThreadSanitizer cannot see when Qt itself is not
+ * built with it. The thread that hands work over calls publish() after it,
+ * the one that takes it over calls observe() before touching it; outside
+ * such a build this costs one atomic operation each.
  */
 class PXHandOver
 {

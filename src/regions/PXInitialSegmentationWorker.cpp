@@ -26,6 +26,7 @@ PXInitialSegmentationWorker::~PXInitialSegmentationWorker()
     // a run that has not begun is dropped, one under way is waited for.
     m_future.cancel();
     m_future.waitForFinished();
+    m_handOver.observe();
     m_edgeDetector.join();
     delete m_image;
 }
@@ -38,7 +39,12 @@ QFuture<void> PXInitialSegmentationWorker::startInitialSegmentation(const QPaint
         return m_future;
     m_started = true;
     m_path = lasso;
-    m_future = QtConcurrent::run(QThreadPool::globalInstance(), [this] { run(); });
+    m_handOver.publish();
+    m_future = QtConcurrent::run(QThreadPool::globalInstance(), [this] {
+        m_handOver.observe();
+        run();
+        m_handOver.publish();
+    });
     return m_future;
 }
 
