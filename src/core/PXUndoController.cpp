@@ -45,10 +45,13 @@ void PXUndoController::push(PXUndoCommand* command)
         pushHere(command);
         return;
     }
-    // The holder deletes the command if the queued call is dropped.
+    // The holder deletes the command if the queued call is dropped. Only the
+    // call owns it: Qt releases the call inside libQt6Core, where a copy left
+    // here would look unordered to ThreadSanitizer with the receiver's use.
     auto holder = std::make_shared<std::unique_ptr<PXUndoCommand>>(command);
     QMetaObject::invokeMethod(
-        this, [this, holder]() { pushHere(holder->release()); }, Qt::QueuedConnection);
+        this, [this, holder = std::move(holder)]() { pushHere(holder->release()); },
+        Qt::QueuedConnection);
 }
 
 void PXUndoController::pushHere(PXUndoCommand* command)

@@ -53,8 +53,14 @@ PXEdgeDetectorSobelColor::PXEdgeDetectorSobelColor()
 PXEdgeDetectorSobelColor::~PXEdgeDetectorSobelColor()
 {
     // QThread must not be destroyed while it runs; the image may be ours.
-    wait();
+    join();
     releaseOwnedImage();
+}
+
+void PXEdgeDetectorSobelColor::join()
+{
+    wait();
+    m_handOver.observe();
 }
 
 void PXEdgeDetectorSobelColor::releaseOwnedImage()
@@ -107,8 +113,10 @@ void PXEdgeDetectorSobelColor::run()
         m_mean = 0.0;
         m_sobel = QImage();
     }
-    if (!m_image || m_image->size().isEmpty())
+    if (!m_image || m_image->size().isEmpty()) {
+        m_handOver.publish();
         return;
+    }
 
     const QImage source = m_image->imageYCbCr();
     // Filled, so the pixels the pass never writes read as strength 0.
@@ -122,8 +130,11 @@ void PXEdgeDetectorSobelColor::run()
 
     calculateMedianAndMean(histogram, detectMeanBorder(source));
 
-    QMutexLocker locker(&m_resultMutex);
-    m_sobel = sobel;
+    {
+        QMutexLocker locker(&m_resultMutex);
+        m_sobel = sobel;
+    }
+    m_handOver.publish();
 }
 
 int PXEdgeDetectorSobelColor::colorDifference(const PXRgbPixel& first, const PXRgbPixel& second)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "PXEdgeDetectorSobelSlice.h"
+#include "PXHandOver.h"
 #include "PXRgbPixel.h"
 #include "pximagecutter_export.h"
 
@@ -45,6 +46,9 @@ public:
     /** Makes and owns a working image of @p image. Ignored while running. */
     void setup(const QImage& image, const QFileInfo& file);
 
+    /** wait() that also takes over the run's work (see PXHandOver). */
+    void join();
+
     /** The last computed Sobel image; null before the first run ends. */
     QImage sobel() const;
     double mean() const;
@@ -84,4 +88,5 @@ private:
     PXImage* m_ownedImage = nullptr;
     // Readers on other threads may ask while run() replaces the results.
     mutable QMutex m_resultMutex;
+    PXHandOver m_handOver;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "PXHandOver.h"
 #include "pximagecutter_export.h"
 
 #include <QtConcurrent/QtConcurrentMap>
@@ -23,6 +24,9 @@
  * A pool thread that waits for its nested pass gives its place in the pool
  * back for the time being: otherwise passes started from every pool thread at
  * once would wait for slices that no thread is left to run.
+ *
+ * Each slice observes the caller's inputs and publishes its output through a
+ * PXHandOver, so the order QtConcurrent provides is visible to ThreadSanitizer.
  */
 class PXIMAGECUTTER_EXPORT PXConcurrent
 {
@@ -44,7 +48,14 @@ public:
             return;
         }
         const PoolWait wait;
-        QtConcurrent::blockingMap(sequence, function);
+        PXHandOver handOver;
+        handOver.publish();
+        QtConcurrent::blockingMap(sequence, [&](typename Sequence::value_type& element) {
+            handOver.observe();
+            function(element);
+            handOver.publish();
+        });
+        handOver.observe();
     }
 
     /** The list of @p function(element), in the order of @p sequence. */
@@ -61,9 +72,24 @@ public:
             return result;
         }
         const PoolWait wait;
-        return QtConcurrent::blockingMappedReduced<Result>(
-            sequence, function, [](Result& result, const Item& item) { result.append(item); },
+        PXHandOver handOver;
+        handOver.publish();
+        Result result = QtConcurrent::blockingMappedReduced<Result>(
+            sequence,
+            [&](const typename Sequence::value_type& element) {
+                handOver.observe();
+                Item item = function(element);
+                handOver.publish();
+                return item;
+            },
+            [&](Result& reduced, const Item& item) {
+                handOver.observe();
+                reduced.append(item);
+                handOver.publish();
+            },
             QtConcurrent::OrderedReduce);
+        handOver.observe();
+        return result;
     }
 
 private:

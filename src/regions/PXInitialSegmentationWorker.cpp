@@ -26,7 +26,8 @@ PXInitialSegmentationWorker::~PXInitialSegmentationWorker()
     // a run that has not begun is dropped, one under way is waited for.
     m_future.cancel();
     m_future.waitForFinished();
-    m_edgeDetector.wait();
+    m_handOver.observe();
+    m_edgeDetector.join();
     delete m_image;
 }
 
@@ -38,7 +39,12 @@ QFuture<void> PXInitialSegmentationWorker::startInitialSegmentation(const QPaint
         return m_future;
     m_started = true;
     m_path = lasso;
-    m_future = QtConcurrent::run(QThreadPool::globalInstance(), [this] { run(); });
+    m_handOver.publish();
+    m_future = QtConcurrent::run(QThreadPool::globalInstance(), [this] {
+        m_handOver.observe();
+        run();
+        m_handOver.publish();
+    });
     return m_future;
 }
 
@@ -156,7 +162,7 @@ void PXInitialSegmentationWorker::runSlic()
 
 void PXInitialSegmentationWorker::runRegionGrowing()
 {
-    m_edgeDetector.wait();
+    m_edgeDetector.join();
     m_regionGrowing.setup(m_image, m_path, m_edgeDetector.sobel(), m_edgeDetector.mean());
     m_regionGrowing.setClusterData(m_superpixels, m_labels);
     m_regionGrowing.run();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "PXEdgeDetectorSobelColor.h"
+#include "PXHandOver.h"
 #include "PXRegionGrowing.h"
 #include "PXSlic.h"
 #include "PXSuperPixel.h"
@@ -117,6 +118,7 @@ private:
     int m_totalSteps = 1;
     int m_currentStep = 0;
     PXEdgeDetectorSobelColor m_edgeDetector;
+    PXHandOver m_handOver;
     PXSlic m_slic;
     PXRegionGrowing m_regionGrowing;
     QImage m_labels;

@@ -206,7 +206,7 @@ void PXIntelligentScissorsWeightCalculator::calculateRegion(unsigned int x, unsi
         }
     }
     if (enqueued)
-        m_work.wakeAll();
+        m_work.notify_all();
 }
 
 bool PXIntelligentScissorsWeightCalculator::get(unsigned int x, unsigned int y, unsigned char* cost)
@@ -237,7 +237,7 @@ bool PXIntelligentScissorsWeightCalculator::get(unsigned int x, unsigned int y, 
         // A queued block that no thread will compute never arrives.
         if (state == Queued && !isExecuting())
             return false;
-        m_blockDone.wait(&m_stateMutex);
+        m_blockDone.wait(m_stateMutex);
     }
     const unsigned char* block = m_weights[index].load(std::memory_order_relaxed);
     *cost = block && filled ? block[offset] : 255;
@@ -276,7 +276,7 @@ void PXIntelligentScissorsWeightCalculator::stop()
     }
     PXIntelligentScissorsWorker::stop(false);
     if (QThread::currentThread() != this)
-        wait();
+        join();
     m_image = nullptr;
 
     QMutexLocker stateLocker(&m_stateMutex);
@@ -303,7 +303,7 @@ void PXIntelligentScissorsWeightCalculator::discardBlocks()
             BlockPool::returnBlock(block, 0, m_written[i]);
         m_written[i] = 0;
     }
-    m_blockDone.wakeAll();
+    m_blockDone.notify_all();
 }
 
 void PXIntelligentScissorsWeightCalculator::recycleRetired()
@@ -333,7 +333,7 @@ void PXIntelligentScissorsWeightCalculator::endReading()
 void PXIntelligentScissorsWeightCalculator::interruptWait()
 {
     QMutexLocker locker(&m_queueMutex);
-    m_work.wakeAll();
+    m_work.notify_all();
 }
 
 void PXIntelligentScissorsWeightCalculator::runningThread()
@@ -360,14 +360,14 @@ void PXIntelligentScissorsWeightCalculator::runningThread()
             // The queue is checked again so that blocks queued since the
             // dequeue above are not slept through.
             if (isExecuting() && m_queue.isEmpty())
-                m_work.wait(&m_queueMutex);
+                m_work.wait(m_queueMutex);
         }
         if (!isExecuting())
             break;
     }
     // Readers waiting for a queued block must learn that it will not come.
     QMutexLocker locker(&m_stateMutex);
-    m_blockDone.wakeAll();
+    m_blockDone.notify_all();
 }
 
 void PXIntelligentScissorsWeightCalculator::calculateBlock(unsigned int bx, unsigned int by, unsigned int index)
@@ -390,5 +390,5 @@ void PXIntelligentScissorsWeightCalculator::calculateBlock(unsigned int bx, unsi
     m_weights[index].store(result.data, std::memory_order_relaxed);
     m_written[index] = result.written;
     m_blockState[index].store(Calculated, std::memory_order_release);
-    m_blockDone.wakeAll();
+    m_blockDone.notify_all();
 }

@@ -9,10 +9,10 @@
 #include <QMutex>
 #include <QPair>
 #include <QPoint>
-#include <QWaitCondition>
 
 #include <atomic>
 #include <climits>
+#include <condition_variable>
 
 namespace PXScissors {
 
@@ -252,8 +252,11 @@ private:
     PXPointPriorityQueue m_queue;
     mutable QMutex m_queueMutex;
     mutable QMutex m_stateMutex;
-    QWaitCondition m_work;
-    QWaitCondition m_blockDone;
+    // These unlock and relock the QMutex through its inline lock() and
+    // unlock(), which ThreadSanitizer follows; QWaitCondition does it inside
+    // Qt, so the detector would think the sleeper still held the lock.
+    std::condition_variable_any m_work;
+    std::condition_variable_any m_blockDone;
 
     // Bytes written of each block's buffer, so a recycled one is re-zeroed only there.
     unsigned long* m_written;

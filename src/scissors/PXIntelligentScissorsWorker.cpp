@@ -31,7 +31,7 @@ void PXIntelligentScissorsWorker::startThread()
     if (QThread::currentThread() == this)
         return;
     // A body told to stop without waiting may still be finishing.
-    wait();
+    join();
     {
         QMutexLocker locker(&m_mutex);
         m_running.store(true, std::memory_order_release);
@@ -55,7 +55,13 @@ void PXIntelligentScissorsWorker::stop(bool wait)
         interruptWait();
     }
     if (wait && QThread::currentThread() != this)
-        QThread::wait();
+        join();
+}
+
+void PXIntelligentScissorsWorker::join()
+{
+    QThread::wait();
+    m_handOver.observe();
 }
 
 void PXIntelligentScissorsWorker::stoppingThread()
@@ -72,6 +78,7 @@ void PXIntelligentScissorsWorker::run()
     runningThread();
     if (isExecuting())
         clearRunning();
+    m_handOver.publish();
 }
 
 void PXIntelligentScissorsWorker::setTotalProgress(int total)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "PXHandOver.h"
 #include "pximagecutter_export.h"
 
 #include <QMutex>
@@ -43,6 +44,8 @@ public:
     virtual void stop();
     /** Clears the running flag and, if @p wait, waits for the body to return. */
     void stop(bool wait);
+    /** QThread::wait() that also takes over the body's work (see PXHandOver). */
+    void join();
     /** Same as stop(true). */
     void stoppingThread();
 
@@ -81,4 +84,5 @@ private:
     int m_stepCounter = 0;
     int m_stepSize = 1;
     std::atomic<int> m_total {100};
+    PXHandOver m_handOver;
 };

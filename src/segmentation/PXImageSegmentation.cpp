@@ -44,6 +44,7 @@ PXImageSegmentation::~PXImageSegmentation()
             PXPlatformIndependent::instance()->sleep(100);
         }
     }
+    d->runs.observe();
     for (QFuture<void>& click : d->clicks)
         click.waitForFinished();
     d->deleteWorkers();
@@ -54,8 +55,10 @@ void PXImageSegmentation::setup(const QImage& image, const QFileInfo& fileInfo)
     cancel();
     // The interrupted job ends at its next check; waiting for it keeps a mask
     // of the old photo from being emitted after the new one is set up.
-    if (QThread::currentThread() != this)
+    if (QThread::currentThread() != this) {
         wait();
+        d->runs.observe();
+    }
     d->maskIsInverted = false;
     const QImage photo = PXSelectionModel::workingImage(image);
     d->withModel([&](PXSelectionModel& model) { model.setPhoto(photo, fileInfo); });
@@ -109,6 +112,7 @@ void PXImageSegmentation::run()
         updateMask();
         Q_EMIT sendNewMask(maskForeground());
     }
+    d->runs.publish();
 }
 
 void PXImageSegmentation::cancel()

@@ -28,8 +28,10 @@ void PXImageSegmentationPrivate::request(int newMode)
     // A loop that is leaving takes no more requests and touches nothing after
     // it said so; wait for it and start anew. Any other running job keeps the
     // thread and the request waits.
-    if (loopIsLeaving && q->isRunning() && QThread::currentThread() != q)
+    if (loopIsLeaving && q->isRunning() && QThread::currentThread() != q) {
         q->wait();
+        runs.observe();
+    }
     if (q->isRunning())
         return;
     loopIsLeaving = false;

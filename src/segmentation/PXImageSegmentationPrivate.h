@@ -2,6 +2,7 @@
 
 // Internal header: not installed.
 
+#include "PXHandOver.h"
 #include "PXSelectionModel.h"
 
 #include <QFuture>
@@ -126,4 +127,6 @@ public:
     std::atomic<int> refinedCutChoice {-1};
     // Whether the current lasso gets the refined cut; fixed when it arrives.
     std::atomic<bool> refining {false};
+    // What run() did, for whoever waits for the thread (see PXHandOver).
+    PXHandOver runs;
 };

@@ -2,9 +2,11 @@
 #include "WorkerTestPhoto.h"
 
 #include <QFileInfo>
+#include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QtTest>
 
+#include <cmath>
 #include <limits>
 
 namespace {
@@ -22,6 +24,25 @@ QPainterPath testLasso()
     return WorkerTestPhoto::lasso(PhotoWidth, PhotoHeight, 0.6);
 }
 
+// A hand-drawn lasso of many small random steps round an ellipse: it crosses
+// itself all along, which the path clipper handles in quadratic time or worse.
+QPainterPath jitteryLasso(int points, QPointF centre, QSizeF radii)
+{
+    QRandomGenerator random(7);
+    double drift = 0;
+    QPolygonF polygon;
+    for (int i = 0; i < points; ++i) {
+        drift = qBound(-15.0, drift + random.bounded(3.0) - 1.5, 15.0);
+        const double angle = 2 * M_PI * i / points;
+        polygon << centre + QPointF((radii.width() + drift) * std::cos(angle), (radii.height() + drift) * std::sin(angle))
+                + QPointF(random.bounded(4.0) - 2, random.bounded(4.0) - 2);
+    }
+    QPainterPath path;
+    path.addPolygon(polygon);
+    path.closeSubpath();
+    return path;
+}
+
 } // namespace
 
 class TestInitialSegmentationWorker : public QObject
@@ -31,6 +52,7 @@ class TestInitialSegmentationWorker : public QObject
 private Q_SLOTS:
     void progressProtocol();
     void stopEndsAtThePhaseBoundary();
+    void jitteryLassoGrowsQuickly();
     void badInput_data();
     void badInput();
 };
@@ -55,6 +77,20 @@ void TestInitialSegmentationWorker::progressProtocol()
     QCoreApplication::processEvents();
     QCOMPARE(reset.count(), 1);
     QCOMPARE(finished.count(), 1);
+}
+
+// Such a lasso once kept the growing step busy for minutes; it now grows on a
+// raster and still holds what the hand enclosed.
+void TestInitialSegmentationWorker::jitteryLassoGrowsQuickly()
+{
+    const QRect photo(0, 0, 1200, 800);
+    const QPainterPath lasso = jitteryLasso(20000, QPointF(600, 400), QSizeF(380, 250));
+    const QPainterPath grown = PXInitialSegmentationWorker(QImage(), QFileInfo()).growPainterPath(lasso, photo, 10);
+    QVERIFY(QRectF(photo).contains(grown.boundingRect()));
+    for (int i = 0; i < lasso.elementCount(); i += 997)
+        QVERIFY(grown.contains(QPointF(lasso.elementAt(i))));
+    QVERIFY(grown.contains(QPointF(600, 400)));
+    QVERIFY(!grown.contains(QPointF(600, 115)));
 }
 
 // A stop lands at the next phase boundary: from the run's first signal

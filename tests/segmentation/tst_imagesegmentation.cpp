@@ -7,6 +7,8 @@
 #include <QScopeGuard>
 #include <QSemaphore>
 
+#include <atomic>
+
 namespace {
 
 const QRect myLeftObject(24, 36, 48, 48);
@@ -176,7 +178,8 @@ void TestImageSegmentation::maskKeepsOneColourAndThePhotosSize()
 {
     const QImage labels = labelImage({"12", "34", "56"}, 4);
     QSemaphore entered;
-    bool held = false;
+    // Set in the controller thread, read in ours after a QSemaphore TSan cannot see.
+    std::atomic<bool> held {false};
     Host host;
     host.craft(labels, {1, 2, 3, 4});
 
@@ -202,7 +205,7 @@ void TestImageSegmentation::maskKeepsOneColourAndThePhotosSize()
     // mask of the old size, and the old photo's mementos no longer apply.
     connection = connect(&host.controller, &PXImageSegmentation::sendNewMask, &host.controller,
         [&](const QImage&) {
-            if (!std::exchange(held, true)) {
+            if (!held.exchange(true)) {
                 entered.release();
                 QThread::msleep(100);
             }
