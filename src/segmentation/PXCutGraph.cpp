@@ -57,6 +57,8 @@ void PXCutGraph::addEdge(int first, int second, double weight)
     m_graph->edges.push_back({first, second, weight});
 }
 
+// Kept in one piece: the flow's property maps live in this one scope, from
+// filling the arcs to reading the cut.
 double PXCutGraph::solve()
 {
     const int count = int(m_objectCost.size());

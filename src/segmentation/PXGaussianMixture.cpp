@@ -86,6 +86,8 @@ double principalAxis(const double covariance[9], double axis[3])
 
 } // namespace
 
+// Kept in one piece: every split reads and updates the same running sums and
+// cluster indices.
 void PXGaussianMixture::learn(const QList<quint32>& colours)
 {
     m_components.clear();

@@ -174,6 +174,7 @@ struct Blocks {
     std::vector<Link> links;
 };
 
+// Kept in one piece: nodes and their links come out of one scan of the area.
 Blocks makeBlocks(const Area& area)
 {
     Blocks blocks;
