@@ -322,17 +322,10 @@ void PXSlic::adjustSuperPixelSlice(const PXSlicSlice& slice)
     if (stripe.isEmpty())
         return;
     const float gridStep = float(slice.gridStep);
-    for (int top = stripe.yStart(); top < stripe.yEnd(); top += PXSlicStripe::BandRows) {
-        const int bottom = stripe.startBand(top);
-        for (int k = 1; k < slice.superPixels.size(); ++k) {
-            const PXSuperPixel& record = *slice.superPixels.at(k);
-            int xLo, xHi, yLo, yHi;
-            if (!stripe.window(record, slice.gridStep, xLo, xHi, yLo, yHi))
-                continue;
-            for (int y = std::max(yLo, top); y < std::min(yHi, bottom); ++y)
-                stripe.assignRange(record, quint32(k), xLo, xHi, y, gridStep);
-        }
-    }
+    stripe.forEachWindowInBands(slice, [&](const PXSuperPixel& record, int k, int xLo, int xHi, int yLo, int yHi) {
+        for (int y = yLo; y < yHi; ++y)
+            stripe.assignRange(record, quint32(k), xLo, xHi, y, gridStep);
+    });
 }
 
 void PXSlic::updateSuperPixelInformations()

@@ -56,6 +56,30 @@ public:
         return xLo < xHi && yLo < yHi;
     }
 
+    /**
+     * Calls @p visit(record, label, xLo, xHi, yLo, yHi) for every superpixel
+     * of @p slice whose window meets a band, band by band, its rows clipped
+     * to the band: each pixel still meets the superpixels in label order,
+     * while the band's rows stay in the cache.
+     */
+    template <typename Visit>
+    void forEachWindowInBands(const PXSlicSlice& slice, Visit visit)
+    {
+        for (int top = m_yStart; top < m_yEnd; top += BandRows) {
+            const int bottom = startBand(top);
+            for (int k = 1; k < slice.superPixels.size(); ++k) {
+                const PXSuperPixel& record = *slice.superPixels.at(k);
+                int xLo, xHi, yLo, yHi;
+                if (!window(record, slice.gridStep, xLo, xHi, yLo, yHi))
+                    continue;
+                yLo = std::max(yLo, top);
+                yHi = std::min(yHi, bottom);
+                if (yLo < yHi)
+                    visit(record, k, xLo, xHi, yLo, yHi);
+            }
+        }
+    }
+
     /** Row @p y of the image, indexed by column. */
     const PXYCbCrPixel* pixelRow(int y) const { return m_pixels + qint64(y) * m_imageWidth; }
     /** Row @p y of the labels, indexed by column. */

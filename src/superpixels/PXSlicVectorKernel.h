@@ -59,74 +59,63 @@ void assignVector(const PXSlicSlice& slice)
     const float* spatialByOffset = spatialTable<Lanes>(stripe, S, rowWidth);
     const Floats colourScale = Lanes::broadcast(900.0f);
 
-    for (int top = stripe.yStart(); top < stripe.yEnd(); top += PXSlicStripe::BandRows) {
-        const int bottom = stripe.startBand(top);
-        for (int k = 1; k < slice.superPixels.size(); ++k) {
-            const PXSuperPixel& record = *slice.superPixels.at(k);
-            int xLo, xHi, yLo, yHi;
-            if (!stripe.window(record, slice.gridStep, xLo, xHi, yLo, yHi))
-                continue;
-            yLo = std::max(yLo, top);
-            yHi = std::min(yHi, bottom);
-            if (yLo >= yHi)
-                continue;
-            // Head and tail columns stay inside the window, also when it holds no whole block.
-            const int bodyStart = std::min((xLo + B - 1) / B * B, xHi);
-            const int bodyEnd = std::max(xHi / B * B, bodyStart);
+    stripe.forEachWindowInBands(slice, [&](const PXSuperPixel& record, int k, int xLo, int xHi, int yLo, int yHi) {
+        // Head and tail columns stay inside the window, also when it holds no whole block.
+        const int bodyStart = std::min((xLo + B - 1) / B * B, xHi);
+        const int bodyEnd = std::max(xHi / B * B, bodyStart);
 
-            const typename Lanes::Record centre(record, k);
-            // Lane i of the block at x0 measures column x0 + B - 1 - i, offset
-            // xCenter - x0 - (B - 1) + i; the window keeps every offset within S.
-            const int firstColumn = record.xCenter() - (B - 1) + S;
-            for (int y = yLo; y < yHi; ++y) {
-                const float* spatialRow
-                    = spatialByOffset + std::size_t(record.yCenter() - y + S) * std::size_t(rowWidth);
-                const PXYCbCrPixel* pixels = stripe.pixelRow(y);
-                quint32* labels = stripe.labelRow(y);
-                float* distances = stripe.distanceRow(y);
-                // The scalar step of PXSlicStripe::assignRange() for the columns
-                // outside whole blocks; the table holds the very spatial term
-                // PXSuperPixel::distance() computes, and a pixel it alone
-                // keeps from winning is passed over.
-                const auto assignColumns = [&](int from, int to) {
-                    for (int x = from; x < to; ++x) {
-                        const float spatial = spatialRow[record.xCenter() - x + S];
-                        if (!(distances[x - stripe.xStart()] > spatial))
-                            continue;
-                        const float d = spatial + float(record.colorDistanceQuadrat(pixels[x])) / 900.0f;
-                        if (distances[x - stripe.xStart()] > d) {
-                            distances[x - stripe.xStart()] = d;
-                            labels[x] = quint32(k);
-                        }
-                    }
-                };
-                assignColumns(xLo, bodyStart);
-                for (int x0 = bodyStart; x0 < bodyEnd; x0 += B) {
-                    // The colour term is never negative, so a block whose
-                    // spatial terms alone reach the best distances so far
-                    // would change nothing.
-                    const Floats spatial = Lanes::loadFloats(spatialRow + (firstColumn - x0));
-                    if (!Lanes::anyLess(spatial, Lanes::loadFloats(distances + (x0 - stripe.xStart()))))
+        const typename Lanes::Record centre(record, k);
+        // Lane i of the block at x0 measures column x0 + B - 1 - i, offset
+        // xCenter - x0 - (B - 1) + i; the window keeps every offset within S.
+        const int firstColumn = record.xCenter() - (B - 1) + S;
+        for (int y = yLo; y < yHi; ++y) {
+            const float* spatialRow
+                = spatialByOffset + std::size_t(record.yCenter() - y + S) * std::size_t(rowWidth);
+            const PXYCbCrPixel* pixels = stripe.pixelRow(y);
+            quint32* labels = stripe.labelRow(y);
+            float* distances = stripe.distanceRow(y);
+            // The scalar step of PXSlicStripe::assignRange() for the columns
+            // outside whole blocks; the table holds the very spatial term
+            // PXSuperPixel::distance() computes, and a pixel it alone
+            // keeps from winning is passed over.
+            const auto assignColumns = [&](int from, int to) {
+                for (int x = from; x < to; ++x) {
+                    const float spatial = spatialRow[record.xCenter() - x + S];
+                    if (!(distances[x - stripe.xStart()] > spatial))
                         continue;
-                    const typename Lanes::Ints block = Lanes::load(pixels + x0);
-
-                    const Floats dY = Lanes::sub(centre.luminance, Lanes::luminanceOf(block));
-                    const Floats dCb = Lanes::sub(centre.cb, Lanes::cbOf(block));
-                    const Floats dCr = Lanes::sub(centre.cr, Lanes::crOf(block));
-                    const Floats colour = Lanes::div(
-                        Lanes::add(Lanes::add(Lanes::mul(dY, dY), Lanes::mul(dCb, dCb)), Lanes::mul(dCr, dCr)),
-                        colourScale);
-
-                    // Lanes write distinct slots, so one masked store equals the
-                    // lane-by-lane strict comparison.
-                    Lanes::keepCloser(
-                        Lanes::add(colour, spatial), distances + (x0 - stripe.xStart()), labels + x0, centre.label);
+                    const float d = spatial + float(record.colorDistanceQuadrat(pixels[x])) / 900.0f;
+                    if (distances[x - stripe.xStart()] > d) {
+                        distances[x - stripe.xStart()] = d;
+                        labels[x] = quint32(k);
+                    }
                 }
+            };
+            assignColumns(xLo, bodyStart);
+            for (int x0 = bodyStart; x0 < bodyEnd; x0 += B) {
+                // The colour term is never negative, so a block whose
+                // spatial terms alone reach the best distances so far
+                // would change nothing.
+                const Floats spatial = Lanes::loadFloats(spatialRow + (firstColumn - x0));
+                if (!Lanes::anyLess(spatial, Lanes::loadFloats(distances + (x0 - stripe.xStart()))))
+                    continue;
+                const typename Lanes::Ints block = Lanes::load(pixels + x0);
 
-                assignColumns(bodyEnd, xHi);
+                const Floats dY = Lanes::sub(centre.luminance, Lanes::luminanceOf(block));
+                const Floats dCb = Lanes::sub(centre.cb, Lanes::cbOf(block));
+                const Floats dCr = Lanes::sub(centre.cr, Lanes::crOf(block));
+                const Floats colour = Lanes::div(
+                    Lanes::add(Lanes::add(Lanes::mul(dY, dY), Lanes::mul(dCb, dCb)), Lanes::mul(dCr, dCr)),
+                    colourScale);
+
+                // Lanes write distinct slots, so one masked store equals the
+                // lane-by-lane strict comparison.
+                Lanes::keepCloser(
+                    Lanes::add(colour, spatial), distances + (x0 - stripe.xStart()), labels + x0, centre.label);
             }
+
+            assignColumns(bodyEnd, xHi);
         }
-    }
+    });
 }
 
 } // namespace
