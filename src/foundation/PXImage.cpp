@@ -5,12 +5,6 @@
 
 #include <QMutexLocker>
 
-#include <cstdlib>
-
-#ifdef Q_OS_LINUX
-#include <sys/mman.h>
-#endif
-
 namespace {
 
 // Whether @p format stores 4-byte pixels in the layout PXRgbPixel reads.
@@ -29,28 +23,6 @@ QImage asSupportedImage(const QImage& image)
 
 // Rows below this count are converted in the calling thread.
 constexpr int ParallelRowThreshold = 201;
-
-// A new image of big-photo size costs more in page faults than in
-// arithmetic; backing it with huge pages where the system offers them cuts
-// the faults by a factor of 512. Smaller images take Qt's own allocation.
-QImage allocateImage(const QSize& size, QImage::Format format)
-{
-#ifdef Q_OS_LINUX
-    constexpr size_t HugePage = 2u << 20;
-    const qsizetype bytesPerLine = qsizetype(size.width()) * 4;
-    const size_t bytes = size_t(bytesPerLine) * size_t(size.height());
-    if (bytes >= 4 * HugePage) {
-        const size_t rounded = (bytes + HugePage - 1) / HugePage * HugePage;
-        void* memory = nullptr;
-        if (posix_memalign(&memory, HugePage, rounded) == 0) {
-            madvise(memory, rounded, MADV_HUGEPAGE);
-            return QImage(static_cast<uchar*>(memory), size.width(), size.height(), bytesPerLine,
-                format, [](void* data) { std::free(data); }, memory);
-        }
-    }
-#endif
-    return QImage(size, format);
-}
 
 } // namespace
 
@@ -104,7 +76,9 @@ void PXImage::buildingColorspaces()
         m_imageYCbCr = QImage();
         return;
     }
-    QImage ycbcr = allocateImage(m_imageRGB.size(), m_imageRGB.format());
+    // Plain pages: asking for huge ones made the first touch compact memory
+    // synchronously, and single conversions took up to three times a copy.
+    QImage ycbcr(m_imageRGB.size(), m_imageRGB.format());
     const QImage rgb = m_imageRGB;
     const PXIntRange rows = PXIntRange::rowsOfImage(rgb);
     if (rows.countElements() < ParallelRowThreshold) {
