@@ -8,6 +8,7 @@
 #include "PXSobelRowKernels.h"
 
 #include <QMutexLocker>
+#include <QScopeGuard>
 
 #include <algorithm>
 #include <cmath>
@@ -107,16 +108,16 @@ double PXEdgeDetectorSobelColor::average() const
 
 void PXEdgeDetectorSobelColor::run()
 {
+    // Whoever join()s takes over the results, on every way out.
+    const auto handOn = qScopeGuard([this] { m_handOver.publish(); });
     {
         QMutexLocker locker(&m_resultMutex);
         m_average = 0.0;
         m_mean = 0.0;
         m_sobel = QImage();
     }
-    if (!m_image || m_image->size().isEmpty()) {
-        m_handOver.publish();
+    if (!m_image || m_image->size().isEmpty())
         return;
-    }
 
     const QImage source = m_image->imageYCbCr();
     // Filled, so the pixels the pass never writes read as strength 0.
@@ -130,11 +131,8 @@ void PXEdgeDetectorSobelColor::run()
 
     calculateMedianAndMean(histogram, detectMeanBorder(source));
 
-    {
-        QMutexLocker locker(&m_resultMutex);
-        m_sobel = sobel;
-    }
-    m_handOver.publish();
+    QMutexLocker locker(&m_resultMutex);
+    m_sobel = sobel;
 }
 
 int PXEdgeDetectorSobelColor::colorDifference(const PXRgbPixel& first, const PXRgbPixel& second)

@@ -51,9 +51,8 @@ public:
         PXHandOver handOver;
         handOver.publish();
         QtConcurrent::blockingMap(sequence, [&](typename Sequence::value_type& element) {
-            handOver.observe();
+            const PXHandOver::Turn turn(handOver);
             function(element);
-            handOver.publish();
         });
         handOver.observe();
     }
@@ -76,16 +75,13 @@ public:
         handOver.publish();
         Result result = QtConcurrent::blockingMappedReduced<Result>(
             sequence,
-            [&](const typename Sequence::value_type& element) {
-                handOver.observe();
-                Item item = function(element);
-                handOver.publish();
-                return item;
+            [&](const typename Sequence::value_type& element) -> Item {
+                const PXHandOver::Turn turn(handOver);
+                return function(element);
             },
             [&](Result& reduced, const Item& item) {
-                handOver.observe();
+                const PXHandOver::Turn turn(handOver);
                 reduced.append(item);
-                handOver.publish();
             },
             QtConcurrent::OrderedReduce);
         handOver.observe();

@@ -19,6 +19,23 @@ public:
     void publish() { m_count.fetch_add(1, std::memory_order_release); }
     void observe() const { static_cast<void>(m_count.load(std::memory_order_acquire)); }
 
+    /** One stretch of work: observe() when it starts, publish() when it ends. */
+    class Turn
+    {
+    public:
+        explicit Turn(PXHandOver& handOver)
+            : m_handOver(handOver)
+        {
+            handOver.observe();
+        }
+        ~Turn() { m_handOver.publish(); }
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+
+    private:
+        PXHandOver& m_handOver;
+    };
+
 private:
     std::atomic<unsigned int> m_count {0};
 };

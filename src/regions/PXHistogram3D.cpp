@@ -2,6 +2,16 @@
 
 #include "PXYCbCrPixel.h"
 
+namespace {
+
+// Four bits of each channel: luminance in the low, cr in the high ones.
+unsigned int binIndex(unsigned int luminance, unsigned int cb, unsigned int cr)
+{
+    return (luminance >> 4) + (cb & ~15u) + ((cr & ~15u) << 4);
+}
+
+} // namespace
+
 PXHistogram3D::PXHistogram3D(const QImage& ycbcrImage, const QImage& mask, bool useMarkedPixels)
     : m_bins(binsChannel1 * binsChannel2 * binsChannel3, 0)
     , m_image(ycbcrImage)
@@ -29,9 +39,9 @@ void PXHistogram3D::buildHistogram()
             const bool marked = mask[x] >= 0x01000000u;
             if (marked != useMarked)
                 continue;
-            // createIndex() on the pixel's bytes, kept in registers.
+            // On the pixel's bytes, kept in registers, not through a PXYCbCr.
             const PXYCbCrPixel pixel = pixels[x];
-            ++bins[(pixel.luminance >> 4) + (pixel.cb & ~15u) + ((pixel.cr & ~15u) << 4)];
+            ++bins[binIndex(pixel.luminance, pixel.cb, pixel.cr)];
             ++size;
         }
     }
@@ -40,7 +50,7 @@ void PXHistogram3D::buildHistogram()
 
 int PXHistogram3D::createIndex(const PXYCbCr& colour) const
 {
-    return int((colour.luminance() >> 4) + (colour.cb() & ~15u) + ((colour.cr() & ~15u) << 4));
+    return int(binIndex(colour.luminance(), colour.cb(), colour.cr()));
 }
 
 int PXHistogram3D::value(const PXYCbCr& colour) const

@@ -41,9 +41,8 @@ QFuture<void> PXInitialSegmentationWorker::startInitialSegmentation(const QPaint
     m_path = lasso;
     m_handOver.publish();
     m_future = QtConcurrent::run(QThreadPool::globalInstance(), [this] {
-        m_handOver.observe();
+        const PXHandOver::Turn turn(m_handOver);
         run();
-        m_handOver.publish();
     });
     return m_future;
 }
