@@ -4,7 +4,42 @@
 #include <QThread>
 #include <QThreadPool>
 
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+
 int PXConcurrent::maxRunningThreads = 3 * QThread::idealThreadCount();
+
+namespace {
+
+// What the caller and its helpers share. A helper may start after the pass
+// has ended; it then claims no slice and never touches the caller's kernel,
+// which lives only as long as the pass.
+struct Pass {
+    const std::function<void(qsizetype)>* slice = nullptr;
+    qsizetype count = 0;
+    // Claimed by fetch_add; released by the caller once the fields above are set.
+    std::atomic<qsizetype> next {0};
+    std::mutex mutex;
+    std::condition_variable allDone;
+    qsizetype done = 0;
+
+    void work()
+    {
+        for (;;) {
+            const qsizetype index = next.fetch_add(1, std::memory_order_acq_rel);
+            if (index >= count)
+                return;
+            (*slice)(index);
+            const std::lock_guard<std::mutex> lock(mutex);
+            if (++done == count)
+                allDone.notify_all();
+        }
+    }
+};
+
+} // namespace
 
 bool PXConcurrent::runsSequentially()
 {
@@ -14,15 +49,26 @@ bool PXConcurrent::runsSequentially()
     return QThreadPool::globalInstance()->activeThreadCount() >= maxRunningThreads;
 }
 
-PXConcurrent::PoolWait::PoolWait()
-    : m_released(QThreadPool::globalInstance()->contains(QThread::currentThread()))
+void PXConcurrent::runSlices(qsizetype count, const std::function<void(qsizetype)>& slice)
 {
-    if (m_released)
-        QThreadPool::globalInstance()->releaseThread();
-}
-
-PXConcurrent::PoolWait::~PoolWait()
-{
-    if (m_released)
-        QThreadPool::globalInstance()->reserveThread();
+    if (count <= 0)
+        return;
+    if (count == 1 || runsSequentially()) {
+        for (qsizetype index = 0; index < count; ++index)
+            slice(index);
+        return;
+    }
+    auto pass = std::make_shared<Pass>();
+    pass->slice = &slice;
+    pass->count = count;
+    pass->next.store(0, std::memory_order_release);
+    // One helper per further core; a busy pool starts fewer, never queues them.
+    const qsizetype helpers = std::min<qsizetype>(count - 1, QThread::idealThreadCount() - 1);
+    for (qsizetype h = 0; h < helpers; ++h) {
+        if (!QThreadPool::globalInstance()->tryStart([pass] { pass->work(); }))
+            break;
+    }
+    pass->work();
+    std::unique_lock<std::mutex> lock(pass->mutex);
+    pass->allDone.wait(lock, [&] { return pass->done == count; });
 }

@@ -1,11 +1,14 @@
 #pragma once
 
-#include "PXHandOver.h"
 #include "pximagecutter_export.h"
 
-#include <QtConcurrent/QtConcurrentMap>
+#include <QtGlobal>
 
+#include <functional>
+#include <optional>
 #include <type_traits>
+#include <utility>
+#include <vector>
 
 /**
  * The one place where the library schedules data-parallel work.
@@ -15,18 +18,13 @@
  * output) and maps a plain kernel over them with blockingMap() or
  * blockingMapped(). Both return when every slice is done.
  *
- * The application's main thread always maps on QThreadPool::globalInstance().
- * Any other thread does so too unless the pool already runs at least
- * maxRunningThreads tasks; then the slices run in order in the calling thread,
- * so that nested passes (started from a pool task or a segmentation thread)
- * never queue behind their own parents. Both ways give the same results.
- *
- * A pool thread that waits for its nested pass gives its place in the pool
- * back for the time being: otherwise passes started from every pool thread at
- * once would wait for slices that no thread is left to run.
- *
- * Each slice observes the caller's inputs and publishes its output through a
- * PXHandOver, so the order QtConcurrent provides is visible to ThreadSanitizer.
+ * The calling thread runs slices itself and free threads of
+ * QThreadPool::globalInstance() join in as soon as they start: a pass never
+ * waits for a pool thread to wake before its work begins, and passes nested
+ * in pool tasks finish however busy the pool is. The application's main
+ * thread always takes help from the pool; any other thread does too unless
+ * the pool already runs at least maxRunningThreads tasks, and then runs the
+ * slices in order alone. Every way gives the same results.
  */
 class PXIMAGECUTTER_EXPORT PXConcurrent
 {
@@ -41,64 +39,31 @@ public:
     template <typename Sequence, typename Function>
     static void blockingMap(Sequence& sequence, Function function)
     {
-        if (runsSequentially()) {
-            // In place, like the pool path, so both give the same results.
-            for (auto& element : sequence)
-                function(element);
-            return;
-        }
-        const PoolWait wait;
-        PXHandOver handOver;
-        handOver.publish();
-        QtConcurrent::blockingMap(sequence, [&](typename Sequence::value_type& element) {
-            const PXHandOver::Turn turn(handOver);
-            function(element);
-        });
-        handOver.observe();
+        // Detached here, once, so slices on other threads never copy the list.
+        const auto first = sequence.begin();
+        runSlices(qsizetype(sequence.size()), [&](qsizetype index) { std::invoke(function, first[index]); });
     }
 
     /** The list of @p function(element), in the order of @p sequence. */
     template <typename Result, typename Sequence, typename Function>
-    static Result blockingMapped(Sequence sequence, Function function)
+    static Result blockingMapped(const Sequence& sequence, Function function)
     {
-        using Item = std::decay_t<
-            std::invoke_result_t<Function, const typename Sequence::value_type&>>;
-        if (runsSequentially()) {
-            Result result;
-            result.reserve(sequence.size());
-            for (const auto& element : std::as_const(sequence))
-                result.append(function(element));
-            return result;
-        }
-        const PoolWait wait;
-        PXHandOver handOver;
-        handOver.publish();
-        Result result = QtConcurrent::blockingMappedReduced<Result>(
-            sequence,
-            [&](const typename Sequence::value_type& element) -> Item {
-                const PXHandOver::Turn turn(handOver);
-                return function(element);
-            },
-            [&](Result& reduced, const Item& item) {
-                const PXHandOver::Turn turn(handOver);
-                reduced.append(item);
-            },
-            QtConcurrent::OrderedReduce);
-        handOver.observe();
+        using Item = std::decay_t<std::invoke_result_t<Function, const typename Sequence::value_type&>>;
+        const auto first = sequence.cbegin();
+        std::vector<std::optional<Item>> items(std::size_t(sequence.size()));
+        runSlices(qsizetype(sequence.size()),
+            [&](qsizetype index) { items[std::size_t(index)].emplace(std::invoke(function, first[index])); });
+        Result result;
+        result.reserve(sequence.size());
+        for (std::optional<Item>& item : items)
+            result.append(std::move(*item));
         return result;
     }
 
 private:
     PXConcurrent() = delete;
 
-    // While alive, a global pool thread's place counts as free (see above).
-    class PXIMAGECUTTER_EXPORT PoolWait
-    {
-    public:
-        PoolWait();
-        ~PoolWait();
-
-    private:
-        bool m_released;
-    };
+    // Calls slice(0) .. slice(count - 1) once each, here and on free pool
+    // threads; returns when all have returned.
+    static void runSlices(qsizetype count, const std::function<void(qsizetype)>& slice);
 };
