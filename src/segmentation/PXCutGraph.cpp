@@ -4,13 +4,16 @@
 #include <boost/graph/compressed_sparse_row_graph.hpp>
 #include <boost/property_map/property_map.hpp>
 
+#include <cstdint>
 #include <vector>
 
 namespace {
 
 // Built in one go from edges sorted by source: a vector per vertex grown edge
-// by edge cost more than the flow itself.
-using BoostGraph = boost::compressed_sparse_row_graph<boost::directedS>;
+// by edge cost more than the flow itself. 32-bit indices halve the arrays the
+// flow walks; a cut never has 2^32 arcs (its nodes are an image's pixels).
+using BoostGraph = boost::compressed_sparse_row_graph<boost::directedS, boost::no_property, boost::no_property,
+    boost::no_property, std::uint32_t, std::uint32_t>;
 using Vertex = boost::graph_traits<BoostGraph>::vertex_descriptor;
 using BoostEdge = boost::graph_traits<BoostGraph>::edge_descriptor;
 
@@ -93,8 +96,8 @@ double PXCutGraph::solve()
         sorted[back] = {Vertex(to), Vertex(from)};
         capacity[there] = forward;
         capacity[back] = backward;
-        reverse[there] = BoostEdge(Vertex(to), back);
-        reverse[back] = BoostEdge(Vertex(from), there);
+        reverse[there] = BoostEdge(Vertex(to), std::uint32_t(back));
+        reverse[back] = BoostEdge(Vertex(from), std::uint32_t(there));
     };
     const auto linkAll = [&]() {
         for (int node = 0; node < count; ++node) {

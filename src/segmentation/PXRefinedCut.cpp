@@ -391,40 +391,70 @@ void cutBand(Area& area, const DataCosts& costs)
     }
     const double beta = sum > 0.0 ? 0.5 * double(pairs) / sum : 0.0;
 
-    PXCutGraph graph;
-    graph.addNodes(count);
+    // The weights take an exp per pixel pair: computed by row slices in
+    // parallel, then added to the graph in pixel order.
+    struct NodeWeights {
+        double object;
+        double background;
+        double forward[4]; // towards the neighbours of the first four directions that are nodes
+    };
+    std::vector<NodeWeights> weights(count);
     constexpr int dx[8] = {1, -1, 0, 1, -1, 0, 1, -1};
     constexpr int dy[8] = {0, 1, 1, 1, 0, -1, -1, -1};
     const double diagonal = 1.0 / std::sqrt(2.0);
+    QList<std::pair<int, int>> slices;
+    for (int first = 0; first < area.height; first += mySliceRows)
+        slices.append({first, std::min(first + mySliceRows, area.height)});
+    PXConcurrent::blockingMap(slices, [&](const std::pair<int, int>& rows) {
+        for (int y = rows.first; y < rows.second; ++y) {
+            for (int x = 0; x < w; ++x) {
+                const qsizetype i = qsizetype(y) * w + x;
+                const int n = node[i];
+                if (n < 0)
+                    continue;
+                NodeWeights& out = weights[n];
+                const int bin = area.bin[i];
+                out.object = costs.object[bin];
+                out.background = costs.background[bin];
+                for (int k = 0; k < 8; ++k) {
+                    if (k < 4)
+                        out.forward[k] = 0.0;
+                    const int nx = x + dx[k];
+                    const int ny = y + dy[k];
+                    if (nx < 0 || ny < 0 || nx >= w || ny >= area.height)
+                        continue;
+                    const qsizetype j = qsizetype(ny) * w + nx;
+                    // Free pairs once, from the first four directions.
+                    if (node[j] >= 0 && k >= 4)
+                        continue;
+                    const double weight = mySmoothness
+                        * std::exp(-beta * squaredColourDistance(area.colour[i], area.colour[j]))
+                        * (dx[k] != 0 && dy[k] != 0 ? diagonal : 1.0);
+                    if (node[j] >= 0)
+                        out.forward[k] = weight;
+                    else if (area.object[j])
+                        out.background += weight;
+                    else
+                        out.object += weight;
+                }
+            }
+        }
+    });
+
+    PXCutGraph graph;
+    graph.addNodes(count);
     for (int y = 0; y < area.height; ++y) {
         for (int x = 0; x < w; ++x) {
             const qsizetype i = qsizetype(y) * w + x;
             const int n = node[i];
             if (n < 0)
                 continue;
-            const int bin = area.bin[i];
-            double object = costs.object[bin];
-            double background = costs.background[bin];
-            for (int k = 0; k < 8; ++k) {
-                const int nx = x + dx[k];
-                const int ny = y + dy[k];
-                if (nx < 0 || ny < 0 || nx >= w || ny >= area.height)
-                    continue;
-                const qsizetype j = qsizetype(ny) * w + nx;
-                // Free pairs once, from the first four directions.
-                if (node[j] >= 0 && k >= 4)
-                    continue;
-                const double weight = mySmoothness * std::exp(-beta * squaredColourDistance(area.colour[i], area.colour[j]))
-                    * (dx[k] != 0 && dy[k] != 0 ? diagonal : 1.0);
-                if (node[j] >= 0) {
-                    graph.addEdge(n, node[j], weight);
-                } else if (area.object[j]) {
-                    background += weight;
-                } else {
-                    object += weight;
-                }
+            const NodeWeights& in = weights[n];
+            for (int k = 0; k < 4; ++k) {
+                if (in.forward[k] > 0.0)
+                    graph.addEdge(n, node[i + qsizetype(dy[k]) * w + dx[k]], in.forward[k]);
             }
-            graph.addTerminalWeights(n, object, background);
+            graph.addTerminalWeights(n, in.object, in.background);
         }
     }
     graph.solve();

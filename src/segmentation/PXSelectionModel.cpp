@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 namespace {
 
@@ -580,29 +581,39 @@ void PXSelectionModel::applyRefinedSelection(const QImage& selection, const QIma
         return;
     const bool hasLabels = isLabelImage(labels) && labels.size() == selection.size();
     // A region belongs to the side that holds most of its pixels, so that
-    // clicks and paint strokes move it as the refined mask shows it.
-    QHash<int, std::pair<qint64, qint64>> counts;
+    // clicks and paint strokes move it as the refined mask shows it. Counted
+    // per label in a table: labels number the regions, below the pixel count.
+    const qsizetype labelLimit = qsizetype(selection.width()) * selection.height();
+    std::vector<std::pair<qint64, qint64>> counts;
     const quint32 background = m_maskColor.rgb();
     const quint32 object = QColor(Qt::transparent).rgba();
     for (int y = 0; y < selection.height(); ++y) {
         const uchar* in = selection.constScanLine(y);
         auto* out = reinterpret_cast<quint32*>(m_mask.scanLine(y));
-        const auto* line = hasLabels ? reinterpret_cast<const qint32*>(labels.constScanLine(y)) : nullptr;
-        for (int x = 0; x < selection.width(); ++x) {
+        for (int x = 0; x < selection.width(); ++x)
             out[x] = in[x] ? object : background;
-            if (line && line[x] > 0) {
-                auto& count = counts[line[x]];
-                count.first += in[x] ? 1 : 0;
-                ++count.second;
-            }
+        if (!hasLabels)
+            continue;
+        const auto* line = reinterpret_cast<const qint32*>(labels.constScanLine(y));
+        for (int x = 0; x < selection.width(); ++x) {
+            const qint32 label = line[x];
+            if (label <= 0 || label >= labelLimit)
+                continue;
+            if (qsizetype(counts.size()) <= label)
+                counts.resize(qsizetype(label) + 1);
+            counts[label].first += in[x] ? 1 : 0;
+            ++counts[label].second;
         }
     }
     m_foreground = QSet<int>();
     m_background = QSet<int>();
-    for (auto it = counts.cbegin(); it != counts.cend(); ++it) {
-        if (2 * it->first >= it->second)
-            m_foreground.insert(it.key());
+    for (qsizetype label = 0; label < qsizetype(counts.size()); ++label) {
+        const auto& count = counts[label];
+        if (count.second == 0)
+            continue;
+        if (2 * count.first >= count.second)
+            m_foreground.insert(int(label));
         else
-            m_background.insert(it.key());
+            m_background.insert(int(label));
     }
 }
