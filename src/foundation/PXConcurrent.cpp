@@ -69,6 +69,22 @@ void PXConcurrent::runSlices(qsizetype count, const std::function<void(qsizetype
             break;
     }
     pass->work();
-    std::unique_lock<std::mutex> lock(pass->mutex);
-    pass->allDone.wait(lock, [&] { return pass->done == count; });
+    const auto finished = [&] {
+        const std::lock_guard<std::mutex> lock(pass->mutex);
+        return pass->done == count;
+    };
+    if (finished())
+        return;
+    // A pool thread left waiting for helpers gives its place back meanwhile,
+    // so passes the helpers start in turn find a free thread.
+    QThreadPool* pool = QThreadPool::globalInstance();
+    const bool inPool = pool->contains(QThread::currentThread());
+    if (inPool)
+        pool->releaseThread();
+    {
+        std::unique_lock<std::mutex> lock(pass->mutex);
+        pass->allDone.wait(lock, [&] { return pass->done == count; });
+    }
+    if (inPool)
+        pool->reserveThread();
 }

@@ -9,8 +9,13 @@
 #include <QtConcurrent/QtConcurrentRun>
 
 PXInitialSegmentationWorker::PXInitialSegmentationWorker(const QImage& image, const QFileInfo& file)
+    : PXInitialSegmentationWorker(PXImage(image, file))
+{
+}
+
+PXInitialSegmentationWorker::PXInitialSegmentationWorker(const PXImage& image)
     : QObject(nullptr)
-    , m_image(new PXImage(image, file))
+    , m_image(new PXImage(image))
     , m_timestamp(QDateTime::currentMSecsSinceEpoch())
 {
     connect(&m_regionGrowing, &PXRegionGrowing::increaseProgress, this,
@@ -92,11 +97,15 @@ void PXInitialSegmentationWorker::run()
     m_edgeDetector.start(QThread::InheritPriority);
 
     snapToImageBorder();
-    m_expandedPath = growPainterPath(m_path, m_image->rect(), 10);
-
-    if (stopRequested())
-        return;
-    runSlic();
+    // The grown lasso only goes out with the results, so it is grown on
+    // another pool thread while the superpixels are made.
+    const QPainterPath lasso = m_path;
+    const QRect bounds = m_image->rect();
+    QFuture<QPainterPath> grown = QtConcurrent::run(QThreadPool::globalInstance(),
+        [this, lasso, bounds] { return growPainterPath(lasso, bounds, 10); });
+    if (!stopRequested())
+        runSlic();
+    m_expandedPath = grown.result();
     if (stopRequested())
         return;
     runRegionGrowing();
