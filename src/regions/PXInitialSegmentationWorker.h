@@ -49,6 +49,8 @@ class PXIMAGECUTTER_EXPORT PXInitialSegmentationWorker : public QObject
 public:
     /** Makes the working image of @p image; emits updateProgress(0, 9). */
     PXInitialSegmentationWorker(const QImage& image, const QFileInfo& file);
+    /** Takes over @p image, colour spaces and all: nothing is converted again. */
+    explicit PXInitialSegmentationWorker(const PXImage& image);
     ~PXInitialSegmentationWorker() override;
 
     /**

@@ -18,6 +18,8 @@
 #include <QPixmap>
 #include <QtConcurrent/QtConcurrentRun>
 
+#include <optional>
+
 namespace {
 
 void log(const char* text)
@@ -221,7 +223,7 @@ void PXImageSegmentation::startInitialSegmentation(const QPainterPath& path)
     if (model.photo().isNull())
         return;
 
-    auto* worker = new PXInitialSegmentationWorker(model.photo(), model.fileInfo());
+    auto* worker = new PXInitialSegmentationWorker(model.analysedPhoto());
     d->worker = worker;
     connect(worker, &PXInitialSegmentationWorker::updateProgress, this,
             &PXImageSegmentation::setProgressFromWorker);
@@ -633,9 +635,13 @@ int PXImageSegmentation::controllerSteps() const
 
 void PXImageSegmentation::refineInitialCut()
 {
-    // On a copy, like the colour model: the cut waits for the pool.
-    const PXSelectionModel model = d->snapshot();
-    const QImage selection = model.refinedSelection([this]() { increaseAndUpdateProgressbar(); },
-                                                    [this]() { return isInterruptionRequested(); });
-    d->withModel([&](PXSelectionModel& current) { current.applyRefinedSelection(selection, model.labels()); });
+    // On a copy, like the colour model: the cut waits for the pool. The copy
+    // goes before the result is applied, so the mask is written in place
+    // rather than copied first.
+    std::optional<PXSelectionModel> model = d->snapshot();
+    const QImage selection = model->refinedSelection([this]() { increaseAndUpdateProgressbar(); },
+                                                     [this]() { return isInterruptionRequested(); });
+    const QImage labels = model->labels();
+    model.reset();
+    d->withModel([&](PXSelectionModel& current) { current.applyRefinedSelection(selection, labels); });
 }

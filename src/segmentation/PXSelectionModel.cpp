@@ -204,9 +204,14 @@ QSet<int> PXSelectionModel::assignForeground(const std::pair<QSet<int>, QSet<int
     return foreground;
 }
 
+PXImage PXSelectionModel::analysedPhoto() const
+{
+    return PXImage(m_photo, m_photoYCbCr ? m_photoYCbCr->image(m_fileInfo) : QImage(), m_fileInfo);
+}
+
 QSet<int> PXSelectionModel::backgroundByColour(const std::function<void()>& onSetUp) const
 {
-    PXImage image(m_photo, m_photoYCbCr ? m_photoYCbCr->image(m_fileInfo) : QImage(), m_fileInfo);
+    PXImage image = analysedPhoto();
     PXBackgroundExtractor extractor;
     extractor.setup(&image);
     if (onSetUp)

@@ -2,6 +2,7 @@
 
 // Internal header: not installed.
 
+#include "PXImage.h"
 #include "PXSuperPixel.h"
 
 #include <QColor>
@@ -61,6 +62,11 @@ public:
     void setPhoto(const QImage& photo);
     QImage photo() const { return m_photo; }
     QFileInfo fileInfo() const { return m_fileInfo; }
+    /**
+     * The photo as a working image. Its YCbCr image is converted by the
+     * first call and shared by every copy of this model.
+     */
+    PXImage analysedPhoto() const;
     /** A new lasso: forgets the pixel lists and both sets. */
     void startLasso(const QPainterPath& lasso);
     void setLassoPath(const QPainterPath& lasso) { m_lassoPath = lasso; }
