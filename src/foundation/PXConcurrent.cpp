@@ -1,5 +1,7 @@
 #include "PXConcurrent.h"
 
+#include "PXHandOver.h"
+
 #include <QCoreApplication>
 #include <QThread>
 #include <QThreadPool>
@@ -39,6 +41,9 @@ struct Pass {
     }
 };
 
+// Orders a helper's start after its set-up where the pool hands it over.
+PXHandOver theHelperStart;
+
 } // namespace
 
 bool PXConcurrent::runsSequentially()
@@ -65,7 +70,12 @@ void PXConcurrent::runSlices(qsizetype count, const std::function<void(qsizetype
     // One helper per further core; a busy pool starts fewer, never queues them.
     const qsizetype helpers = std::min<qsizetype>(count - 1, QThread::idealThreadCount() - 1);
     for (qsizetype h = 0; h < helpers; ++h) {
-        if (!QThreadPool::globalInstance()->tryStart([pass] { pass->work(); }))
+        std::function<void()> helper = [pass] {
+            theHelperStart.observe();
+            pass->work();
+        };
+        theHelperStart.publish();
+        if (!QThreadPool::globalInstance()->tryStart(std::move(helper)))
             break;
     }
     pass->work();
