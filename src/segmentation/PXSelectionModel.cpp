@@ -1,6 +1,7 @@
 #include "PXSelectionModel.h"
 
 #include "PXBackgroundExtractor.h"
+#include "PXConcurrent.h"
 #include "PXImage.h"
 #include "PXSelectionModelYCbCr.h"
 #include "PXIntRange.h"
@@ -22,6 +23,8 @@ constexpr int dy8[8] = {0, -1, -1, -1, 0, 1, 1, 1};
 constexpr quint32 myInsidePixel = 0xFFFFFFFF;
 // Object pixels of the mask: Qt::transparent's rgba().
 constexpr quint32 myTransparentPixel = 0;
+// Rows per band of the passes over the whole photo.
+constexpr int myApplyRows = 64;
 
 // Coordinates beyond this are far outside any photo; keeping them there lets
 // rounding to int stay defined.
@@ -588,26 +591,48 @@ void PXSelectionModel::applyRefinedSelection(const QImage& selection, const QIma
     // A region belongs to the side that holds most of its pixels, so that
     // clicks and paint strokes move it as the refined mask shows it. Counted
     // per label in a table: labels number the regions, below the pixel count.
+    // Rows in parallel bands; each band counts on its own and the sums are
+    // added up afterwards.
+    using Counts = std::vector<std::pair<qint64, qint64>>; // per label: object pixels, all pixels
     const qsizetype labelLimit = qsizetype(selection.width()) * selection.height();
-    std::vector<std::pair<qint64, qint64>> counts;
     const quint32 background = m_maskColor.rgb();
     const quint32 object = QColor(Qt::transparent).rgba();
-    for (int y = 0; y < selection.height(); ++y) {
-        const uchar* in = selection.constScanLine(y);
-        auto* out = reinterpret_cast<quint32*>(m_mask.scanLine(y));
-        for (int x = 0; x < selection.width(); ++x)
-            out[x] = in[x] ? object : background;
-        if (!hasLabels)
-            continue;
-        const auto* line = reinterpret_cast<const qint32*>(labels.constScanLine(y));
-        for (int x = 0; x < selection.width(); ++x) {
-            const qint32 label = line[x];
-            if (label <= 0 || label >= labelLimit)
-                continue;
-            if (qsizetype(counts.size()) <= label)
-                counts.resize(qsizetype(label) + 1);
-            counts[label].first += in[x] ? 1 : 0;
-            ++counts[label].second;
+    // Rows are written through one pointer: scanLine() would detach per call.
+    uchar* maskBits = m_mask.bits();
+    const qsizetype maskStride = m_mask.bytesPerLine();
+    QList<std::pair<int, int>> bands;
+    for (int first = 0; first < selection.height(); first += myApplyRows)
+        bands.append({first, std::min(first + myApplyRows, selection.height())});
+    const QList<Counts> bandCounts = PXConcurrent::blockingMapped<QList<Counts>>(bands,
+        [&](const std::pair<int, int>& rows) {
+            Counts counts;
+            for (int y = rows.first; y < rows.second; ++y) {
+                const uchar* in = selection.constScanLine(y);
+                auto* out = reinterpret_cast<quint32*>(maskBits + y * maskStride);
+                for (int x = 0; x < selection.width(); ++x)
+                    out[x] = in[x] ? object : background;
+                if (!hasLabels)
+                    continue;
+                const auto* line = reinterpret_cast<const qint32*>(labels.constScanLine(y));
+                for (int x = 0; x < selection.width(); ++x) {
+                    const qint32 label = line[x];
+                    if (label <= 0 || label >= labelLimit)
+                        continue;
+                    if (qsizetype(counts.size()) <= label)
+                        counts.resize(qsizetype(label) + 1);
+                    counts[label].first += in[x] ? 1 : 0;
+                    ++counts[label].second;
+                }
+            }
+            return counts;
+        });
+    Counts counts;
+    for (const Counts& band : bandCounts) {
+        if (counts.size() < band.size())
+            counts.resize(band.size());
+        for (std::size_t label = 0; label < band.size(); ++label) {
+            counts[label].first += band[label].first;
+            counts[label].second += band[label].second;
         }
     }
     m_foreground = QSet<int>();
