@@ -49,17 +49,18 @@ QPainterPath PXLassoRaster::pathOfMask(const QImage& mask, const QPoint& origin)
     };
     std::vector<Run> open;
     std::vector<Run> current;
+    const int width = mask.width();
     for (int y = 0; y <= mask.height(); ++y) {
         current.clear();
         if (y < mask.height()) {
             const auto* row = reinterpret_cast<const QRgb*>(mask.constScanLine(y));
-            for (int x = 0; x < mask.width();) {
+            for (int x = 0; x < width;) {
                 if (row[x] != myInside) {
                     ++x;
                     continue;
                 }
                 const int left = x;
-                while (x < mask.width() && row[x] == myInside)
+                while (x < width && row[x] == myInside)
                     ++x;
                 current.push_back({left, x, y});
             }

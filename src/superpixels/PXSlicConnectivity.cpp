@@ -157,10 +157,11 @@ void PXSlic::clipLabelsToLasso()
         // the rectangle, which could take minutes over a jittery one.
         const QImage inside = PXLassoRaster::fill(m_lasso, m_labels.rect());
         const quint32 outsideLabel = QColor(Qt::color0).rgba(); // what the painter writes below
+        const int width = m_labels.width();
         for (int y = 0; y < m_labels.height(); ++y) {
             const auto* mask = reinterpret_cast<const quint32*>(inside.constScanLine(y));
             auto* labels = reinterpret_cast<quint32*>(m_labels.scanLine(y));
-            for (int x = 0; x < m_labels.width(); ++x)
+            for (int x = 0; x < width; ++x)
                 if (mask[x] != 0xFFFFFFFFu)
                     labels[x] = outsideLabel;
         }
