@@ -10,6 +10,7 @@ namespace {
 // density so peaked that one grey level more means "certainly the other side".
 constexpr double myVarianceFloor = 4.0;
 constexpr double myEmptyLogDensity = -50.0;
+constexpr double myNegligibleLog = -40.0;
 constexpr int myReassignRounds = 2;
 
 int channel(quint32 colour, int index)
@@ -218,8 +219,13 @@ double PXGaussianMixture::logDensity(double red, double green, double blue) cons
         logs[c] = componentLog(m_components.at(c), red, green, blue);
         largest = std::max(largest, logs[c]);
     }
+    // Terms below e^-40 vanish beside the largest one's 1; skipping them also
+    // spares exp() its slow underflow path for far components.
     double sum = 0.0;
-    for (int c = 0; c < count; ++c)
-        sum += std::exp(logs[c] - largest);
+    for (int c = 0; c < count; ++c) {
+        const double difference = logs[c] - largest;
+        if (difference > myNegligibleLog)
+            sum += std::exp(difference);
+    }
     return std::max(myEmptyLogDensity, largest + std::log(sum));
 }
