@@ -2,6 +2,7 @@
 
 #include "PXImageCutterSettings.h"
 #include "PXImageSegmentationPrivate.h"
+#include "PXHandOver.h"
 #include "PXInitialSegmentationWorker.h"
 #include "PXLogger.h"
 #include "PXMementoSegmentation.h"
@@ -16,9 +17,8 @@
 #include <QGraphicsScene>
 #include <QPainter>
 #include <QPixmap>
+#include <QThreadPool>
 #include <QtConcurrent/QtConcurrentRun>
-
-#include <optional>
 
 namespace {
 
@@ -274,7 +274,36 @@ void PXImageSegmentation::cutObjectInitial()
     // with the cut's own steps.
     const int workerSteps = d->workerTotalSteps;
     Q_EMIT segmentationProgress(workerSteps, workerSteps + controllerSteps());
+    if (!d->refining) {
+        cutObjectPlain();
+        return;
+    }
 
+    // The refined cut's set-up needs no object: it is made on a pool thread
+    // while the plain cut that gives the object runs here.
+    PXRefinedCut refinement;
+    QImage labels;
+    {
+        const PXSelectionModel model = d->snapshot();
+        refinement = model.refinedCut();
+        labels = model.labels();
+    }
+    PXHandOver handOver;
+    handOver.publish();
+    QFuture<void> preparing = QtConcurrent::run(QThreadPool::globalInstance(), [&refinement, &handOver] {
+        const PXHandOver::Turn turn(handOver);
+        refinement.prepare();
+    });
+    const bool cut = cutObjectPlain();
+    // Waited for even when interrupted: the set-up works on this frame.
+    preparing.waitForFinished();
+    handOver.observe();
+    if (cut)
+        refineInitialCut(refinement, labels);
+}
+
+bool PXImageSegmentation::cutObjectPlain()
+{
     const QImage lassoImage = createImageWithLassoPath();
     increaseAndUpdateProgressbar();
 
@@ -282,27 +311,26 @@ void PXImageSegmentation::cutObjectInitial()
     const auto insideOutside = separateForegroundAndBackgroundSuperPixels(lassoImage, region);
 
     if (isInterruptionRequested())
-        return;
+        return false;
     increaseAndUpdateProgressbar();
 
     if (isInterruptionRequested())
-        return;
+        return false;
     assignForegroundPixels(insideOutside);
     increaseAndUpdateProgressbar();
 
     if (isInterruptionRequested())
-        return;
+        return false;
     // A newer worker's results replaced the ones this cut started with; the
     // cut loop runs again on them.
     if (d->snapshot().expandedRect() != region)
-        return;
+        return false;
 
     const QSet<int> possibleBackground = extractBackground();
     increaseAndUpdateProgressbar();
 
     confirmPossibleBackground(possibleBackground);
-    if (d->refining)
-        refineInitialCut();
+    return true;
 }
 
 QImage PXImageSegmentation::createImageWithLassoPath() const
@@ -633,15 +661,12 @@ int PXImageSegmentation::controllerSteps() const
     return d->refining ? 5 + PXRefinedCut::progressSteps : 5;
 }
 
-void PXImageSegmentation::refineInitialCut()
+void PXImageSegmentation::refineInitialCut(PXRefinedCut refinement, const QImage& labels)
 {
-    // On a copy, like the colour model: the cut waits for the pool. The copy
-    // goes before the result is applied, so the mask is written in place
-    // rather than copied first.
-    std::optional<PXSelectionModel> model = d->snapshot();
-    const QImage selection = model->refinedSelection([this]() { increaseAndUpdateProgressbar(); },
-                                                     [this]() { return isInterruptionRequested(); });
-    const QImage labels = model->labels();
-    model.reset();
+    refinement.setObjectLabels(d->snapshot().foreground());
+    refinement.setProgressFunction([this]() { increaseAndUpdateProgressbar(); });
+    refinement.setCancelFunction([this]() { return isInterruptionRequested(); });
+    // Not under the model's lock: the cut waits for the pool.
+    const QImage selection = refinement.run();
     d->withModel([&](PXSelectionModel& current) { current.applyRefinedSelection(selection, labels); });
 }

@@ -20,6 +20,7 @@
 
 class PXImageSegmentationPrivate;
 class PXMementoSegmentation;
+class PXRefinedCut;
 class PXUndoController;
 
 /**
@@ -270,7 +271,12 @@ protected:
 
 private:
     int controllerSteps() const;
-    void refineInitialCut();
+    // The plain initial cut; false when interrupted or a newer worker's
+    // results came in meanwhile.
+    bool cutObjectPlain();
+    // The refined cut on top of the plain one; @p labels are the regions
+    // @p refinement was set up with.
+    void refineInitialCut(PXRefinedCut refinement, const QImage& labels);
 
     std::unique_ptr<PXImageSegmentationPrivate> d;
 };

@@ -29,7 +29,7 @@ constexpr int myMaximalSamples = 8000;
 constexpr int myColourBits = 6;
 constexpr int myColourBins = 1 << (3 * myColourBits);
 constexpr int mySliceRows = 64;
-constexpr qsizetype myBinChunk = 4096;
+constexpr qsizetype myBinChunk = 512;
 constexpr uchar myUnused = 2;
 
 int colourBin(quint32 pixel)
@@ -49,7 +49,8 @@ double squaredColourDistance(quint32 first, quint32 second)
     return sum;
 }
 
-// The working area: pixel arrays over the lasso's rectangle and a band around it.
+// The working area: pixel arrays over the lasso's rectangle and a band around
+// it. The current selection is kept apart, one byte per pixel of the area.
 struct Area {
     QRect rect;
     int width = 0;
@@ -60,7 +61,6 @@ struct Area {
     std::vector<uchar> marks;
     std::vector<int> label;
     std::vector<uchar> sobel;
-    std::vector<uchar> object; // the current selection
 
     qsizetype size() const { return qsizetype(width) * height; }
 };
@@ -268,7 +268,7 @@ Blocks makeBlocks(const Area& area)
 }
 
 // One minimum cut over the blocks; returns whether any block changed sides.
-bool cutBlocks(Area& area, const Blocks& blocks, const DataCosts& costs)
+bool cutBlocks(const Area& area, const Blocks& blocks, const DataCosts& costs, std::vector<uchar>& selection)
 {
     std::vector<double> objectCost(blocks.count, 0.0);
     std::vector<double> backgroundCost(blocks.count, 0.0);
@@ -308,24 +308,24 @@ bool cutBlocks(Area& area, const Blocks& blocks, const DataCosts& costs)
             object = 1;
         else if (area.marks[i] == PXRefinedCut::BackgroundMark)
             object = 0;
-        changed |= object != area.object[i];
-        area.object[i] = object;
+        changed |= object != selection[i];
+        selection[i] = object;
     }
     return changed;
 }
 
 // Whether the object shrank to a sliver of the lasso: the models learnt from
 // the superpixel cut were wrong.
-bool lostObject(const Area& area, qsizetype insidePixels)
+bool lostObject(const std::vector<uchar>& selection, qsizetype insidePixels)
 {
     qsizetype object = 0;
-    for (const uchar value : area.object)
+    for (const uchar value : selection)
         object += value;
     return object * 10 < insidePixels;
 }
 
 // City-block distance to the outline of the selection, capped at limit + 1.
-std::vector<uchar> distanceToOutline(const Area& area, int limit)
+std::vector<uchar> distanceToOutline(const Area& area, const std::vector<uchar>& selection, int limit)
 {
     const int w = area.width;
     const int h = area.height;
@@ -333,7 +333,7 @@ std::vector<uchar> distanceToOutline(const Area& area, int limit)
     // Outline pixels: a 4-neighbour lies on the other side. Beyond the border
     // a pixel's own side stands in for the missing neighbour.
     for (int y = 0; y < h; ++y) {
-        const uchar* row = area.object.data() + qsizetype(y) * w;
+        const uchar* row = selection.data() + qsizetype(y) * w;
         const uchar* above = y > 0 ? row - w : row;
         const uchar* below = y + 1 < h ? row + w : row;
         uchar* out = distance.data() + qsizetype(y) * w;
@@ -373,9 +373,9 @@ std::vector<uchar> distanceToOutline(const Area& area, int limit)
 
 // A minimum cut over the pixels near the outline, with colour contrast as
 // the cost of separating neighbours.
-void cutBand(Area& area, const DataCosts& costs)
+void cutBand(const Area& area, const DataCosts& costs, std::vector<uchar>& selection)
 {
-    const std::vector<uchar> distance = distanceToOutline(area, myBandRadius);
+    const std::vector<uchar> distance = distanceToOutline(area, selection, myBandRadius);
     const int w = area.width;
     std::vector<int> node(area.size(), -1);
     int count = 0;
@@ -441,7 +441,7 @@ void cutBand(Area& area, const DataCosts& costs)
                         * (dx[k] != 0 && dy[k] != 0 ? diagonal : 1.0);
                     if (node[j] >= 0)
                         out.forward[k] = weight;
-                    else if (area.object[j])
+                    else if (selection[j])
                         out.background += weight;
                     else
                         out.object += weight;
@@ -469,15 +469,15 @@ void cutBand(Area& area, const DataCosts& costs)
     graph.solve();
     for (qsizetype i = 0; i < area.size(); ++i) {
         if (node[i] >= 0)
-            area.object[i] = graph.isObject(node[i]);
+            selection[i] = graph.isObject(node[i]);
     }
 }
 
-// Fills @p area's pixel arrays over area.rect: colour, lasso, region label,
-// marks and the current cut. Colour bins are renumbered among the bins used
-// inside the lasso, which are returned.
+// Fills @p area's pixel arrays over area.rect: colour, lasso, region label
+// and marks. Colour bins are renumbered among the bins used inside the
+// lasso, which are returned.
 std::vector<int> readArea(Area& area, const QImage& photo, const QPainterPath& lasso, const QImage& labelImage,
-    const QSet<int>& objectLabels, const QImage& markImage)
+    const QImage& markImage)
 {
     QImage insideImage(area.rect.size(), QImage::Format_ARGB32_Premultiplied);
     insideImage.fill(Qt::black);
@@ -489,14 +489,6 @@ std::vector<int> readArea(Area& area, const QImage& photo, const QPainterPath& l
     }
     const bool hasLabels = labelImage.size() == photo.size() && labelImage.depth() == 32;
     const bool hasMarks = markImage.size() == photo.size() && markImage.format() == QImage::Format_Grayscale8;
-    int largestLabel = 0;
-    for (int label : objectLabels)
-        largestLabel = std::max(largestLabel, label);
-    std::vector<uchar> isObjectLabel(qsizetype(largestLabel) + 1, 0);
-    for (int label : objectLabels) {
-        if (label > 0)
-            isObjectLabel[label] = 1;
-    }
 
     const qsizetype n = area.size();
     area.colour.resize(n);
@@ -504,7 +496,6 @@ std::vector<int> readArea(Area& area, const QImage& photo, const QPainterPath& l
     area.inside.resize(n);
     area.marks.assign(n, PXRefinedCut::NoMark);
     area.label.assign(n, 0);
-    area.object.assign(n, 0);
     std::vector<uchar> binUsed(myColourBins, 0);
     for (int y = 0; y < area.height; ++y) {
         const int py = y + area.rect.top();
@@ -525,8 +516,6 @@ std::vector<int> readArea(Area& area, const QImage& photo, const QPainterPath& l
                 area.label[i] = labels[x];
             if (marks && marks[x] <= PXRefinedCut::BackgroundMark)
                 area.marks[i] = marks[x];
-            const int label = area.label[i];
-            area.object[i] = area.inside[i] && label > 0 && label <= largestLabel && isObjectLabel[label];
         }
     }
     // Costs are kept for the used bins only: a compact table instead of one
@@ -544,38 +533,103 @@ std::vector<int> readArea(Area& area, const QImage& photo, const QPainterPath& l
     return usedBins;
 }
 
-// Marked pixels start on their side: object marks only inside the lasso.
-void applyMarks(Area& area)
+// The pixels of the area inside the lasso whose region is one of
+// @p objectLabels; marked pixels start on their side, object marks only
+// inside the lasso.
+std::vector<uchar> selectionOfLabels(const Area& area, const QSet<int>& objectLabels)
+{
+    int largestLabel = 0;
+    for (int label : objectLabels)
+        largestLabel = std::max(largestLabel, label);
+    std::vector<uchar> isObjectLabel(qsizetype(largestLabel) + 1, 0);
+    for (int label : objectLabels) {
+        if (label > 0)
+            isObjectLabel[label] = 1;
+    }
+    std::vector<uchar> selection(area.size(), 0);
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        const int label = area.label[i];
+        selection[i] = area.inside[i] && label > 0 && label <= largestLabel && isObjectLabel[label];
+    }
+    return selection;
+}
+
+void applyMarks(const Area& area, std::vector<uchar>& selection)
 {
     for (qsizetype i = 0; i < area.size(); ++i) {
         if (area.marks[i] == PXRefinedCut::ObjectMark && area.inside[i])
-            area.object[i] = 1;
+            selection[i] = 1;
         else if (area.marks[i] == PXRefinedCut::BackgroundMark)
-            area.object[i] = 0;
+            selection[i] = 0;
     }
 }
 
 } // namespace
 
+// All of the cut that needs no object labels. Immutable once made.
+struct PXRefinedCut::Prepared {
+    QSize photoSize;
+    Area area; // empty when the lasso misses the photo
+    std::vector<int> usedBins;
+    Blocks blocks;
+};
+
+std::shared_ptr<const PXRefinedCut::Prepared> PXRefinedCut::makePrepared() const
+{
+    auto prepared = std::make_shared<Prepared>();
+    if (m_photo.isNull())
+        return prepared;
+    const QImage photo = m_photo.depth() == 32 ? m_photo : m_photo.convertToFormat(QImage::Format_ARGB32);
+    prepared->photoSize = photo.size();
+    Area& area = prepared->area;
+    const QRect lassoRect = m_lasso.boundingRect().toAlignedRect().intersected(photo.rect());
+    area.rect = lassoRect.adjusted(-myOuterBand, -myOuterBand, myOuterBand, myOuterBand).intersected(photo.rect());
+    if (lassoRect.isEmpty() || area.rect.isEmpty()) {
+        area.rect = QRect();
+        return prepared;
+    }
+    area.width = area.rect.width();
+    area.height = area.rect.height();
+    prepared->usedBins = readArea(area, photo, m_lasso, m_labels, m_marks);
+    sobelOfArea(area, photo);
+    prepared->blocks = makeBlocks(area);
+    return prepared;
+}
+
+void PXRefinedCut::prepare()
+{
+    if (!m_prepared)
+        m_prepared = makePrepared();
+}
+
 void PXRefinedCut::setPhoto(const QImage& photo)
 {
     m_photo = photo;
+    m_prepared.reset();
 }
 
 void PXRefinedCut::setLasso(const QPainterPath& lasso)
 {
     m_lasso = lasso;
+    m_prepared.reset();
 }
 
 void PXRefinedCut::setRegions(const QImage& labels, const QSet<int>& objectLabels)
 {
     m_labels = labels;
     m_objectLabels = objectLabels;
+    m_prepared.reset();
+}
+
+void PXRefinedCut::setObjectLabels(const QSet<int>& objectLabels)
+{
+    m_objectLabels = objectLabels;
 }
 
 void PXRefinedCut::setMarks(const QImage& marks)
 {
     m_marks = marks;
+    m_prepared.reset();
 }
 
 void PXRefinedCut::setProgressFunction(const std::function<void()>& progress)
@@ -592,27 +646,23 @@ QImage PXRefinedCut::run() const
 {
     if (m_photo.isNull())
         return QImage();
-    const QImage photo = m_photo.depth() == 32 ? m_photo : m_photo.convertToFormat(QImage::Format_ARGB32);
+    const std::shared_ptr<const Prepared> prepared = m_prepared ? m_prepared : makePrepared();
     const auto cancelled = [this]() { return m_cancelled && m_cancelled(); };
     const auto progress = [this]() {
         if (m_progress)
             m_progress();
     };
 
-    QImage selection(photo.size(), QImage::Format_Grayscale8);
+    QImage selection(prepared->photoSize, QImage::Format_Grayscale8);
     selection.fill(0);
-    Area area;
-    const QRect lassoRect = m_lasso.boundingRect().toAlignedRect().intersected(photo.rect());
-    area.rect = lassoRect.adjusted(-myOuterBand, -myOuterBand, myOuterBand, myOuterBand).intersected(photo.rect());
-    if (lassoRect.isEmpty() || area.rect.isEmpty()) {
+    const Area& area = prepared->area;
+    if (area.rect.isEmpty()) {
         for (int step = 0; step < progressSteps; ++step)
             progress();
         return selection;
     }
-    area.width = area.rect.width();
-    area.height = area.rect.height();
-
-    const std::vector<int> usedBins = readArea(area, photo, m_lasso, m_labels, m_objectLabels, m_marks);
+    const std::vector<int>& usedBins = prepared->usedBins;
+    std::vector<uchar> object = selectionOfLabels(area, m_objectLabels);
     // The first models: the current cut's object against the band outside
     // the lasso. Should that cut have lost the object, the whole lasso
     // against the band.
@@ -621,13 +671,11 @@ QImage PXRefinedCut::run() const
     std::vector<uchar> lassoSides(n);
     qsizetype insidePixels = 0;
     for (qsizetype i = 0; i < n; ++i) {
-        firstSides[i] = area.inside[i] ? (area.object[i] ? 1 : myUnused) : 0;
+        firstSides[i] = area.inside[i] ? (object[i] ? 1 : myUnused) : 0;
         lassoSides[i] = area.inside[i];
         insidePixels += area.inside[i];
     }
-    applyMarks(area);
-    sobelOfArea(area, photo);
-    const Blocks blocks = makeBlocks(area);
+    applyMarks(area, object);
     progress();
     if (cancelled())
         return QImage();
@@ -636,11 +684,11 @@ QImage PXRefinedCut::run() const
     // that round's few changed blocks moved no outline on the composites.
     DataCosts costs;
     for (int round = 0; round < myRegionRounds; ++round) {
-        costs = learnCosts(area, round == 0 ? firstSides : area.object, usedBins);
-        bool changed = cutBlocks(area, blocks, costs);
-        if (round == 0 && lostObject(area, insidePixels)) {
+        costs = learnCosts(area, round == 0 ? firstSides : object, usedBins);
+        bool changed = cutBlocks(area, prepared->blocks, costs, object);
+        if (round == 0 && lostObject(object, insidePixels)) {
             costs = learnCosts(area, lassoSides, usedBins);
-            changed = cutBlocks(area, blocks, costs);
+            changed = cutBlocks(area, prepared->blocks, costs, object);
         }
         if (!changed)
             break;
@@ -651,7 +699,7 @@ QImage PXRefinedCut::run() const
     if (cancelled())
         return QImage();
 
-    cutBand(area, costs);
+    cutBand(area, costs, object);
     progress();
     if (cancelled())
         return QImage();
@@ -659,7 +707,7 @@ QImage PXRefinedCut::run() const
     for (int y = 0; y < area.height; ++y) {
         uchar* out = selection.scanLine(y + area.rect.top()) + area.rect.left();
         for (int x = 0; x < area.width; ++x)
-            out[x] = area.object[qsizetype(y) * area.width + x] ? 255 : 0;
+            out[x] = object[qsizetype(y) * area.width + x] ? 255 : 0;
     }
     return selection;
 }

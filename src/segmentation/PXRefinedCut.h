@@ -7,6 +7,7 @@
 #include <QSet>
 
 #include <functional>
+#include <memory>
 
 /**
  * The refined cut: turns the superpixel cut of a lasso into a mask that
@@ -21,9 +22,10 @@
  * around the outline moves it onto the object's edge.
  *
  * Call order: the setters (photo, lasso and regions are needed; marks are
- * optional), then run(). Any thread; a plain class without threads or locks
- * of its own. Parallel passes go through PXConcurrent. The result depends
- * only on the inputs, not on the number of cores or the hash seed.
+ * optional), optionally prepare(), then run(). Any thread; a plain class
+ * without threads or locks of its own. Parallel passes go through
+ * PXConcurrent. Copies share what prepare() made. The result depends only on
+ * the inputs, not on the number of cores or the hash seed.
  */
 class PXIMAGECUTTER_EXPORT PXRefinedCut
 {
@@ -43,6 +45,8 @@ public:
      * 0 for none) and the labels of the current cut's object.
      */
     void setRegions(const QImage& labels, const QSet<int>& objectLabels);
+    /** Only the labels of the current cut's object; keeps what prepare() made. */
+    void setObjectLabels(const QSet<int>& objectLabels);
     /**
      * User strokes as a Format_Grayscale8 image of the photo's size holding
      * Mark values: marked pixels are kept on their side whatever the models
@@ -55,6 +59,15 @@ public:
     void setCancelFunction(const std::function<bool()>& cancelled);
 
     /**
+     * Does all of run() that needs no object labels: reads the photo, lasso,
+     * labels and marks and builds the graph of region blocks. Optional: run()
+     * does it when it has not been done. Lets a caller set the cut up while
+     * the cut that gives the object labels is still under way, then pass them
+     * with setObjectLabels(); any other setter drops what was prepared.
+     */
+    void prepare();
+
+    /**
      * The selection: a Format_Grayscale8 image of the photo's size, 255 for
      * the object and 0 for the background. A null image for a null photo or
      * when cancelled.
@@ -62,6 +75,9 @@ public:
     QImage run() const;
 
 private:
+    struct Prepared;
+    std::shared_ptr<const Prepared> makePrepared() const;
+
     QImage m_photo;
     QPainterPath m_lasso;
     QImage m_labels;
@@ -69,4 +85,5 @@ private:
     QImage m_marks;
     std::function<void()> m_progress;
     std::function<bool()> m_cancelled;
+    std::shared_ptr<const Prepared> m_prepared;
 };

@@ -569,17 +569,14 @@ void PXSelectionModel::mark(const QList<QPoint>& points, bool isForeground)
     }
 }
 
-QImage PXSelectionModel::refinedSelection(const std::function<void()>& progress,
-                                          const std::function<bool()>& cancelled) const
+PXRefinedCut PXSelectionModel::refinedCut() const
 {
     PXRefinedCut cut;
     cut.setPhoto(m_photo);
     cut.setLasso(m_expandedPath);
     cut.setRegions(m_labels, m_foreground);
     cut.setMarks(m_marks);
-    cut.setProgressFunction(progress);
-    cut.setCancelFunction(cancelled);
-    return cut.run();
+    return cut;
 }
 
 void PXSelectionModel::applyRefinedSelection(const QImage& selection, const QImage& labels)
@@ -594,7 +591,8 @@ void PXSelectionModel::applyRefinedSelection(const QImage& selection, const QIma
     // Rows in parallel bands; each band counts on its own and the sums are
     // added up afterwards.
     using Counts = std::vector<std::pair<qint64, qint64>>; // per label: object pixels, all pixels
-    const qsizetype labelLimit = qsizetype(selection.width()) * selection.height();
+    const int width = selection.width();
+    const qsizetype labelLimit = qsizetype(width) * selection.height();
     const quint32 background = m_maskColor.rgb();
     const quint32 object = QColor(Qt::transparent).rgba();
     // Rows are written through one pointer: scanLine() would detach per call.
@@ -609,12 +607,12 @@ void PXSelectionModel::applyRefinedSelection(const QImage& selection, const QIma
             for (int y = rows.first; y < rows.second; ++y) {
                 const uchar* in = selection.constScanLine(y);
                 auto* out = reinterpret_cast<quint32*>(maskBits + y * maskStride);
-                for (int x = 0; x < selection.width(); ++x)
+                for (int x = 0; x < width; ++x)
                     out[x] = in[x] ? object : background;
                 if (!hasLabels)
                     continue;
                 const auto* line = reinterpret_cast<const qint32*>(labels.constScanLine(y));
-                for (int x = 0; x < selection.width(); ++x) {
+                for (int x = 0; x < width; ++x) {
                     const qint32 label = line[x];
                     if (label <= 0 || label >= labelLimit)
                         continue;

@@ -3,6 +3,7 @@
 // Internal header: not installed.
 
 #include "PXImage.h"
+#include "PXRefinedCut.h"
 #include "PXSuperPixel.h"
 
 #include <QColor>
@@ -167,10 +168,10 @@ public:
      */
     void setRefining(bool refining) { m_refining = refining; }
     bool refining() const { return m_refining; }
-    /** The refined cut of the current cut. Runs PXConcurrent passes; not under a lock. */
-    QImage refinedSelection(const std::function<void()>& progress, const std::function<bool()>& cancelled) const;
+    /** A refined cut set up with the photo, grown lasso, regions, current object and marks. */
+    PXRefinedCut refinedCut() const;
     /**
-     * Makes @p selection (from refinedSelection() on a copy whose labels were
+     * Makes @p selection (the run of a refinedCut() whose labels were
      * @p labels) the mask; each region joins the side holding most of its
      * pixels. Ignored when the labels changed meanwhile.
      */
