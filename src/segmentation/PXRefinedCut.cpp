@@ -31,6 +31,8 @@ constexpr int myColourBins = 1 << (3 * myColourBits);
 constexpr int mySliceRows = 64;
 constexpr qsizetype myBinChunk = 512;
 constexpr uchar myUnused = 2;
+// Squared colour distances of neighbours whose band weight is tabulated.
+constexpr int myTabulatedDistances = 4096;
 
 int colourBin(quint32 pixel)
 {
@@ -399,7 +401,6 @@ void cutBand(const Area& area, const DataCosts& costs, std::vector<uchar>& selec
         }
     }
     const double beta = sum > 0.0 ? 0.5 * double(pairs) / sum : 0.0;
-
     // The weights take an exp per pixel pair: computed by row slices in
     // parallel, then added to the graph in pixel order.
     struct NodeWeights {
@@ -411,6 +412,15 @@ void cutBand(const Area& area, const DataCosts& costs, std::vector<uchar>& selec
     constexpr int dx[8] = {1, -1, 0, 1, -1, 0, 1, -1};
     constexpr int dy[8] = {0, 1, 1, 1, 0, -1, -1, -1};
     const double diagonal = 1.0 / std::sqrt(2.0);
+    // Most neighbours differ little: their weights come from a table made
+    // with the same expression, and only the rare far pairs call exp().
+    std::vector<double> weightOfDistance(myTabulatedDistances);
+    for (int d = 0; d < myTabulatedDistances; ++d)
+        weightOfDistance[d] = mySmoothness * std::exp(-beta * double(d));
+    const auto pairWeight = [&](double squaredDistance) {
+        return squaredDistance < myTabulatedDistances ? weightOfDistance[int(squaredDistance)]
+                                                      : mySmoothness * std::exp(-beta * squaredDistance);
+    };
     QList<std::pair<int, int>> slices;
     for (int first = 0; first < area.height; first += mySliceRows)
         slices.append({first, std::min(first + mySliceRows, area.height)});
@@ -436,8 +446,7 @@ void cutBand(const Area& area, const DataCosts& costs, std::vector<uchar>& selec
                     // Free pairs once, from the first four directions.
                     if (node[j] >= 0 && k >= 4)
                         continue;
-                    const double weight = mySmoothness
-                        * std::exp(-beta * squaredColourDistance(area.colour[i], area.colour[j]))
+                    const double weight = pairWeight(squaredColourDistance(area.colour[i], area.colour[j]))
                         * (dx[k] != 0 && dy[k] != 0 ? diagonal : 1.0);
                     if (node[j] >= 0)
                         out.forward[k] = weight;

@@ -148,6 +148,20 @@ void TestRefinedCut::followsTheEdge()
     PXConcurrent::maxRunningThreads = threads;
     QCOMPARE(sequential, selection);
 
+    // Set up before the object is known, as the controller does: the same
+    // mask. A setter afterwards starts over: no lasso selects nothing.
+    PXRefinedCut early;
+    early.setPhoto(discPhoto());
+    early.setLasso(lasso(grow));
+    early.setRegions(labels, QSet<int>());
+    early.prepare();
+    early.setObjectLabels(object);
+    QCOMPARE(early.run(), selection);
+    early.setLasso(QPainterPath());
+    QImage nothing(selection.size(), QImage::Format_Grayscale8);
+    nothing.fill(0);
+    QCOMPARE(early.run(), nothing);
+
     cut.setCancelFunction([]() { return true; });
     QVERIFY(cut.run().isNull());
 }
