@@ -1,0 +1,529 @@
+#include "PXRefinedCutSteps.h"
+
+#include "PXConcurrent.h"
+#include "PXCutGraph.h"
+#include "PXEdgeDetectorSobelColor.h"
+#include "PXGaussianMixture.h"
+#include "PXRefinedCut.h"
+
+#include <QPainter>
+
+#include <algorithm>
+#include <cmath>
+
+using PXRefinedCutSteps::Area;
+using PXRefinedCutSteps::Blocks;
+using PXRefinedCutSteps::DataCosts;
+using PXRefinedCutSteps::unusedSide;
+
+namespace {
+
+// Regions are split into blocks of this size, so the region cut can follow
+// an edge that region growing ran over.
+constexpr int myBlockSize = 8;
+// The blocks leave the outline within a few pixels of the edge: on the
+// quality composites a band of 4 moved it as well as one of 8, at half the
+// pixels.
+constexpr int myBandRadius = 4;
+// Weight of the smoothness against the data term (nats per pixel pair).
+constexpr double mySmoothness = 50.0;
+constexpr int myMaximalSamples = 8000;
+constexpr int myColourBits = 6;
+constexpr int myColourBins = 1 << (3 * myColourBits);
+constexpr int mySliceRows = 64;
+constexpr qsizetype myBinChunk = 512;
+// Squared colour distances of neighbours whose band weight is tabulated.
+constexpr int myTabulatedDistances = 4096;
+
+int colourBin(quint32 pixel)
+{
+    constexpr int shift = 8 - myColourBits;
+    return int(((pixel >> (16 + shift)) & 0x3F) << (2 * myColourBits) | ((pixel >> (8 + shift)) & 0x3F) << myColourBits
+        | ((pixel >> shift) & 0x3F));
+}
+
+double squaredColourDistance(quint32 first, quint32 second)
+{
+    double sum = 0.0;
+    for (int shift = 0; shift <= 16; shift += 8) {
+        const double d = double(int((first >> shift) & 0xFF) - int((second >> shift) & 0xFF));
+        sum += d * d;
+    }
+    return sum;
+}
+
+// City-block distance to the outline of the selection, capped at limit + 1.
+std::vector<uchar> distanceToOutline(const Area& area, const std::vector<uchar>& selection, int limit)
+{
+    const int w = area.width;
+    const int h = area.height;
+    std::vector<uchar> distance(area.size(), uchar(limit + 1));
+    // Outline pixels: a 4-neighbour lies on the other side. Beyond the border
+    // a pixel's own side stands in for the missing neighbour.
+    for (int y = 0; y < h; ++y) {
+        const uchar* row = selection.data() + qsizetype(y) * w;
+        const uchar* above = y > 0 ? row - w : row;
+        const uchar* below = y + 1 < h ? row + w : row;
+        uchar* out = distance.data() + qsizetype(y) * w;
+        for (int x = 0; x < w; ++x) {
+            const uchar side = row[x];
+            const uchar left = x > 0 ? row[x - 1] : side;
+            const uchar right = x + 1 < w ? row[x + 1] : side;
+            if (left != side || right != side || above[x] != side || below[x] != side)
+                out[x] = 0;
+        }
+    }
+    // Two chamfer passes; in each row the term from the neighbouring row
+    // comes first, as it does not depend on the row's own updates. No value
+    // exceeds the cap: each is a minimum with what was there.
+    for (int y = 0; y < h; ++y) {
+        uchar* out = distance.data() + qsizetype(y) * w;
+        if (y > 0) {
+            const uchar* above = out - w;
+            for (int x = 0; x < w; ++x)
+                out[x] = std::min<uchar>(out[x], uchar(above[x] + 1));
+        }
+        for (int x = 1; x < w; ++x)
+            out[x] = std::min<uchar>(out[x], uchar(out[x - 1] + 1));
+    }
+    for (int y = h - 1; y >= 0; --y) {
+        uchar* out = distance.data() + qsizetype(y) * w;
+        if (y + 1 < h) {
+            const uchar* below = out + w;
+            for (int x = 0; x < w; ++x)
+                out[x] = std::min<uchar>(out[x], uchar(below[x] + 1));
+        }
+        for (int x = w - 2; x >= 0; --x)
+            out[x] = std::min<uchar>(out[x], uchar(out[x + 1] + 1));
+    }
+    return distance;
+}
+
+} // namespace
+
+void PXRefinedCutSteps::sobelOfArea(Area& area, const QImage& photo)
+{
+    // One pixel more on each side, so the strength of the area's own border
+    // pixels is computed too.
+    const QRect grown = area.rect.adjusted(-1, -1, 1, 1).intersected(photo.rect());
+    const QImage source = photo.copy(grown);
+    QImage strength(source.size(), QImage::Format_ARGB32);
+    strength.fill(0xFF000000u);
+    QList<PXEdgeDetectorSobelSlice> slices;
+    for (int first = 1; first < source.height() - 2; first += mySliceRows) {
+        PXEdgeDetectorSobelSlice slice;
+        slice.source = source;
+        slice.sobel = strength.bits();
+        slice.firstRow = first;
+        slice.endRow = std::min(first + mySliceRows, source.height() - 2);
+        slices.append(slice);
+    }
+    PXConcurrent::blockingMap(slices, [](PXEdgeDetectorSobelSlice& slice) {
+        PXEdgeDetectorSobelColor::createSobelSlice(&slice);
+    });
+    area.sobel.assign(area.size(), 0);
+    const QPoint offset = area.rect.topLeft() - grown.topLeft();
+    for (int y = 0; y < area.height; ++y) {
+        const auto* line = reinterpret_cast<const quint32*>(strength.constScanLine(y + offset.y()));
+        uchar* out = area.sobel.data() + qsizetype(y) * area.width;
+        for (int x = 0; x < area.width; ++x)
+            out[x] = uchar(line[x + offset.x()] & 0xFF);
+    }
+}
+
+DataCosts PXRefinedCutSteps::learnCosts(
+    const Area& area, const std::vector<uchar>& side, const std::vector<int>& usedBins)
+{
+    qsizetype objectCount = 0;
+    qsizetype backgroundCount = 0;
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        objectCount += side[i] == 1;
+        backgroundCount += side[i] == 0;
+    }
+    const qsizetype objectStep = std::max<qsizetype>(1, objectCount / myMaximalSamples);
+    const qsizetype backgroundStep = std::max<qsizetype>(1, backgroundCount / myMaximalSamples);
+    struct Model {
+        QList<quint32> colours;
+        PXGaussianMixture mixture;
+    };
+    QList<Model> models(2); // background, object
+    // Every step-th pixel of a side, counted down rather than divided.
+    qsizetype objectSkip = 0;
+    qsizetype backgroundSkip = 0;
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        if (side[i] == 1) {
+            if (objectSkip == 0) {
+                models[1].colours.append(area.colour[i] & 0xFFFFFF);
+                objectSkip = objectStep;
+            }
+            --objectSkip;
+        } else if (side[i] == 0) {
+            if (backgroundSkip == 0) {
+                models[0].colours.append(area.colour[i] & 0xFFFFFF);
+                backgroundSkip = backgroundStep;
+            }
+            --backgroundSkip;
+        }
+    }
+    PXConcurrent::blockingMap(models, [](Model& model) { model.mixture.learn(model.colours); });
+    const PXGaussianMixture& objectModel = models[1].mixture;
+    const PXGaussianMixture& backgroundModel = models[0].mixture;
+
+    DataCosts costs;
+    costs.object.resize(usedBins.size());
+    costs.background.resize(usedBins.size());
+    QList<std::pair<qsizetype, qsizetype>> chunks;
+    for (qsizetype first = 0; first < qsizetype(usedBins.size()); first += myBinChunk)
+        chunks.append({first, std::min(first + myBinChunk, qsizetype(usedBins.size()))});
+    // Every bin is written by one chunk only.
+    PXConcurrent::blockingMap(chunks, [&](const std::pair<qsizetype, qsizetype>& chunk) {
+        constexpr int shift = 8 - myColourBits;
+        constexpr double half = (1 << shift) / 2.0 - 0.5;
+        for (qsizetype k = chunk.first; k < chunk.second; ++k) {
+            const int bin = usedBins[k];
+            const double red = (bin >> (2 * myColourBits)) << shift;
+            const double green = ((bin >> myColourBits) & 0x3F) << shift;
+            const double blue = (bin & 0x3F) << shift;
+            costs.object[k] = float(-objectModel.logDensity(red + half, green + half, blue + half));
+            costs.background[k] = float(-backgroundModel.logDensity(red + half, green + half, blue + half));
+        }
+    });
+    return costs;
+}
+
+// Kept in one piece: nodes and their links come out of one scan of the area.
+Blocks PXRefinedCutSteps::makeBlocks(const Area& area)
+{
+    Blocks blocks;
+    blocks.node.assign(area.size(), -1);
+    const int blocksPerRow = (area.width + myBlockSize - 1) / myBlockSize;
+    const int blockRows = (area.height + myBlockSize - 1) / myBlockSize;
+    // The labels met in each block so far, with their nodes; blocks hold few.
+    std::vector<std::vector<std::pair<int, int>>> seen(qsizetype(blocksPerRow) * blockRows);
+    for (int y = 0; y < area.height; ++y) {
+        for (int x = 0; x < area.width; ++x) {
+            const qsizetype i = qsizetype(y) * area.width + x;
+            if (!area.inside[i])
+                continue;
+            auto& list = seen[qsizetype(y / myBlockSize) * blocksPerRow + x / myBlockSize];
+            const int label = area.label[i];
+            int node = -1;
+            for (const auto& entry : list) {
+                if (entry.first == label) {
+                    node = entry.second;
+                    break;
+                }
+            }
+            if (node < 0) {
+                node = blocks.count++;
+                list.emplace_back(label, node);
+                blocks.marks.push_back(0);
+            }
+            blocks.node[i] = node;
+            blocks.marks[node] |= area.marks[i];
+        }
+    }
+    blocks.outsideWeight.assign(blocks.count, 0.0);
+
+    // Separating two pixels costs little across a strong edge.
+    double sumOfSquares = 0.0;
+    qsizetype pairs = 0;
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        if (area.inside[i]) {
+            sumOfSquares += double(area.sobel[i]) * area.sobel[i];
+            ++pairs;
+        }
+    }
+    const double beta = sumOfSquares > 0.0 ? 0.5 * double(pairs) / sumOfSquares : 0.0;
+    // The strength is a byte: one exp per value, not per pixel pair.
+    double weightOfStrength[256];
+    for (int value = 0; value < 256; ++value) {
+        const double s = value;
+        weightOfStrength[value] = mySmoothness * std::exp(-beta * s * s);
+    }
+    const auto weight = [&](qsizetype a, qsizetype b) {
+        return weightOfStrength[std::max(area.sobel[a], area.sobel[b])];
+    };
+    std::vector<std::vector<std::pair<int, double>>> neighbours(blocks.count);
+    const auto addPair = [&](qsizetype a, qsizetype b) {
+        const int first = blocks.node[a];
+        const int second = blocks.node[b];
+        if (first == second)
+            return;
+        if (first < 0 || second < 0) {
+            const int node = first < 0 ? second : first;
+            blocks.outsideWeight[node] += weight(a, b);
+            return;
+        }
+        auto& list = neighbours[std::min(first, second)];
+        const int other = std::max(first, second);
+        for (auto& entry : list) {
+            if (entry.first == other) {
+                entry.second += weight(a, b);
+                return;
+            }
+        }
+        list.emplace_back(other, weight(a, b));
+    };
+    for (int y = 0; y < area.height; ++y) {
+        for (int x = 0; x < area.width; ++x) {
+            const qsizetype i = qsizetype(y) * area.width + x;
+            if (x + 1 < area.width)
+                addPair(i, i + 1);
+            if (y + 1 < area.height)
+                addPair(i, i + area.width);
+        }
+    }
+    for (int node = 0; node < blocks.count; ++node) {
+        for (const auto& entry : neighbours[node])
+            blocks.links.push_back({node, entry.first, entry.second});
+    }
+    return blocks;
+}
+
+bool PXRefinedCutSteps::cutBlocks(
+    const Area& area, const Blocks& blocks, const DataCosts& costs, std::vector<uchar>& selection)
+{
+    std::vector<double> objectCost(blocks.count, 0.0);
+    std::vector<double> backgroundCost(blocks.count, 0.0);
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        const int node = blocks.node[i];
+        if (node < 0)
+            continue;
+        const int bin = area.bin[i];
+        objectCost[node] += costs.object[bin];
+        backgroundCost[node] += costs.background[bin];
+    }
+    PXCutGraph graph;
+    graph.addNodes(blocks.count);
+    for (int node = 0; node < blocks.count; ++node) {
+        double object = objectCost[node] + blocks.outsideWeight[node];
+        double background = backgroundCost[node];
+        // A block with marks of one kind only is held on that side; the
+        // pixels themselves are held below whatever the block does.
+        if (blocks.marks[node] == PXRefinedCut::ObjectMark)
+            background += PXCutGraph::hardWeight;
+        else if (blocks.marks[node] == PXRefinedCut::BackgroundMark)
+            object += PXCutGraph::hardWeight;
+        graph.addTerminalWeights(node, object, background);
+    }
+    for (const Blocks::Link& link : blocks.links)
+        graph.addEdge(link.first, link.second, link.weight);
+    graph.solve();
+    std::vector<uchar> nodeIsObject(blocks.count);
+    for (int node = 0; node < blocks.count; ++node)
+        nodeIsObject[node] = graph.isObject(node);
+
+    bool changed = false;
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        const int node = blocks.node[i];
+        uchar object = node >= 0 && nodeIsObject[node];
+        if (area.marks[i] == PXRefinedCut::ObjectMark && area.inside[i])
+            object = 1;
+        else if (area.marks[i] == PXRefinedCut::BackgroundMark)
+            object = 0;
+        changed |= object != selection[i];
+        selection[i] = object;
+    }
+    return changed;
+}
+
+bool PXRefinedCutSteps::lostObject(const std::vector<uchar>& selection, qsizetype insidePixels)
+{
+    qsizetype object = 0;
+    for (const uchar value : selection)
+        object += value;
+    return object * 10 < insidePixels;
+}
+
+void PXRefinedCutSteps::cutBand(const Area& area, const DataCosts& costs, std::vector<uchar>& selection)
+{
+    const std::vector<uchar> distance = distanceToOutline(area, selection, myBandRadius);
+    const int w = area.width;
+    std::vector<int> node(area.size(), -1);
+    int count = 0;
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        if (area.inside[i] && area.marks[i] == PXRefinedCut::NoMark && distance[i] <= myBandRadius)
+            node[i] = count++;
+    }
+    if (count == 0)
+        return;
+
+    double sum = 0.0;
+    qsizetype pairs = 0;
+    for (int y = 0; y + 1 < area.height; ++y) {
+        for (int x = 0; x + 1 < w; ++x) {
+            const qsizetype i = qsizetype(y) * w + x;
+            if (node[i] < 0)
+                continue;
+            sum += squaredColourDistance(area.colour[i], area.colour[i + 1])
+                + squaredColourDistance(area.colour[i], area.colour[i + w]);
+            pairs += 2;
+        }
+    }
+    const double beta = sum > 0.0 ? 0.5 * double(pairs) / sum : 0.0;
+    // The weights take an exp per pixel pair: computed by row slices in
+    // parallel, then added to the graph in pixel order.
+    struct NodeWeights {
+        double object;
+        double background;
+        double forward[4]; // towards the neighbours of the first four directions that are nodes
+    };
+    std::vector<NodeWeights> weights(count);
+    constexpr int dx[8] = {1, -1, 0, 1, -1, 0, 1, -1};
+    constexpr int dy[8] = {0, 1, 1, 1, 0, -1, -1, -1};
+    const double diagonal = 1.0 / std::sqrt(2.0);
+    // Most neighbours differ little: their weights come from a table made
+    // with the same expression, and only the rare far pairs call exp().
+    std::vector<double> weightOfDistance(myTabulatedDistances);
+    for (int d = 0; d < myTabulatedDistances; ++d)
+        weightOfDistance[d] = mySmoothness * std::exp(-beta * double(d));
+    const auto pairWeight = [&](double squaredDistance) {
+        return squaredDistance < myTabulatedDistances ? weightOfDistance[int(squaredDistance)]
+                                                      : mySmoothness * std::exp(-beta * squaredDistance);
+    };
+    QList<std::pair<int, int>> slices;
+    for (int first = 0; first < area.height; first += mySliceRows)
+        slices.append({first, std::min(first + mySliceRows, area.height)});
+    PXConcurrent::blockingMap(slices, [&](const std::pair<int, int>& rows) {
+        for (int y = rows.first; y < rows.second; ++y) {
+            for (int x = 0; x < w; ++x) {
+                const qsizetype i = qsizetype(y) * w + x;
+                const int n = node[i];
+                if (n < 0)
+                    continue;
+                NodeWeights& out = weights[n];
+                const int bin = area.bin[i];
+                out.object = costs.object[bin];
+                out.background = costs.background[bin];
+                for (int k = 0; k < 8; ++k) {
+                    if (k < 4)
+                        out.forward[k] = 0.0;
+                    const int nx = x + dx[k];
+                    const int ny = y + dy[k];
+                    if (nx < 0 || ny < 0 || nx >= w || ny >= area.height)
+                        continue;
+                    const qsizetype j = qsizetype(ny) * w + nx;
+                    // Free pairs once, from the first four directions.
+                    if (node[j] >= 0 && k >= 4)
+                        continue;
+                    const double weight = pairWeight(squaredColourDistance(area.colour[i], area.colour[j]))
+                        * (dx[k] != 0 && dy[k] != 0 ? diagonal : 1.0);
+                    if (node[j] >= 0)
+                        out.forward[k] = weight;
+                    else if (selection[j])
+                        out.background += weight;
+                    else
+                        out.object += weight;
+                }
+            }
+        }
+    });
+
+    PXCutGraph graph;
+    graph.addNodes(count);
+    for (int y = 0; y < area.height; ++y) {
+        for (int x = 0; x < w; ++x) {
+            const qsizetype i = qsizetype(y) * w + x;
+            const int n = node[i];
+            if (n < 0)
+                continue;
+            const NodeWeights& in = weights[n];
+            for (int k = 0; k < 4; ++k) {
+                if (in.forward[k] > 0.0)
+                    graph.addEdge(n, node[i + qsizetype(dy[k]) * w + dx[k]], in.forward[k]);
+            }
+            graph.addTerminalWeights(n, in.object, in.background);
+        }
+    }
+    graph.solve();
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        if (node[i] >= 0)
+            selection[i] = graph.isObject(node[i]);
+    }
+}
+
+std::vector<int> PXRefinedCutSteps::readArea(
+    Area& area, const QImage& photo, const QPainterPath& lasso, const QImage& labelImage, const QImage& markImage)
+{
+    QImage insideImage(area.rect.size(), QImage::Format_ARGB32_Premultiplied);
+    insideImage.fill(Qt::black);
+    {
+        // Rasterised as the superpixel cut does, only shifted to the area.
+        QPainter painter(&insideImage);
+        painter.translate(-area.rect.topLeft());
+        painter.fillPath(lasso, QBrush(QColor(0xFFFFFFFFu)));
+    }
+    const bool hasLabels = labelImage.size() == photo.size() && labelImage.depth() == 32;
+    const bool hasMarks = markImage.size() == photo.size() && markImage.format() == QImage::Format_Grayscale8;
+
+    const qsizetype n = area.size();
+    area.colour.resize(n);
+    area.bin.resize(n);
+    area.inside.resize(n);
+    area.marks.assign(n, PXRefinedCut::NoMark);
+    area.label.assign(n, 0);
+    std::vector<uchar> binUsed(myColourBins, 0);
+    for (int y = 0; y < area.height; ++y) {
+        const int py = y + area.rect.top();
+        const auto* rgb = reinterpret_cast<const quint32*>(photo.constScanLine(py)) + area.rect.left();
+        const auto* in = reinterpret_cast<const quint32*>(insideImage.constScanLine(y));
+        const auto* labels = hasLabels ? reinterpret_cast<const qint32*>(labelImage.constScanLine(py)) + area.rect.left()
+                                       : nullptr;
+        const uchar* marks = hasMarks ? markImage.constScanLine(py) + area.rect.left() : nullptr;
+        for (int x = 0; x < area.width; ++x) {
+            const qsizetype i = qsizetype(y) * area.width + x;
+            area.colour[i] = rgb[x];
+            area.bin[i] = colourBin(rgb[x]);
+            area.inside[i] = in[x] == 0xFFFFFFFFu;
+            // Only pixels inside the lasso are ever costed.
+            if (area.inside[i])
+                binUsed[area.bin[i]] = 1;
+            if (labels)
+                area.label[i] = labels[x];
+            if (marks && marks[x] <= PXRefinedCut::BackgroundMark)
+                area.marks[i] = marks[x];
+        }
+    }
+    // Costs are kept for the used bins only: a compact table instead of one
+    // filled over every possible bin for each model.
+    std::vector<int> usedBins;
+    std::vector<int> indexOfBin(myColourBins, -1);
+    for (int bin = 0; bin < myColourBins; ++bin) {
+        if (binUsed[bin]) {
+            indexOfBin[bin] = int(usedBins.size());
+            usedBins.push_back(bin);
+        }
+    }
+    for (qsizetype i = 0; i < n; ++i)
+        area.bin[i] = indexOfBin[area.bin[i]];
+    return usedBins;
+}
+
+std::vector<uchar> PXRefinedCutSteps::selectionOfLabels(const Area& area, const QSet<int>& objectLabels)
+{
+    int largestLabel = 0;
+    for (int label : objectLabels)
+        largestLabel = std::max(largestLabel, label);
+    std::vector<uchar> isObjectLabel(qsizetype(largestLabel) + 1, 0);
+    for (int label : objectLabels) {
+        if (label > 0)
+            isObjectLabel[label] = 1;
+    }
+    std::vector<uchar> selection(area.size(), 0);
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        const int label = area.label[i];
+        selection[i] = area.inside[i] && label > 0 && label <= largestLabel && isObjectLabel[label];
+    }
+    return selection;
+}
+
+void PXRefinedCutSteps::applyMarks(const Area& area, std::vector<uchar>& selection)
+{
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        if (area.marks[i] == PXRefinedCut::ObjectMark && area.inside[i])
+            selection[i] = 1;
+        else if (area.marks[i] == PXRefinedCut::BackgroundMark)
+            selection[i] = 0;
+    }
+}
