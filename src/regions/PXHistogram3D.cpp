@@ -2,7 +2,11 @@
 
 #include "PXYCbCrPixel.h"
 
+#include <vector>
+
 namespace {
+
+constexpr int myTables = 4;
 
 // Four bits of each channel: luminance in the low, cr in the high ones.
 unsigned int binIndex(unsigned int luminance, unsigned int cb, unsigned int cr)
@@ -29,8 +33,11 @@ void PXHistogram3D::buildHistogram()
         return;
     const int width = qMin(m_image.width(), m_mask.width());
     const int height = qMin(m_image.height(), m_mask.height());
-    int* bins = m_bins.data();
     const bool useMarked = m_useMarkedPixels;
+    // Neighbouring pixels mostly share a bin: counted in four interleaved
+    // tables, an increment need not wait for the one before it.
+    const qsizetype binCount = m_bins.size();
+    std::vector<int> tables(std::size_t(myTables * binCount), 0);
     int size = 0;
     for (int y = 0; y < height; ++y) {
         const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(m_image.constScanLine(y));
@@ -41,9 +48,14 @@ void PXHistogram3D::buildHistogram()
                 continue;
             // On the pixel's bytes, kept in registers, not through a PXYCbCr.
             const PXYCbCrPixel pixel = pixels[x];
-            ++bins[binIndex(pixel.luminance, pixel.cb, pixel.cr)];
+            ++tables[std::size_t((x & (myTables - 1)) * binCount + binIndex(pixel.luminance, pixel.cb, pixel.cr))];
             ++size;
         }
+    }
+    int* bins = m_bins.data();
+    for (int table = 0; table < myTables; ++table) {
+        for (qsizetype bin = 0; bin < binCount; ++bin)
+            bins[bin] += tables[std::size_t(table * binCount + bin)];
     }
     m_size += size;
 }
