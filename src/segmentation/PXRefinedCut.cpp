@@ -1,5 +1,6 @@
 #include "PXRefinedCut.h"
 
+#include "PXConcurrent.h"
 #include "PXRefinedCutSteps.h"
 
 using namespace PXRefinedCutSteps;
@@ -17,7 +18,6 @@ struct PXRefinedCut::Prepared {
     QSize photoSize;
     Area area; // empty when the lasso misses the photo
     std::vector<int> usedBins;
-    Blocks blocks;
 };
 
 std::shared_ptr<const PXRefinedCut::Prepared> PXRefinedCut::makePrepared() const
@@ -38,7 +38,6 @@ std::shared_ptr<const PXRefinedCut::Prepared> PXRefinedCut::makePrepared() const
     area.height = area.rect.height();
     prepared->usedBins = readArea(area, photo, m_lasso, m_labels, m_marks);
     sobelOfArea(area, photo);
-    prepared->blocks = makeBlocks(area);
     return prepared;
 }
 
@@ -108,33 +107,44 @@ QImage PXRefinedCut::run() const
         return selection;
     }
     const std::vector<int>& usedBins = prepared->usedBins;
-    std::vector<uchar> object = selectionOfLabels(area, m_objectLabels);
     // The first models: the current cut's object against the band outside
     // the lasso. Should that cut have lost the object, the whole lasso
-    // against the band.
+    // against the band. They need no blocks, so both are made side by side.
     const qsizetype n = area.size();
-    std::vector<uchar> firstSides(n);
+    std::vector<uchar> object;
     std::vector<uchar> lassoSides(n);
     qsizetype insidePixels = 0;
-    for (qsizetype i = 0; i < n; ++i) {
-        firstSides[i] = area.inside[i] ? (object[i] ? 1 : unusedSide) : 0;
-        lassoSides[i] = area.inside[i];
-        insidePixels += area.inside[i];
-    }
-    applyMarks(area, object);
+    DataCosts costs;
+    Blocks blocks;
+    QList<int> jobs {0, 1};
+    PXConcurrent::blockingMap(jobs, [&](int job) {
+        if (job == 0) {
+            blocks = makeBlocks(area);
+            return;
+        }
+        object = selectionOfLabels(area, m_objectLabels);
+        std::vector<uchar> firstSides(n);
+        for (qsizetype i = 0; i < n; ++i) {
+            firstSides[i] = area.inside[i] ? (object[i] ? 1 : unusedSide) : 0;
+            lassoSides[i] = area.inside[i];
+            insidePixels += area.inside[i];
+        }
+        applyMarks(area, object);
+        costs = learnCosts(area, firstSides, usedBins);
+    });
     progress();
     if (cancelled())
         return QImage();
 
     // The band cut reuses the last round's models: learning them again from
     // that round's few changed blocks moved no outline on the composites.
-    DataCosts costs;
     for (int round = 0; round < myRegionRounds; ++round) {
-        costs = learnCosts(area, round == 0 ? firstSides : object, usedBins);
-        bool changed = cutBlocks(area, prepared->blocks, costs, object);
+        if (round > 0)
+            costs = learnCosts(area, object, usedBins);
+        bool changed = cutBlocks(area, blocks, costs, object);
         if (round == 0 && lostObject(object, insidePixels)) {
             costs = learnCosts(area, lassoSides, usedBins);
-            changed = cutBlocks(area, prepared->blocks, costs, object);
+            changed = cutBlocks(area, blocks, costs, object);
         }
         if (!changed)
             break;

@@ -59,9 +59,9 @@ public:
     void setCancelFunction(const std::function<bool()>& cancelled);
 
     /**
-     * Does all of run() that needs no object labels: reads the photo, lasso,
-     * labels and marks and builds the graph of region blocks. Optional: run()
-     * does it when it has not been done. Lets a caller set the cut up while
+     * Reads the photo, lasso, labels and marks into the working area and
+     * measures its edge strengths: the part of run() that needs no object
+     * labels. Optional: run() does it when it has not been done. Lets a caller set the cut up while
      * the cut that gives the object labels is still under way, then pass them
      * with setObjectLabels(); any other setter drops what was prepared.
      */
