@@ -31,6 +31,7 @@ constexpr int myMaximalSamples = 8000;
 constexpr int myColourBits = 6;
 constexpr int myColourBins = 1 << (3 * myColourBits);
 constexpr int mySliceRows = 64;
+constexpr int myNodeChunk = 4096;
 constexpr qsizetype myBinChunk = 512;
 // Squared colour distances of neighbours whose band weight is tabulated.
 constexpr int myTabulatedDistances = 4096;
@@ -340,39 +341,42 @@ void PXRefinedCutSteps::cutBand(const Area& area, const DataCosts& costs, std::v
 {
     const std::vector<uchar> distance = distanceToOutline(area, selection, myBandRadius);
     const int w = area.width;
+    // Nodes are numbered in pixel order; the passes below walk the band's
+    // pixels through pixelOfNode instead of the whole area.
     std::vector<int> node(area.size(), -1);
-    int count = 0;
+    std::vector<qsizetype> pixelOfNode;
     for (qsizetype i = 0; i < area.size(); ++i) {
-        if (area.inside[i] && area.marks[i] == PXRefinedCut::NoMark && distance[i] <= myBandRadius)
-            node[i] = count++;
+        if (area.inside[i] && area.marks[i] == PXRefinedCut::NoMark && distance[i] <= myBandRadius) {
+            node[i] = int(pixelOfNode.size());
+            pixelOfNode.push_back(i);
+        }
     }
+    const int count = int(pixelOfNode.size());
     if (count == 0)
         return;
 
     double sum = 0.0;
     qsizetype pairs = 0;
-    for (int y = 0; y + 1 < area.height; ++y) {
-        for (int x = 0; x + 1 < w; ++x) {
-            const qsizetype i = qsizetype(y) * w + x;
-            if (node[i] < 0)
-                continue;
-            sum += squaredColourDistance(area.colour[i], area.colour[i + 1])
-                + squaredColourDistance(area.colour[i], area.colour[i + w]);
-            pairs += 2;
-        }
+    for (const qsizetype i : pixelOfNode) {
+        if (i % w + 1 >= w || i / w + 1 >= area.height)
+            continue;
+        sum += squaredColourDistance(area.colour[i], area.colour[i + 1])
+            + squaredColourDistance(area.colour[i], area.colour[i + w]);
+        pairs += 2;
     }
     const double beta = sum > 0.0 ? 0.5 * double(pairs) / sum : 0.0;
-    // The weights take an exp per pixel pair: computed by row slices in
-    // parallel, then added to the graph in pixel order.
+    // The weights are computed by slices of nodes in parallel, then added
+    // to the graph in pixel order. Four neighbours a pixel: on the quality
+    // composites eight gave the same IoU and 0.001 more boundary F for twice
+    // the edges.
     struct NodeWeights {
         double object;
         double background;
-        double forward[4]; // towards the neighbours of the first four directions that are nodes
+        double forward[2]; // towards the right and lower neighbours that are nodes
     };
     std::vector<NodeWeights> weights(count);
-    constexpr int dx[8] = {1, -1, 0, 1, -1, 0, 1, -1};
-    constexpr int dy[8] = {0, 1, 1, 1, 0, -1, -1, -1};
-    const double diagonal = 1.0 / std::sqrt(2.0);
+    constexpr int dx[4] = {1, 0, -1, 0};
+    constexpr int dy[4] = {0, 1, 0, -1};
     // Most neighbours differ little: their weights come from a table made
     // with the same expression, and only the rare far pairs call exp().
     std::vector<double> weightOfDistance(myTabulatedDistances);
@@ -383,64 +387,53 @@ void PXRefinedCutSteps::cutBand(const Area& area, const DataCosts& costs, std::v
                                                       : mySmoothness * std::exp(-beta * squaredDistance);
     };
     QList<std::pair<int, int>> slices;
-    for (int first = 0; first < area.height; first += mySliceRows)
-        slices.append({first, std::min(first + mySliceRows, area.height)});
-    PXConcurrent::blockingMap(slices, [&](const std::pair<int, int>& rows) {
-        for (int y = rows.first; y < rows.second; ++y) {
-            for (int x = 0; x < w; ++x) {
-                const qsizetype i = qsizetype(y) * w + x;
-                const int n = node[i];
-                if (n < 0)
+    for (int first = 0; first < count; first += myNodeChunk)
+        slices.append({first, std::min(first + myNodeChunk, count)});
+    PXConcurrent::blockingMap(slices, [&](const std::pair<int, int>& nodes) {
+        for (int n = nodes.first; n < nodes.second; ++n) {
+            const qsizetype i = pixelOfNode[n];
+            const int x = int(i % w);
+            const int y = int(i / w);
+            NodeWeights& out = weights[n];
+            const int bin = area.bin[i];
+            out.object = costs.object[bin];
+            out.background = costs.background[bin];
+            for (int k = 0; k < 4; ++k) {
+                if (k < 2)
+                    out.forward[k] = 0.0;
+                const int nx = x + dx[k];
+                const int ny = y + dy[k];
+                if (nx < 0 || ny < 0 || nx >= w || ny >= area.height)
                     continue;
-                NodeWeights& out = weights[n];
-                const int bin = area.bin[i];
-                out.object = costs.object[bin];
-                out.background = costs.background[bin];
-                for (int k = 0; k < 8; ++k) {
-                    if (k < 4)
-                        out.forward[k] = 0.0;
-                    const int nx = x + dx[k];
-                    const int ny = y + dy[k];
-                    if (nx < 0 || ny < 0 || nx >= w || ny >= area.height)
-                        continue;
-                    const qsizetype j = qsizetype(ny) * w + nx;
-                    // Free pairs once, from the first four directions.
-                    if (node[j] >= 0 && k >= 4)
-                        continue;
-                    const double weight = pairWeight(squaredColourDistance(area.colour[i], area.colour[j]))
-                        * (dx[k] != 0 && dy[k] != 0 ? diagonal : 1.0);
-                    if (node[j] >= 0)
-                        out.forward[k] = weight;
-                    else if (selection[j])
-                        out.background += weight;
-                    else
-                        out.object += weight;
-                }
+                const qsizetype j = qsizetype(ny) * w + nx;
+                // Pairs of nodes once, from the first two directions.
+                if (node[j] >= 0 && k >= 2)
+                    continue;
+                const double weight = pairWeight(squaredColourDistance(area.colour[i], area.colour[j]));
+                if (node[j] >= 0)
+                    out.forward[k] = weight;
+                else if (selection[j])
+                    out.background += weight;
+                else
+                    out.object += weight;
             }
         }
     });
 
     PXCutGraph graph;
     graph.addNodes(count);
-    for (int y = 0; y < area.height; ++y) {
-        for (int x = 0; x < w; ++x) {
-            const qsizetype i = qsizetype(y) * w + x;
-            const int n = node[i];
-            if (n < 0)
-                continue;
-            const NodeWeights& in = weights[n];
-            for (int k = 0; k < 4; ++k) {
-                if (in.forward[k] > 0.0)
-                    graph.addEdge(n, node[i + qsizetype(dy[k]) * w + dx[k]], in.forward[k]);
-            }
-            graph.addTerminalWeights(n, in.object, in.background);
+    for (int n = 0; n < count; ++n) {
+        const qsizetype i = pixelOfNode[n];
+        const NodeWeights& in = weights[n];
+        for (int k = 0; k < 2; ++k) {
+            if (in.forward[k] > 0.0)
+                graph.addEdge(n, node[i + qsizetype(dy[k]) * w + dx[k]], in.forward[k]);
         }
+        graph.addTerminalWeights(n, in.object, in.background);
     }
     graph.solve();
-    for (qsizetype i = 0; i < area.size(); ++i) {
-        if (node[i] >= 0)
-            selection[i] = graph.isObject(node[i]);
-    }
+    for (int n = 0; n < count; ++n)
+        selection[pixelOfNode[n]] = graph.isObject(n);
 }
 
 std::vector<int> PXRefinedCutSteps::readArea(
