@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <numeric>
 #include <vector>
 
 namespace {
@@ -30,6 +31,9 @@ bool byWeightThenLabels(const PXRegionGrowingEdge& a, const PXRegionGrowingEdge&
         return a.edgeStrength() < b.edgeStrength();
     return byLabelPair(a, b);
 }
+
+// Rows per band of the passes that build the region records.
+constexpr int myClusterBandRows = 64;
 
 const qint32* labelRow(const QImage& labels, int y)
 {
@@ -375,58 +379,93 @@ void PXRegionGrowing::buildClusters()
     const int rowEnd = qMin(rows.lastIndexEvenIfUnvalid(), ycbcr.height());
     const int columnEnd = qMin(columns.lastIndexEvenIfUnvalid(), ycbcr.width());
 
-    // Sized first, so the point lists never grow by copying.
-    std::vector<int> pixelCounts(size_t(count), 0);
-    // Counted by runs: adding pixel by pixel would chain every increment of
-    // a run through memory.
-    for (int y = rows.first(); y < rowEnd; ++y) {
-        const qint32* labels = labelRow(m_labels, y);
-        for (int x = columns.first(); x < columnEnd;) {
-            const int label = labels[x];
-            int end = x + 1;
-            while (end < columnEnd && labels[end] == label)
-                ++end;
-            if (label >= 1 && label < count)
-                pixelCounts[size_t(label)] += end - x;
-            x = end;
+    // Bands of rows run in parallel: each counts its labels' pixels, then
+    // writes its points at its own offset in every label's list (so each list
+    // stays in row order) and sums its part of every record. The parts are
+    // added in band order; the records' sums wrap, so this gives the same
+    // records as adding pixel by pixel.
+    QList<std::pair<int, int>> bands;
+    for (int first = rows.first(); first < rowEnd; first += myClusterBandRows)
+        bands.append({first, qMin(first + myClusterBandRows, rowEnd)});
+    const int firstColumn = columns.first();
+    // Calls @p run(label, x, end, y) for every run of one label in @p band.
+    const auto forEachRun = [&](const std::pair<int, int>& band, const auto& run) {
+        for (int y = band.first; y < band.second; ++y) {
+            const qint32* labels = labelRow(m_labels, y);
+            for (int x = firstColumn; x < columnEnd;) {
+                const int label = labels[x];
+                int end = x + 1;
+                while (end < columnEnd && labels[end] == label)
+                    ++end;
+                if (label >= 1 && label < count)
+                    run(label, x, end, y);
+                x = end;
+            }
         }
-    }
-    // Each list is sized once and written through a cursor.
+    };
+    const QList<std::vector<int>> bandCounts = PXConcurrent::blockingMapped<QList<std::vector<int>>>(bands,
+        [&](const std::pair<int, int>& band) {
+            std::vector<int> counts(static_cast<size_t>(count), 0);
+            forEachRun(band, [&](int label, int x, int end, int) { counts[size_t(label)] += end - x; });
+            return counts;
+        });
+    // Each list is sized once; every band writes from its own offset on.
     QList<QPoint>* points = m_superPixelPoints.data();
-    std::vector<QPoint*> cursors(size_t(count), nullptr);
-    for (int i = 1; i < count; ++i) {
+    std::vector<int> pixelCounts(size_t(count), 0);
+    QList<std::vector<QPoint*>> cursors(bands.size());
+    for (qsizetype band = 0; band < bands.size(); ++band) {
+        for (int i = 1; i < count; ++i)
+            pixelCounts[size_t(i)] += bandCounts[band][size_t(i)];
+    }
+    for (int i = 1; i < count; ++i)
         points[i].resize(pixelCounts[size_t(i)]);
-        cursors[size_t(i)] = points[i].data();
+    std::vector<QPoint*> next(size_t(count), nullptr);
+    for (int i = 1; i < count; ++i)
+        next[size_t(i)] = points[i].data();
+    for (qsizetype band = 0; band < bands.size(); ++band) {
+        cursors[band] = next;
+        for (int i = 1; i < count; ++i)
+            next[size_t(i)] += bandCounts[band][size_t(i)];
     }
 
-    // Label runs are summed in registers and added at once; the records' sums
-    // wrap, so this gives the same records as adding pixel by pixel.
-    PXSuperPixel* records = m_superPixels.data();
-    for (int y = rows.first(); y < rowEnd; ++y) {
-        const qint32* labels = labelRow(m_labels, y);
-        const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(ycbcr.constScanLine(y));
-        for (int x = columns.first(); x < columnEnd;) {
-            const int label = labels[x];
-            int end = x + 1;
-            while (end < columnEnd && labels[end] == label)
-                ++end;
-            if (label >= 1 && label < count) {
-                quint32 luminance = 0;
-                quint32 cb = 0;
-                quint32 cr = 0;
-                QPoint* cursor = cursors[size_t(label)];
+    struct Sums {
+        quint32 luminance = 0;
+        quint32 cb = 0;
+        quint32 cr = 0;
+        quint32 x = 0;
+        quint32 y = 0;
+        int pixels = 0;
+    };
+    QList<int> bandIndices(bands.size());
+    std::iota(bandIndices.begin(), bandIndices.end(), 0);
+    const QList<std::vector<Sums>> bandSums = PXConcurrent::blockingMapped<QList<std::vector<Sums>>>(bandIndices,
+        [&](const int& band) {
+            std::vector<Sums> sums(static_cast<size_t>(count));
+            std::vector<QPoint*>& cursor = cursors[band];
+            forEachRun(bands[band], [&](int label, int x, int end, int y) {
+                const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(ycbcr.constScanLine(y));
+                Sums& sum = sums[size_t(label)];
+                QPoint* out = cursor[size_t(label)];
                 for (int column = x; column < end; ++column) {
-                    luminance += pixels[column].luminance;
-                    cb += pixels[column].cb;
-                    cr += pixels[column].cr;
-                    *cursor++ = QPoint(column, y);
+                    sum.luminance += pixels[column].luminance;
+                    sum.cb += pixels[column].cb;
+                    sum.cr += pixels[column].cr;
+                    *out++ = QPoint(column, y);
                 }
-                cursors[size_t(label)] = cursor;
+                cursor[size_t(label)] = out;
                 const qint64 length = end - x;
-                records[label].addPixels(PXYCbCr(luminance, cb, cr), int(quint32((qint64(x) + end - 1) * length / 2)),
-                    int(quint32(qint64(y) * length)), int(length));
-            }
-            x = end;
+                sum.x += quint32((qint64(x) + end - 1) * length / 2);
+                sum.y += quint32(qint64(y) * length);
+                sum.pixels += int(length);
+            });
+            return sums;
+        });
+    PXSuperPixel* records = m_superPixels.data();
+    for (const std::vector<Sums>& sums : bandSums) {
+        for (int i = 1; i < count; ++i) {
+            const Sums& sum = sums[size_t(i)];
+            if (sum.pixels > 0)
+                records[i].addPixels(PXYCbCr(sum.luminance, sum.cb, sum.cr), int(sum.x), int(sum.y), sum.pixels);
         }
     }
     for (int i = 1; i < count; ++i)
