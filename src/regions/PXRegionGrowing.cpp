@@ -6,6 +6,7 @@
 #include "PXPlatformIndependent.h"
 #include "PXRegionBoundaryKernels.h"
 #include "PXRegionGrowingEdgeCandidate.h"
+#include "PXSlicPixelSums.h"
 
 #include <QRandomGenerator64>
 
@@ -428,45 +429,25 @@ void PXRegionGrowing::buildClusters()
             next[size_t(i)] += bandCounts[band][size_t(i)];
     }
 
-    struct Sums {
-        quint32 luminance = 0;
-        quint32 cb = 0;
-        quint32 cr = 0;
-        quint32 x = 0;
-        quint32 y = 0;
-        int pixels = 0;
-    };
     QList<int> bandIndices(bands.size());
     std::iota(bandIndices.begin(), bandIndices.end(), 0);
-    const QList<std::vector<Sums>> bandSums = PXConcurrent::blockingMapped<QList<std::vector<Sums>>>(bandIndices,
-        [&](const int& band) {
-            std::vector<Sums> sums(static_cast<size_t>(count));
-            std::vector<QPoint*>& cursor = cursors[band];
-            forEachRun(bands[band], [&](int label, int x, int end, int y) {
-                const auto* pixels = reinterpret_cast<const PXYCbCrPixel*>(ycbcr.constScanLine(y));
-                Sums& sum = sums[size_t(label)];
-                QPoint* out = cursor[size_t(label)];
-                for (int column = x; column < end; ++column) {
-                    sum.luminance += pixels[column].luminance;
-                    sum.cb += pixels[column].cb;
-                    sum.cr += pixels[column].cr;
-                    *out++ = QPoint(column, y);
-                }
-                cursor[size_t(label)] = out;
-                const qint64 length = end - x;
-                sum.x += quint32((qint64(x) + end - 1) * length / 2);
-                sum.y += quint32(qint64(y) * length);
-                sum.pixels += int(length);
-            });
-            return sums;
+    using Sums = std::vector<PXSlicPixelSums>;
+    const QList<Sums> bandSums = PXConcurrent::blockingMapped<QList<Sums>>(bandIndices, [&](const int& band) {
+        Sums sums(static_cast<size_t>(count));
+        std::vector<QPoint*>& cursor = cursors[band];
+        forEachRun(bands[band], [&](int label, int x, int end, int y) {
+            sums[size_t(label)].addRun(reinterpret_cast<const PXYCbCrPixel*>(ycbcr.constScanLine(y)), x, end, y);
+            QPoint* out = cursor[size_t(label)];
+            for (int column = x; column < end; ++column)
+                *out++ = QPoint(column, y);
+            cursor[size_t(label)] = out;
         });
+        return sums;
+    });
     PXSuperPixel* records = m_superPixels.data();
-    for (const std::vector<Sums>& sums : bandSums) {
-        for (int i = 1; i < count; ++i) {
-            const Sums& sum = sums[size_t(i)];
-            if (sum.pixels > 0)
-                records[i].addPixels(PXYCbCr(sum.luminance, sum.cb, sum.cr), int(sum.x), int(sum.y), sum.pixels);
-        }
+    for (const Sums& sums : bandSums) {
+        for (int i = 1; i < count; ++i)
+            sums[size_t(i)].addTo(records[i]);
     }
     for (int i = 1; i < count; ++i)
         records[i].normalize();
