@@ -6,6 +6,7 @@
 #include <QThread>
 #include <QThreadPool>
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <memory>
@@ -52,6 +53,15 @@ bool PXConcurrent::runsSequentially()
     if (application && QThread::currentThread() == application->thread())
         return false;
     return QThreadPool::globalInstance()->activeThreadCount() >= maxRunningThreads;
+}
+
+QList<PXConcurrent::Range> PXConcurrent::ranges(qsizetype begin, qsizetype end, qsizetype size)
+{
+    const qsizetype step = std::max<qsizetype>(1, size);
+    QList<Range> result;
+    for (qsizetype first = begin; first < end; first += step)
+        result.append({first, std::min(first + step, end)});
+    return result;
 }
 
 void PXConcurrent::runSlices(qsizetype count, const std::function<void(qsizetype)>& slice)

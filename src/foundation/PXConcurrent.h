@@ -2,7 +2,7 @@
 
 #include "pximagecutter_export.h"
 
-#include <QtGlobal>
+#include <QList>
 
 #include <functional>
 #include <optional>
@@ -34,6 +34,11 @@ public:
 
     /** Whether a map called from this thread now would run sequentially. */
     static bool runsSequentially();
+
+    /** A half-open interval [first, second) of rows or items: one slice of a pass. */
+    using Range = std::pair<qsizetype, qsizetype>;
+    /** [@p begin, @p end) cut into ranges of @p size, the last one shorter if need be. */
+    static QList<Range> ranges(qsizetype begin, qsizetype end, qsizetype size);
 
     /** Calls @p function on every element of @p sequence (in place). */
     template <typename Sequence, typename Function>

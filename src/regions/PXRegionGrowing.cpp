@@ -385,13 +385,11 @@ void PXRegionGrowing::buildClusters()
     // stays in row order) and sums its part of every record. The parts are
     // added in band order; the records' sums wrap, so this gives the same
     // records as adding pixel by pixel.
-    QList<std::pair<int, int>> bands;
-    for (int first = rows.first(); first < rowEnd; first += myClusterBandRows)
-        bands.append({first, qMin(first + myClusterBandRows, rowEnd)});
+    const QList<PXConcurrent::Range> bands = PXConcurrent::ranges(rows.first(), rowEnd, myClusterBandRows);
     const int firstColumn = columns.first();
     // Calls @p run(label, x, end, y) for every run of one label in @p band.
-    const auto forEachRun = [&](const std::pair<int, int>& band, const auto& run) {
-        for (int y = band.first; y < band.second; ++y) {
+    const auto forEachRun = [&](const PXConcurrent::Range& band, const auto& run) {
+        for (int y = int(band.first); y < band.second; ++y) {
             const qint32* labels = labelRow(m_labels, y);
             for (int x = firstColumn; x < columnEnd;) {
                 const int label = labels[x];
@@ -405,7 +403,7 @@ void PXRegionGrowing::buildClusters()
         }
     };
     const QList<std::vector<int>> bandCounts = PXConcurrent::blockingMapped<QList<std::vector<int>>>(bands,
-        [&](const std::pair<int, int>& band) {
+        [&](const PXConcurrent::Range& band) {
             std::vector<int> counts(static_cast<size_t>(count), 0);
             forEachRun(band, [&](int label, int x, int end, int) { counts[size_t(label)] += end - x; });
             return counts;
@@ -413,7 +411,8 @@ void PXRegionGrowing::buildClusters()
     // Each list is sized once; every band writes from its own offset on.
     QList<QPoint>* points = m_superPixelPoints.data();
     std::vector<int> pixelCounts(size_t(count), 0);
-    QList<std::vector<QPoint*>> cursors(bands.size());
+    // Read by the bands in parallel: a vector, which never detaches.
+    std::vector<std::vector<QPoint*>> cursors(size_t(bands.size()));
     for (qsizetype band = 0; band < bands.size(); ++band) {
         for (int i = 1; i < count; ++i)
             pixelCounts[size_t(i)] += bandCounts[band][size_t(i)];
@@ -424,7 +423,7 @@ void PXRegionGrowing::buildClusters()
     for (int i = 1; i < count; ++i)
         next[size_t(i)] = points[i].data();
     for (qsizetype band = 0; band < bands.size(); ++band) {
-        cursors[band] = next;
+        cursors[size_t(band)] = next;
         for (int i = 1; i < count; ++i)
             next[size_t(i)] += bandCounts[band][size_t(i)];
     }
@@ -434,7 +433,7 @@ void PXRegionGrowing::buildClusters()
     using Sums = std::vector<PXSlicPixelSums>;
     const QList<Sums> bandSums = PXConcurrent::blockingMapped<QList<Sums>>(bandIndices, [&](const int& band) {
         Sums sums(static_cast<size_t>(count));
-        std::vector<QPoint*>& cursor = cursors[band];
+        std::vector<QPoint*>& cursor = cursors[size_t(band)];
         forEachRun(bands[band], [&](int label, int x, int end, int y) {
             sums[size_t(label)].addRun(reinterpret_cast<const PXYCbCrPixel*>(ycbcr.constScanLine(y)), x, end, y);
             QPoint* out = cursor[size_t(label)];

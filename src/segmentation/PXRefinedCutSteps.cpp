@@ -173,11 +173,9 @@ DataCosts PXRefinedCutSteps::learnCosts(
     DataCosts costs;
     costs.object.resize(usedBins.size());
     costs.background.resize(usedBins.size());
-    QList<std::pair<qsizetype, qsizetype>> chunks;
-    for (qsizetype first = 0; first < qsizetype(usedBins.size()); first += myBinChunk)
-        chunks.append({first, std::min(first + myBinChunk, qsizetype(usedBins.size()))});
+    QList<PXConcurrent::Range> chunks = PXConcurrent::ranges(0, qsizetype(usedBins.size()), myBinChunk);
     // Every bin is written by one chunk only.
-    PXConcurrent::blockingMap(chunks, [&](const std::pair<qsizetype, qsizetype>& chunk) {
+    PXConcurrent::blockingMap(chunks, [&](const PXConcurrent::Range& chunk) {
         constexpr int shift = 8 - myColourBits;
         constexpr double half = (1 << shift) / 2.0 - 0.5;
         for (qsizetype k = chunk.first; k < chunk.second; ++k) {
@@ -386,11 +384,9 @@ void PXRefinedCutSteps::cutBand(const Area& area, const DataCosts& costs, std::v
         return squaredDistance < myTabulatedDistances ? weightOfDistance[int(squaredDistance)]
                                                       : mySmoothness * std::exp(-beta * squaredDistance);
     };
-    QList<std::pair<int, int>> slices;
-    for (int first = 0; first < count; first += myNodeChunk)
-        slices.append({first, std::min(first + myNodeChunk, count)});
-    PXConcurrent::blockingMap(slices, [&](const std::pair<int, int>& nodes) {
-        for (int n = nodes.first; n < nodes.second; ++n) {
+    QList<PXConcurrent::Range> slices = PXConcurrent::ranges(0, count, myNodeChunk);
+    PXConcurrent::blockingMap(slices, [&](const PXConcurrent::Range& nodes) {
+        for (int n = int(nodes.first); n < nodes.second; ++n) {
             const qsizetype i = pixelOfNode[n];
             const int x = int(i % w);
             const int y = int(i / w);

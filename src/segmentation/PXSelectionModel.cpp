@@ -598,13 +598,10 @@ void PXSelectionModel::applyRefinedSelection(const QImage& selection, const QIma
     // Rows are written through one pointer: scanLine() would detach per call.
     uchar* maskBits = m_mask.bits();
     const qsizetype maskStride = m_mask.bytesPerLine();
-    QList<std::pair<int, int>> bands;
-    for (int first = 0; first < selection.height(); first += myApplyRows)
-        bands.append({first, std::min(first + myApplyRows, selection.height())});
-    const QList<Counts> bandCounts = PXConcurrent::blockingMapped<QList<Counts>>(bands,
-        [&](const std::pair<int, int>& rows) {
+    const QList<Counts> bandCounts = PXConcurrent::blockingMapped<QList<Counts>>(
+        PXConcurrent::ranges(0, selection.height(), myApplyRows), [&](const PXConcurrent::Range& rows) {
             Counts counts;
-            for (int y = rows.first; y < rows.second; ++y) {
+            for (int y = int(rows.first); y < rows.second; ++y) {
                 const uchar* in = selection.constScanLine(y);
                 auto* out = reinterpret_cast<quint32*>(maskBits + y * maskStride);
                 for (int x = 0; x < width; ++x)
