@@ -1,8 +1,8 @@
 #include "PXImageSegmentation.h"
 
+#include "PXHandOver.h"
 #include "PXImageCutterSettings.h"
 #include "PXImageSegmentationPrivate.h"
-#include "PXHandOver.h"
 #include "PXInitialSegmentationWorker.h"
 #include "PXLogger.h"
 #include "PXMementoSegmentation.h"

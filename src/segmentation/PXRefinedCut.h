@@ -61,9 +61,10 @@ public:
     /**
      * Reads the photo, lasso, labels and marks into the working area and
      * measures its edge strengths: the part of run() that needs no object
-     * labels. Optional: run() does it when it has not been done. Lets a caller set the cut up while
-     * the cut that gives the object labels is still under way, then pass them
-     * with setObjectLabels(); any other setter drops what was prepared.
+     * labels. Optional: run() does it when it has not been done. Lets a
+     * caller set the cut up while the cut that gives the object labels is
+     * still under way, then pass them with setObjectLabels(); any other
+     * setter drops what was prepared.
      */
     void prepare();
 
