@@ -18,16 +18,6 @@ using PXRefinedCutSteps::unusedSide;
 
 namespace {
 
-// Regions are split into blocks of this size, so the region cut can follow
-// an edge that region growing ran over.
-constexpr int myBlockSize = 8;
-// The blocks leave the outline within a few pixels of the edge: on the
-// quality composites a band of 4 moved it as well as one of 8, at half the
-// pixels.
-constexpr int myBandRadius = 4;
-// Weight of the smoothness against the data term (nats per pixel pair).
-constexpr double mySmoothness = 50.0;
-constexpr int myMaximalSamples = 8000;
 constexpr int myColourBits = 6;
 constexpr int myColourBins = 1 << (3 * myColourBits);
 constexpr int mySliceRows = 64;
@@ -132,17 +122,18 @@ void PXRefinedCutSteps::sobelOfArea(Area& area, const QImage& photo)
     }
 }
 
-DataCosts PXRefinedCutSteps::learnCosts(
-    const Area& area, const std::vector<uchar>& side, const std::vector<int>& usedBins)
+DataCosts PXRefinedCutSteps::learnCosts(const Area& area, const std::vector<uchar>& side,
+    const std::vector<int>& usedBins, const PXRefinedCutOptions& options)
 {
+    const qsizetype samples = std::max(1, options.sampleSize);
     qsizetype objectCount = 0;
     qsizetype backgroundCount = 0;
     for (qsizetype i = 0; i < area.size(); ++i) {
         objectCount += side[i] == 1;
         backgroundCount += side[i] == 0;
     }
-    const qsizetype objectStep = std::max<qsizetype>(1, objectCount / myMaximalSamples);
-    const qsizetype backgroundStep = std::max<qsizetype>(1, backgroundCount / myMaximalSamples);
+    const qsizetype objectStep = std::max<qsizetype>(1, objectCount / samples);
+    const qsizetype backgroundStep = std::max<qsizetype>(1, backgroundCount / samples);
     struct Model {
         QList<quint32> colours;
         PXGaussianMixture mixture;
@@ -166,7 +157,7 @@ DataCosts PXRefinedCutSteps::learnCosts(
             --backgroundSkip;
         }
     }
-    PXConcurrent::blockingMap(models, [](Model& model) { model.mixture.learn(model.colours); });
+    PXConcurrent::blockingMap(models, [&](Model& model) { model.mixture.learn(model.colours, options.components); });
     const PXGaussianMixture& objectModel = models[1].mixture;
     const PXGaussianMixture& backgroundModel = models[0].mixture;
 
@@ -191,12 +182,14 @@ DataCosts PXRefinedCutSteps::learnCosts(
 }
 
 // Kept in one piece: nodes and their links come out of one scan of the area.
-Blocks PXRefinedCutSteps::makeBlocks(const Area& area)
+Blocks PXRefinedCutSteps::makeBlocks(const Area& area, const PXRefinedCutOptions& options)
 {
+    const int blockSize = std::max(1, options.blockSize);
+    const double smoothness = options.smoothness;
     Blocks blocks;
     blocks.node.assign(area.size(), -1);
-    const int blocksPerRow = (area.width + myBlockSize - 1) / myBlockSize;
-    const int blockRows = (area.height + myBlockSize - 1) / myBlockSize;
+    const int blocksPerRow = (area.width + blockSize - 1) / blockSize;
+    const int blockRows = (area.height + blockSize - 1) / blockSize;
     // The labels met in each block so far, with their nodes; blocks hold few.
     std::vector<std::vector<std::pair<int, int>>> seen(qsizetype(blocksPerRow) * blockRows);
     for (int y = 0; y < area.height; ++y) {
@@ -204,7 +197,7 @@ Blocks PXRefinedCutSteps::makeBlocks(const Area& area)
             const qsizetype i = qsizetype(y) * area.width + x;
             if (!area.inside[i])
                 continue;
-            auto& list = seen[qsizetype(y / myBlockSize) * blocksPerRow + x / myBlockSize];
+            auto& list = seen[qsizetype(y / blockSize) * blocksPerRow + x / blockSize];
             const int label = area.label[i];
             int node = -1;
             for (const auto& entry : list) {
@@ -238,7 +231,7 @@ Blocks PXRefinedCutSteps::makeBlocks(const Area& area)
     double weightOfStrength[256];
     for (int value = 0; value < 256; ++value) {
         const double s = value;
-        weightOfStrength[value] = mySmoothness * std::exp(-beta * s * s);
+        weightOfStrength[value] = smoothness * std::exp(-beta * s * s);
     }
     const auto weight = [&](qsizetype a, qsizetype b) {
         return weightOfStrength[std::max(area.sobel[a], area.sobel[b])];
@@ -335,16 +328,20 @@ bool PXRefinedCutSteps::lostObject(const std::vector<uchar>& selection, qsizetyp
     return object * 10 < insidePixels;
 }
 
-void PXRefinedCutSteps::cutBand(const Area& area, const DataCosts& costs, std::vector<uchar>& selection)
+void PXRefinedCutSteps::cutBand(
+    const Area& area, const DataCosts& costs, const PXRefinedCutOptions& options, std::vector<uchar>& selection)
 {
-    const std::vector<uchar> distance = distanceToOutline(area, selection, myBandRadius);
+    // Distances are bytes.
+    const int bandRadius = std::clamp(options.bandRadius, 0, 254);
+    const double smoothness = options.smoothness;
+    const std::vector<uchar> distance = distanceToOutline(area, selection, bandRadius);
     const int w = area.width;
     // Nodes are numbered in pixel order; the passes below walk the band's
     // pixels through pixelOfNode instead of the whole area.
     std::vector<int> node(area.size(), -1);
     std::vector<qsizetype> pixelOfNode;
     for (qsizetype i = 0; i < area.size(); ++i) {
-        if (area.inside[i] && area.marks[i] == PXRefinedCut::NoMark && distance[i] <= myBandRadius) {
+        if (area.inside[i] && area.marks[i] == PXRefinedCut::NoMark && distance[i] <= bandRadius) {
             node[i] = int(pixelOfNode.size());
             pixelOfNode.push_back(i);
         }
@@ -379,10 +376,10 @@ void PXRefinedCutSteps::cutBand(const Area& area, const DataCosts& costs, std::v
     // with the same expression, and only the rare far pairs call exp().
     std::vector<double> weightOfDistance(myTabulatedDistances);
     for (int d = 0; d < myTabulatedDistances; ++d)
-        weightOfDistance[d] = mySmoothness * std::exp(-beta * double(d));
+        weightOfDistance[d] = smoothness * std::exp(-beta * double(d));
     const auto pairWeight = [&](double squaredDistance) {
         return squaredDistance < myTabulatedDistances ? weightOfDistance[int(squaredDistance)]
-                                                      : mySmoothness * std::exp(-beta * squaredDistance);
+                                                      : smoothness * std::exp(-beta * squaredDistance);
     };
     QList<PXConcurrent::Range> slices = PXConcurrent::ranges(0, count, myNodeChunk);
     PXConcurrent::blockingMap(slices, [&](const PXConcurrent::Range& nodes) {

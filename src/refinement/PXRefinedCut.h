@@ -1,5 +1,6 @@
 #pragma once
 
+#include "PXRefinedCutOptions.h"
 #include "pximagecutter_export.h"
 
 #include <QImage>
@@ -53,6 +54,9 @@ public:
      * say (object marks only inside the lasso). A null image means no marks.
      */
     void setMarks(const QImage& marks);
+    /** The tunables; drops what prepare() made. */
+    void setOptions(const PXRefinedCutOptions& options);
+    PXRefinedCutOptions options() const { return m_options; }
     /** Called after each stage, on the thread that calls run(). */
     void setProgressFunction(const std::function<void()>& progress);
     /** Asked between stages; true makes run() return a null image. */
@@ -84,6 +88,7 @@ private:
     QImage m_labels;
     QSet<int> m_objectLabels;
     QImage m_marks;
+    PXRefinedCutOptions m_options;
     std::function<void()> m_progress;
     std::function<bool()> m_cancelled;
     std::shared_ptr<const Prepared> m_prepared;

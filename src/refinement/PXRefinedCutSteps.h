@@ -3,6 +3,8 @@
 // The refined cut's working data and its steps, as plain functions over plain
 // data. Internal header of PXRefinedCut.
 
+#include "PXRefinedCutOptions.h"
+
 #include <QImage>
 #include <QPainterPath>
 #include <QRect>
@@ -63,7 +65,7 @@ void sobelOfArea(Area& area, const QImage& photo);
 
 // The regions inside the lasso split into blocks, and the links between
 // blocks weighted by the edge strength between them.
-Blocks makeBlocks(const Area& area);
+Blocks makeBlocks(const Area& area, const PXRefinedCutOptions& options);
 
 // The pixels of the area inside the lasso whose region is one of @p objectLabels.
 std::vector<uchar> selectionOfLabels(const Area& area, const QSet<int>& objectLabels);
@@ -73,7 +75,8 @@ void applyMarks(const Area& area, std::vector<uchar>& selection);
 
 // @p side holds 0 for a background pixel, 1 for an object pixel and
 // unusedSide for a pixel left out.
-DataCosts learnCosts(const Area& area, const std::vector<uchar>& side, const std::vector<int>& usedBins);
+DataCosts learnCosts(const Area& area, const std::vector<uchar>& side, const std::vector<int>& usedBins,
+    const PXRefinedCutOptions& options);
 
 // One minimum cut over the blocks; returns whether any block changed sides.
 bool cutBlocks(const Area& area, const Blocks& blocks, const DataCosts& costs, std::vector<uchar>& selection);
@@ -84,6 +87,7 @@ bool lostObject(const std::vector<uchar>& selection, qsizetype insidePixels);
 
 // A minimum cut over the pixels near the outline, with colour contrast as
 // the cost of separating neighbours.
-void cutBand(const Area& area, const DataCosts& costs, std::vector<uchar>& selection);
+void cutBand(
+    const Area& area, const DataCosts& costs, const PXRefinedCutOptions& options, std::vector<uchar>& selection);
 
 } // namespace PXRefinedCutSteps

@@ -3,15 +3,9 @@
 #include "PXConcurrent.h"
 #include "PXRefinedCutSteps.h"
 
+#include <algorithm>
+
 using namespace PXRefinedCutSteps;
-
-namespace {
-
-// Width of the band outside the lasso whose colours teach the background model.
-constexpr int myOuterBand = 16;
-constexpr int myRegionRounds = 2;
-
-} // namespace
 
 // All of the cut that needs no object labels. Immutable once made.
 struct PXRefinedCut::Prepared {
@@ -29,7 +23,8 @@ std::shared_ptr<const PXRefinedCut::Prepared> PXRefinedCut::makePrepared() const
     prepared->photoSize = photo.size();
     Area& area = prepared->area;
     const QRect lassoRect = m_lasso.boundingRect().toAlignedRect().intersected(photo.rect());
-    area.rect = lassoRect.adjusted(-myOuterBand, -myOuterBand, myOuterBand, myOuterBand).intersected(photo.rect());
+    const int band = std::max(0, m_options.outerBand);
+    area.rect = lassoRect.adjusted(-band, -band, band, band).intersected(photo.rect());
     if (lassoRect.isEmpty() || area.rect.isEmpty()) {
         area.rect = QRect();
         return prepared;
@@ -77,6 +72,12 @@ void PXRefinedCut::setMarks(const QImage& marks)
     m_prepared.reset();
 }
 
+void PXRefinedCut::setOptions(const PXRefinedCutOptions& options)
+{
+    m_options = options;
+    m_prepared.reset();
+}
+
 void PXRefinedCut::setProgressFunction(const std::function<void()>& progress)
 {
     m_progress = progress;
@@ -119,7 +120,7 @@ QImage PXRefinedCut::run() const
     QList<int> jobs {0, 1};
     PXConcurrent::blockingMap(jobs, [&](int job) {
         if (job == 0) {
-            blocks = makeBlocks(area);
+            blocks = makeBlocks(area, m_options);
             return;
         }
         object = selectionOfLabels(area, m_objectLabels);
@@ -130,7 +131,7 @@ QImage PXRefinedCut::run() const
             insidePixels += area.inside[i];
         }
         applyMarks(area, object);
-        costs = learnCosts(area, firstSides, usedBins);
+        costs = learnCosts(area, firstSides, usedBins, m_options);
     });
     progress();
     if (cancelled())
@@ -138,12 +139,12 @@ QImage PXRefinedCut::run() const
 
     // The band cut reuses the last round's models: learning them again from
     // that round's few changed blocks moved no outline on the composites.
-    for (int round = 0; round < myRegionRounds; ++round) {
+    for (int round = 0; round < m_options.rounds; ++round) {
         if (round > 0)
-            costs = learnCosts(area, object, usedBins);
+            costs = learnCosts(area, object, usedBins, m_options);
         bool changed = cutBlocks(area, blocks, costs, object);
         if (round == 0 && lostObject(object, insidePixels)) {
-            costs = learnCosts(area, lassoSides, usedBins);
+            costs = learnCosts(area, lassoSides, usedBins, m_options);
             changed = cutBlocks(area, blocks, costs, object);
         }
         if (!changed)
@@ -155,7 +156,7 @@ QImage PXRefinedCut::run() const
     if (cancelled())
         return QImage();
 
-    cutBand(area, costs, object);
+    cutBand(area, costs, m_options, object);
     progress();
     if (cancelled())
         return QImage();

@@ -1,5 +1,6 @@
 #include "PXGaussianMixture.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <vector>
@@ -89,8 +90,9 @@ double principalAxis(const double covariance[9], double axis[3])
 
 // Kept in one piece: every split reads and updates the same running sums and
 // cluster indices.
-void PXGaussianMixture::learn(const QList<quint32>& colours)
+void PXGaussianMixture::learn(const QList<quint32>& colours, int components)
 {
+    const int wanted = std::clamp(components, 1, maximalComponents);
     m_components.clear();
     if (colours.isEmpty())
         return;
@@ -103,7 +105,7 @@ void PXGaussianMixture::learn(const QList<quint32>& colours)
     for (qsizetype i = 0; i < count; ++i)
         sums[0].add(colour[i]);
     std::vector<bool> splittable {true};
-    while (int(sums.size()) < maximalComponents) {
+    while (int(sums.size()) < wanted) {
         const int clusters = int(sums.size());
         int widest = -1;
         double widestValue = 0.0;

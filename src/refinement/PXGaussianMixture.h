@@ -1,16 +1,18 @@
 #pragma once
 
+#include "PXRefinedCutOptions.h"
+
 #include <QList>
 
 #include <array>
 
 /**
- * A mixture of up to five Gaussians over RGB colours, with full covariances:
- * the colour model of one side of a refined cut.
+ * A mixture of a few Gaussians over RGB colours, with full covariances: the
+ * colour model of one side of a refined cut.
  *
  * learn() fits it to a list of colours (0xRRGGBB) deterministically: the
  * cluster with the widest spread is split at its mean along its principal
- * axis until there are five, then every colour is moved to its most likely
+ * axis until there are enough, then every colour is moved to its most likely
  * component twice. Sums are exact integers, so the result does not depend on
  * the order of the colours. logDensity() is the natural log of the density.
  *
@@ -19,10 +21,13 @@
 class PXGaussianMixture
 {
 public:
-    static constexpr int maximalComponents = 5;
+    static constexpr int maximalComponents = PXRefinedCutOptions::maximalComponents;
 
-    /** Fits the mixture to @p colours; an empty list leaves it empty. */
-    void learn(const QList<quint32>& colours);
+    /**
+     * Fits a mixture of @p components Gaussians (clamped to 1 ..
+     * maximalComponents) to @p colours; an empty list leaves it empty.
+     */
+    void learn(const QList<quint32>& colours, int components);
     bool isEmpty() const { return m_components.isEmpty(); }
     /** log p(r, g, b); a very small value for an empty mixture. */
     double logDensity(double red, double green, double blue) const;

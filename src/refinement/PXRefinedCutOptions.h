@@ -1,0 +1,28 @@
+#pragma once
+
+/**
+ * The tunables of PXRefinedCut, with the defaults it was measured with on
+ * the quality composites (bench/quality). A plain value; pass it with
+ * PXRefinedCut::setOptions() before prepare() or run().
+ */
+struct PXRefinedCutOptions {
+    /** Width in pixels of the band outside the lasso whose colours teach the background model. */
+    int outerBand = 16;
+    /**
+     * Regions are split into square blocks of this many pixels a side, so the
+     * region cut can follow an edge that region growing ran over.
+     */
+    int blockSize = 8;
+    /** Pixels on each side of the block cut's outline that the pixel cut may move. */
+    int bandRadius = 4;
+    /** At most this many rounds of learning the models and cutting the blocks. */
+    int rounds = 2;
+    /** Gaussians in each colour model (1 to PXRefinedCutOptions::maximalComponents). */
+    int components = 5;
+    /** At most this many pixels of each side teach its colour model. */
+    int sampleSize = 8000;
+    /** Weight of the smoothness against the colour term, in nats per pixel pair. */
+    double smoothness = 50.0;
+
+    static constexpr int maximalComponents = 8;
+};
