@@ -50,6 +50,47 @@ template<typename T> QList<T> smoothed(const QList<T>& values, int radius)
     return out;
 }
 
+// Signed distance to the object's edge (outside positive, inside negative)
+// and the object's centre.
+struct EdgeDistance {
+    int width = 0;
+    std::vector<float> toObject;
+    std::vector<float> toOutside;
+    QPointF centre;
+
+    double at(int x, int y) const
+    {
+        const size_t i = size_t(y) * width + x;
+        return toObject[i] > 0.0f ? std::sqrt(double(toObject[i])) : -std::sqrt(double(toOutside[i]));
+    }
+};
+
+// The outline of the largest piece of the pixels that lie within
+// @p keep(x, y) of the object, traced pixel by pixel.
+template<typename Keep> QList<QPointF> outlineWithin(const EdgeDistance& edge, QSize size, Keep keep)
+{
+    QImage kept(size, QImage::Format_Grayscale8);
+    for (int y = 0; y < size.height(); ++y) {
+        uchar* out = kept.scanLine(y);
+        for (int x = 0; x < size.width(); ++x)
+            out[x] = edge.at(x, y) <= keep(x, y) ? 255 : 0;
+    }
+    std::vector<int> labels;
+    const QList<PXMaskArea> areas = connectedAreas(kept, &labels);
+    if (areas.isEmpty())
+        return {};
+    const PXMaskArea largest = *std::max_element(areas.begin(), areas.end(),
+        [](const PXMaskArea& a, const PXMaskArea& b) { return a.pixels < b.pixels; });
+    for (int y = 0; y < size.height(); ++y) {
+        uchar* line = kept.scanLine(y);
+        for (int x = 0; x < size.width(); ++x)
+            line[x] = labels[size_t(y) * size.width() + x] == largest.label ? 255 : 0;
+    }
+    const uchar* top = kept.constScanLine(largest.bounds.top());
+    const int left = int(std::find(top, top + size.width(), 255) - top);
+    return outerBorder(kept, QPoint(left, largest.bounds.top()));
+}
+
 } // namespace
 
 QPainterPath handLasso(const QImage& object, const PXHandLassoOptions& options)
@@ -60,10 +101,9 @@ QPainterPath handLasso(const QImage& object, const PXHandLassoOptions& options)
     std::uniform_real_distribution<double> unit(0.0, 1.0);
     const double scale = options.scale;
 
-    // Signed distance to the object's edge: outside positive, inside negative.
+    EdgeDistance edge;
+    edge.width = w;
     QImage outside(object.size(), QImage::Format_Grayscale8);
-    double cx = 0.0;
-    double cy = 0.0;
     qint64 count = 0;
     for (int y = 0; y < h; ++y) {
         const uchar* in = object.constScanLine(y);
@@ -71,21 +111,18 @@ QPainterPath handLasso(const QImage& object, const PXHandLassoOptions& options)
         for (int x = 0; x < w; ++x) {
             out[x] = in[x] ? 0 : 255;
             if (in[x]) {
-                cx += x;
-                cy += y;
+                edge.centre += QPointF(x, y);
                 ++count;
             }
         }
     }
     if (count == 0)
         return QPainterPath();
-    cx /= double(count);
-    cy /= double(count);
-    const std::vector<float> toObject = squaredDistanceToSet(object);
-    const std::vector<float> toOutside = squaredDistanceToSet(outside);
+    edge.centre /= double(count);
+    edge.toObject = squaredDistanceToSet(object);
+    edge.toOutside = squaredDistanceToSet(outside);
 
-    // The distance the hand keeps wanders as two slow waves across the photo;
-    // within one sector round the object's centre it runs inside instead.
+    // The distance the hand keeps wanders as two slow waves across the photo.
     double wave[2][3];
     for (auto& v : wave) {
         const double angle = 2.0 * pi * unit(random);
@@ -97,43 +134,36 @@ QPainterPath handLasso(const QImage& object, const PXHandLassoOptions& options)
     const double insideFrom = 2.0 * pi * unit(random);
     const double nearest = options.nearest * scale;
     const double farthest = options.farthest * scale;
-    QImage kept(object.size(), QImage::Format_Grayscale8);
-    QPoint start(-1, -1);
-    for (int y = 0; y < h; ++y) {
-        uchar* out = kept.scanLine(y);
-        for (int x = 0; x < w; ++x) {
-            const size_t at = size_t(y) * w + x;
-            const double signedDistance = toObject[at] > 0.0f ? std::sqrt(double(toObject[at]))
-                                                               : -std::sqrt(double(toOutside[at]));
+    // Within a sector round the object's centre it runs inside instead; the
+    // sector is widened or narrowed until that stretch is the share asked of
+    // the lasso's length, not of the turn.
+    double sector = options.insideShare;
+    QList<QPointF> points;
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        points = outlineWithin(edge, object.size(), [&](int x, int y) {
+            const double turn = std::fmod(
+                std::atan2(y - edge.centre.y(), x - edge.centre.x()) - insideFrom + 4.0 * pi, 2.0 * pi);
+            if (turn < 2.0 * pi * sector)
+                return -options.insideDepth * scale;
             const double waves = 0.6 * std::sin(wave[0][0] * x + wave[0][1] * y + wave[0][2])
                 + 0.4 * std::sin(wave[1][0] * x + wave[1][1] * y + wave[1][2]);
-            double keep = nearest + (farthest - nearest) * (0.5 + 0.5 * waves);
-            const double turn = std::fmod(std::atan2(y - cy, x - cx) - insideFrom + 4.0 * pi,
-                                      2.0 * pi);
-            if (turn < 2.0 * pi * options.insideShare)
-                keep = -options.insideDepth * scale;
-            out[x] = signedDistance <= keep ? 255 : 0;
-        }
+            return nearest + (farthest - nearest) * (0.5 + 0.5 * waves);
+        });
+        if (points.isEmpty())
+            return QPainterPath();
+        points = smoothed(resampled(points, options.points), 3);
+        if (options.insideShare <= 0.0)
+            break;
+        const qsizetype inside = std::count_if(points.begin(), points.end(), [&](QPointF p) {
+            return edge.at(std::clamp(int(p.x()), 0, w - 1), std::clamp(int(p.y()), 0, h - 1)) < 0.0;
+        });
+        const double share = double(inside) / double(points.size());
+        if (std::abs(share - options.insideShare) < 0.01)
+            break;
+        sector = std::min(0.5, share > 0.0 ? sector * options.insideShare / share : 2.0 * sector);
     }
 
-    // The largest piece's outline, evened out and set trembling.
-    std::vector<int> labels;
-    const QList<PXMaskArea> areas = connectedAreas(kept, &labels);
-    if (areas.isEmpty())
-        return QPainterPath();
-    const PXMaskArea largest
-        = *std::max_element(areas.begin(), areas.end(),
-            [](const PXMaskArea& a, const PXMaskArea& b) { return a.pixels < b.pixels; });
-    for (int x = largest.bounds.left(); x <= largest.bounds.right() && start.x() < 0; ++x) {
-        if (labels[size_t(largest.bounds.top()) * w + x] == largest.label)
-            start = QPoint(x, largest.bounds.top());
-    }
-    for (int y = 0; y < h; ++y) {
-        uchar* line = kept.scanLine(y);
-        for (int x = 0; x < w; ++x)
-            line[x] = labels[size_t(y) * w + x] == largest.label ? 255 : 0;
-    }
-    const QList<QPointF> points = smoothed(resampled(outerBorder(kept, start), options.points), 3);
+    // Set trembling.
     QList<double> tremor(points.size());
     for (double& t : tremor)
         t = 2.0 * unit(random) - 1.0;

@@ -75,6 +75,19 @@ QImage tiled(const QImage& texture, const QSize& size, double zoom, QPoint offse
     return out;
 }
 
+// The alpha channel of @p paint as Format_Grayscale8.
+QImage alphaOf(const QImage& paint)
+{
+    QImage alpha(paint.size(), QImage::Format_Grayscale8);
+    for (int y = 0; y < paint.height(); ++y) {
+        const auto* in = reinterpret_cast<const QRgb*>(paint.constScanLine(y));
+        uchar* out = alpha.scanLine(y);
+        for (int x = 0; x < paint.width(); ++x)
+            out[x] = uchar(qAlpha(in[x]));
+    }
+    return alpha;
+}
+
 // Coverage of @p path, antialiased, as Format_Grayscale8.
 QImage coverage(const QSize& size, const QPainterPath& path)
 {
@@ -84,14 +97,7 @@ QImage coverage(const QSize& size, const QPainterPath& path)
     painter.setRenderHint(QPainter::Antialiasing);
     painter.fillPath(path, Qt::white);
     painter.end();
-    QImage alpha(size, QImage::Format_Grayscale8);
-    for (int y = 0; y < size.height(); ++y) {
-        const auto* in = reinterpret_cast<const QRgb*>(paint.constScanLine(y));
-        uchar* out = alpha.scanLine(y);
-        for (int x = 0; x < size.width(); ++x)
-            out[x] = uchar(qAlpha(in[x]));
-    }
-    return alpha;
+    return alphaOf(paint);
 }
 
 // A round blob whose radius swells with two waves.
@@ -382,13 +388,7 @@ PXQualityCase fur()
         painter.drawPath(strand);
     }
     painter.end();
-    QImage alpha(normalSize, QImage::Format_Grayscale8);
-    for (int y = 0; y < normalSize.height(); ++y) {
-        const auto* in = reinterpret_cast<const QRgb*>(paint.constScanLine(y));
-        uchar* out = alpha.scanLine(y);
-        for (int x = 0; x < normalSize.width(); ++x)
-            out[x] = uchar(qAlpha(in[x]));
-    }
+    const QImage alpha = alphaOf(paint);
     // The cat's face, its strands from fur round it.
     QImage object = tiled(furPatch(), normalSize, 1.5);
     {

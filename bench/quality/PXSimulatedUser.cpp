@@ -40,9 +40,23 @@ QPoint middle(const std::vector<int>& labels, int width, const PXMaskArea& area)
         }
     }
     const std::vector<float> distance = squaredDistanceToSet(outside);
-    const auto farthest = std::max_element(distance.begin(), distance.end());
-    const qsizetype index = farthest - distance.begin();
-    return box.topLeft() + QPoint(int(index % box.width()), int(index / box.width()));
+    // A ridge of equally deep pixels (a strip) gives the one nearest its mean.
+    const float deepest = *std::max_element(distance.begin(), distance.end());
+    QList<QPoint> ridge;
+    QPointF mean;
+    for (qsizetype i = 0; i < qsizetype(distance.size()); ++i) {
+        if (distance[i] == deepest) {
+            ridge.append(QPoint(int(i % box.width()), int(i / box.width())));
+            mean += ridge.last();
+        }
+    }
+    mean /= double(ridge.size());
+    const auto nearMean = [&](QPoint a, QPoint b) {
+        const QPointF da = a - mean;
+        const QPointF db = b - mean;
+        return QPointF::dotProduct(da, da) < QPointF::dotProduct(db, db);
+    };
+    return box.topLeft() + *std::min_element(ridge.begin(), ridge.end(), nearMean);
 }
 
 } // namespace

@@ -22,8 +22,9 @@ struct PXCorrection {
  * The largest 4-connected area where @p selection and @p truth (both
  * Format_Grayscale8, non-zero on the object) differ, object left out and
  * background taken in counted apart, and the pixel of it farthest from its
- * border (the photo's edge counts as a border); ties go to the first pixel in
- * reading order. Nothing when they agree.
+ * border (the photo's edge counts as a border); of equally deep pixels, the
+ * one nearest their mean (the first in reading order of those). Nothing when
+ * they agree.
  */
 std::optional<PXCorrection> nextCorrection(const QImage& truth, const QImage& selection);
 

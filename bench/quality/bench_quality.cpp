@@ -166,6 +166,36 @@ void save(const Options& options, const PXQualityCase& scene, const QImage& refi
         out << point.x() << ',' << point.y() << '\n';
 }
 
+// Every method's first cut of @p scene, in the table's order; with @p runs,
+// the simulated user then corrects each but grabCut with five iterations.
+QList<Score> cutEveryWay(const Options& options, const PXQualityCase& scene, QList<PXUserRun>* runs)
+{
+    QList<Score> scores;
+    PXControllerCutter plain(false);
+    PXControllerCutter refined(true);
+#ifdef PX_HAVE_OPENCV
+    PXGrabCutCutter once(1);
+    PXCutter* const cutters[] = {&plain, &refined, &once};
+#else
+    PXCutter* const cutters[] = {&plain, &refined};
+#endif
+    for (PXCutter* cutter : cutters) {
+        const PXCutAnswer answer = cutter->cut(scene.photo, scene.lasso);
+        scores.append(score(scene.truth, answer));
+        if (cutter == &refined)
+            save(options, scene, answer.selection);
+        if (runs)
+            runs->append(simulateUser(*cutter, scene.truth, answer.selection));
+    }
+#ifdef PX_HAVE_OPENCV
+    if (!options.quick) {
+        PXGrabCutCutter five(5);
+        scores.append(score(scene.truth, five.cut(scene.photo, scene.lasso)));
+    }
+#endif
+    return scores;
+}
+
 // The first four composites and their lassos, as the table has always had them.
 void runFixedScenes(const Options& options)
 {
@@ -187,21 +217,7 @@ void runFixedScenes(const Options& options)
                 std::printf("Cut quality on 1200 x 800 composites: IoU, boundary F (2 px), ms\n");
                 printHeader(options.quick);
             }
-            QList<Score> scores;
-            PXControllerCutter plain(false);
-            scores.append(score(row.truth, plain.cut(row.photo, row.lasso)));
-            PXControllerCutter refined(true);
-            const PXCutAnswer refinedAnswer = refined.cut(row.photo, row.lasso);
-            scores.append(score(row.truth, refinedAnswer));
-            save(options, row, refinedAnswer.selection);
-#ifdef PX_HAVE_OPENCV
-            PXGrabCutCutter once(1);
-            scores.append(score(row.truth, once.cut(row.photo, row.lasso)));
-            if (!options.quick) {
-                PXGrabCutCutter five(5);
-                scores.append(score(row.truth, five.cut(row.photo, row.lasso)));
-            }
-#endif
+            const QList<Score> scores = cutEveryWay(options, row, nullptr);
             print(row.name, scores);
             rows.append(scores);
         }
@@ -308,30 +324,8 @@ void runHardCases(const Options& options)
             printHeader(options.quick);
         }
         const PXQualityCase scene = recipe.make();
-        QList<Score> scores;
         UserRow user {scene.name, {}};
-        PXControllerCutter plain(false);
-        PXControllerCutter refined(true);
-#ifdef PX_HAVE_OPENCV
-        PXGrabCutCutter once(1);
-        PXCutter* const cutters[] = {&plain, &refined, &once};
-#else
-        PXCutter* const cutters[] = {&plain, &refined};
-#endif
-        for (PXCutter* cutter : cutters) {
-            const PXCutAnswer answer = cutter->cut(scene.photo, scene.lasso);
-            scores.append(score(scene.truth, answer));
-            if (cutter == &refined)
-                save(options, scene, answer.selection);
-            if (options.user)
-                user.runs.append(simulateUser(*cutter, scene.truth, answer.selection));
-        }
-#ifdef PX_HAVE_OPENCV
-        if (!options.quick) {
-            PXGrabCutCutter five(5);
-            scores.append(score(scene.truth, five.cut(scene.photo, scene.lasso)));
-        }
-#endif
+        const QList<Score> scores = cutEveryWay(options, scene, options.user ? &user.runs : nullptr);
         print(scene.name, scores);
         rows.append(scores);
         userRows.append(user);
