@@ -250,9 +250,9 @@ QPainterPath handLassoAround(const QImage& alpha, quint32 seed, double insideSha
 
 PXQualityCase camouflage()
 {
-    // The same gravel, turned and 7 % darker: a person sees the patch, the
-    // refined cut of today sees nothing (at 10 % darker it finds it) and
-    // grabCut does.
+    // The same gravel, turned and 7 % darker: a person sees the patch, and
+    // colour models of the lasso's inside and outside tell it apart only
+    // just (grabCut with one iteration does).
     const QImage gravel = tinted(bundled("gravel.png"), QColor(70, 55, 40), QColor(230, 205, 165));
     const QImage background = tiled(gravel, normalSize, 1.0);
     const QTransform turn = QTransform().rotate(90);
