@@ -6,9 +6,9 @@
 #include "PXQualityCutters.h"
 #include "PXSimulatedUser.h"
 
-#include <QPainter>
 #include <QTest>
 
+#include <climits>
 #include <cmath>
 #include <random>
 
