@@ -153,14 +153,17 @@ QImage PXRefinedCut::run() const
         }
         return sides;
     };
-    const auto follow = [&](std::vector<uchar> object, bool restTeaches) {
+    const auto follow = [&](std::vector<uchar> object, bool restTeaches, bool lassoAlone) {
         applyMarks(area, marks, object);
         Solution solution;
         solution.costs = learnCosts(area, teacher(object, restTeaches), prepared->usedBins, m_options);
         for (int round = 0; round < std::max(1, m_options.rounds); ++round) {
             if (round > 0)
                 solution.costs = learnCosts(area, teacher(object, true), prepared->usedBins, m_options);
-            if (!cutBlocks(area, prepared->blocks, solution.costs, marks, claims, object) || cancelled())
+            // With the lasso alone the colours of the two sides differ little
+            // at first: they part by colour alone, then under less smoothness.
+            const double smoothing = lassoAlone ? (round == 0 ? 0.0 : m_options.lassoSmoothing) : 1.0;
+            if (!cutBlocks(area, prepared->blocks, solution.costs, marks, claims, smoothing, object) || cancelled())
                 break;
         }
         solution.object = std::move(object);
@@ -168,16 +171,16 @@ QImage PXRefinedCut::run() const
     };
     Solution solution;
     if (!m_startSelection.isNull()) {
-        solution = follow(readSelection(area, m_startSelection), true);
+        solution = follow(readSelection(area, m_startSelection), true, false);
     } else {
-        solution = follow(selectionOfLabels(area, m_objectLabels), false);
+        solution = follow(selectionOfLabels(area, m_objectLabels), false, false);
         // Should the superpixel cut have lost the object, its models explain
         // nothing: the whole lasso is the first guess instead, as the lasso
         // is all the user said. Measured on the quality composites, choosing
         // between both guesses by their energies picked the lasso's where it
         // was worse, so it only stands in for a lost object.
         if (lostObject(area, solution.object) && !cancelled())
-            solution = follow(area.inside, false);
+            solution = follow(area.inside, false, true);
     }
     progress();
     if (cancelled())

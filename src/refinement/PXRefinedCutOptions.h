@@ -38,6 +38,13 @@ struct PXRefinedCutOptions {
     int strokeReach = 48;
     /** How hard a mark pulls the pixels it reaches, in nats, fading with the distance. */
     double strokePull = 4.0;
+    /**
+     * The share of the smoothness the block cut keeps when it starts from the
+     * lasso alone (the superpixel cut lost the object): an object in the
+     * background's own colours differs from it only a little per pixel, and
+     * the full smoothness would cut it all away.
+     */
+    double lassoSmoothing = 0.25;
     /** Weight of the smoothness against the colour term, in nats per pixel pair. */
     double smoothness = 50.0;
 

@@ -275,7 +275,7 @@ Blocks PXRefinedCutSteps::makeBlocks(const Area& area, const PXRefinedCutOptions
 }
 
 bool PXRefinedCutSteps::cutBlocks(const Area& area, const Blocks& blocks, const DataCosts& costs,
-    const std::vector<uchar>& marks, const std::vector<float>& claims, std::vector<uchar>& selection)
+    const std::vector<uchar>& marks, const std::vector<float>& claims, double smoothing, std::vector<uchar>& selection)
 {
     std::vector<double> objectCost(blocks.count, 0.0);
     std::vector<double> backgroundCost(blocks.count, 0.0);
@@ -294,7 +294,7 @@ bool PXRefinedCutSteps::cutBlocks(const Area& area, const Blocks& blocks, const 
     PXCutGraph graph;
     graph.addNodes(blocks.count);
     for (int node = 0; node < blocks.count; ++node) {
-        double object = objectCost[node] + blocks.outsideWeight[node];
+        double object = objectCost[node] + smoothing * blocks.outsideWeight[node];
         double background = backgroundCost[node];
         // A block with marks of one kind only is held on that side; the
         // pixels themselves are held below whatever the block does.
@@ -305,7 +305,7 @@ bool PXRefinedCutSteps::cutBlocks(const Area& area, const Blocks& blocks, const 
         graph.addTerminalWeights(node, object, background);
     }
     for (const Blocks::Link& link : blocks.links)
-        graph.addEdge(link.first, link.second, link.weight);
+        graph.addEdge(link.first, link.second, smoothing * link.weight);
     graph.solve();
     std::vector<uchar> nodeIsObject(blocks.count);
     for (int node = 0; node < blocks.count; ++node)

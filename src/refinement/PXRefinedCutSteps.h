@@ -88,9 +88,11 @@ DataCosts learnCosts(const Area& area, const std::vector<uchar>& side, const std
 std::vector<float> claimsOfMarks(const Area& area, const std::vector<uchar>& marks, const PXRefinedCutOptions& options);
 
 // One minimum cut over the blocks, marked pixels held on their side and
-// claimed ones leaning to theirs. Returns whether any pixel changed sides.
+// claimed ones leaning to theirs, the smoothness weighed by @p smoothing
+// (0: every block takes the side its colours prefer). Returns whether any
+// pixel changed sides.
 bool cutBlocks(const Area& area, const Blocks& blocks, const DataCosts& costs, const std::vector<uchar>& marks,
-    const std::vector<float>& claims, std::vector<uchar>& selection);
+    const std::vector<float>& claims, double smoothing, std::vector<uchar>& selection);
 
 // The pixels the pixel cut may move: those near the outline, those a mark
 // reaches, and every pixel of a block whose own colours disagree with the
