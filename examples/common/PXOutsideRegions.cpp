@@ -4,8 +4,8 @@
 #include <PXMementoSegmentation.h>
 
 #include <QPainter>
+#include <QPen>
 
-#include <algorithm>
 #include <memory>
 
 namespace {
@@ -29,11 +29,12 @@ bool PXOutsideRegions::touchedBy(PXImageSegmentation& segmentation, const QPaint
     if (labels.cacheKey() != m_labelsKey)
         read(segmentation, labels);
 
-    // The stroke is rasterised as the library does (unantialiased fill), over
-    // its rounded bounding rectangle without the last row and column.
-    const QRect rect = stroke.boundingRect().toRect().intersected(
-        QRect(0, 0, labels.width() + 1, labels.height() + 1));
-    if (rect.width() < 2 || rect.height() < 2)
+    // The stroke is rasterised as the library does (an unantialiased fill),
+    // with its outline on top: the controller unites strokes that wait and
+    // fills them at once, so a pixel on a stroke's edge may be reached even
+    // where this stroke's own fill leaves it out.
+    const QRect rect = stroke.boundingRect().toAlignedRect().adjusted(-1, -1, 1, 1).intersected(labels.rect());
+    if (rect.isEmpty())
         return false;
     QImage brush(rect.size(), QImage::Format_ARGB32_Premultiplied);
     brush.fill(Qt::black);
@@ -41,13 +42,13 @@ bool PXOutsideRegions::touchedBy(PXImageSegmentation& segmentation, const QPaint
         QPainter painter(&brush);
         painter.translate(-rect.topLeft());
         painter.fillPath(stroke, Qt::white);
+        painter.setPen(QPen(Qt::white, 0));
+        painter.drawPath(stroke);
     }
-    const int right = std::min(rect.right(), labels.width());
-    const int bottom = std::min(rect.bottom(), labels.height());
-    for (int y = rect.top(); y < bottom; ++y) {
+    for (int y = rect.top(); y <= rect.bottom(); ++y) {
         const auto* labelLine = reinterpret_cast<const qint32*>(labels.constScanLine(y));
         const auto* brushLine = reinterpret_cast<const QRgb*>(brush.constScanLine(y - rect.top()));
-        for (int x = rect.left(); x < right; ++x) {
+        for (int x = rect.left(); x <= rect.right(); ++x) {
             const qint32 label = labelLine[x];
             if (brushLine[x - rect.left()] == 0xFFFFFFFFu && label > 0
                 && std::size_t(label) < m_reachesOutside.size() && m_reachesOutside[std::size_t(label)])

@@ -24,8 +24,8 @@ class PXOutsideRegions
 public:
     /**
      * Whether @p stroke, sent as a paint selection, would move a region of
-     * @p segmentation that has a pixel outside the grown lasso. False without
-     * a cut.
+     * @p segmentation that has a pixel outside the grown lasso. Along the
+     * stroke's edge it errs by up to a pixel towards yes. False without a cut.
      */
     bool touchedBy(PXImageSegmentation& segmentation, const QPainterPath& stroke);
 
