@@ -882,8 +882,8 @@ void PXStudioWindow::previewBrush(const QPointF& position)
         return;
     m_hoverClusters = clusters;
     // A stroke there would be ignored; its preview would show the whole outside selected.
-    if (clusters.isEmpty()
-        || wouldSelectOutside(PXPointList::brushStroke({ position }, m_view->brushRadius()), m_objectTarget->isChecked())) {
+    const QPainterPath brush = PXPointList::brushStroke({ position }, m_view->brushRadius());
+    if (clusters.isEmpty() || wouldSelectOutside(brush, m_objectTarget->isChecked())) {
         endPreview();
         return;
     }

@@ -401,7 +401,8 @@ void TestPXStudio::plainCutIsRememberedAndKeepsPaintInside()
     QVERIFY(!window->statusText().contains(QStringLiteral("outside the lasso")));
 
     action(*window, "refine")->trigger();
-    QVERIFY(smallWindow()->segmentation()->refinedCut());
+    window = smallWindow();
+    QVERIFY(window && window->segmentation()->refinedCut());
 }
 
 QTEST_MAIN(TestPXStudio)
