@@ -181,7 +181,8 @@ QImage PXRefinedCut::run() const
         applyMarks(area, marks, object);
         Solution solution;
         solution.costs = learnCosts(area, teacher(object, restTeaches), prepared->usedBins, m_options);
-        for (int round = 0; round < std::max(1, m_options.rounds); ++round) {
+        const int rounds = lassoAlone ? m_options.roundsFromLasso : m_options.rounds;
+        for (int round = 0; round < std::max(1, rounds); ++round) {
             if (round > 0)
                 solution.costs = learnCosts(area, teacher(object, true), prepared->usedBins, m_options);
             // With the lasso alone the colours of the two sides differ little
