@@ -134,21 +134,24 @@ QImage PXPythonCutter::invert(int timeoutMs, const Interrupted& interrupted)
 
 QImage PXPythonCutter::undo()
 {
-    const std::lock_guard<std::mutex> locker(m_calls);
-    QImage mask;
-    PXPythonHost::instance().run([&] {
-        m_history->undo();
-        mask = m_controller->maskForeground();
-    });
-    return mask;
+    return stepThroughHistory(true);
 }
 
 QImage PXPythonCutter::redo()
 {
+    return stepThroughHistory(false);
+}
+
+QImage PXPythonCutter::stepThroughHistory(bool back)
+{
     const std::lock_guard<std::mutex> locker(m_calls);
     QImage mask;
+    // The commands restore mementos on this thread; the mask is then at hand.
     PXPythonHost::instance().run([&] {
-        m_history->redo();
+        if (back)
+            m_history->undo();
+        else
+            m_history->redo();
         mask = m_controller->maskForeground();
     });
     return mask;

@@ -66,6 +66,7 @@ private:
     // change is recorded for undo with mementos taken with or without labels.
     QImage request(const std::function<void()>& ask, bool withLabels, int timeoutMs,
         const Interrupted& interrupted);
+    QImage stepThroughHistory(bool back);
     void release();
 
     std::mutex m_calls;

@@ -1,11 +1,5 @@
 # cmake -P script; see CMakeLists.txt beside it.
-function(run)
-    execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
-    if(NOT result EQUAL 0)
-        message(FATAL_ERROR "failed (${result}): ${ARGN}\n${output}")
-    endif()
-    set(last_output "${output}" PARENT_SCOPE)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/Run.cmake)
 
 set(prefix ${PX_WORK_DIR}/prefix)
 file(REMOVE_RECURSE ${PX_WORK_DIR})

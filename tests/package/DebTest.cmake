@@ -1,13 +1,7 @@
 # cmake -P script; see CMakeLists.txt beside it. Makes the Debian packages
 # from the build, checks what each holds and depends on, unpacks them all
 # into one tree and runs pxcut and the Python module from there.
-function(run)
-    execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
-    if(NOT result EQUAL 0)
-        message(FATAL_ERROR "failed (${result}): ${ARGN}\n${output}")
-    endif()
-    set(last_output "${output}" PARENT_SCOPE)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/Run.cmake)
 
 file(REMOVE_RECURSE ${PX_WORK_DIR})
 run(cpack --config ${PX_BUILD_DIR}/CPackConfig.cmake -B ${PX_WORK_DIR}/packages)
