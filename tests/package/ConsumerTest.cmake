@@ -23,3 +23,9 @@ if(PKG_CONFIG)
         message(FATAL_ERROR "pkg-config gave: ${last_output}")
     endif()
 endif()
+
+# As a user would, with nothing but PYTHONPATH: the module finds the prefix's libraries itself.
+if(PX_PYTHON)
+    set(ENV{PYTHONPATH} ${prefix}/lib/python3/dist-packages)
+    run(${PX_PYTHON} -c "import pximagecutter; assert pximagecutter.__file__.startswith('${prefix}')")
+endif()
