@@ -11,11 +11,13 @@
 #include "PXPythonHost.h"
 #include "PXPythonScissors.h"
 
+#include <chrono>
 #include <climits>
 #include <cmath>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 
 namespace py = pybind11;
 
@@ -39,9 +41,14 @@ double radiusOf(double radius)
     return radius;
 }
 
-// Asked while a call waits: Ctrl-C in the main thread ends the wait.
+// Asked while a call waits: Ctrl-C in the main thread ends the wait. A
+// daemon thread still waiting when the interpreter finalizes must not take
+// the GIL again (Python would end the thread by unwinding through the
+// bindings); it waits for the process's end, as Python's own daemon threads do.
 bool signalled()
 {
+    while (_Py_IsFinalizing())
+        std::this_thread::sleep_for(std::chrono::seconds(1));
     py::gil_scoped_acquire gil;
     return PyErr_CheckSignals() != 0;
 }
