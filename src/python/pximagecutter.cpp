@@ -112,7 +112,8 @@ struct Cutter {
             py::gil_scoped_release release;
             mask = cutter->click(point, ms);
         } catch (const std::invalid_argument& error) {
-            throw py::value_error("click (" + std::to_string(x) + ", " + std::to_string(y) + ") " + error.what());
+            throw py::value_error("click (" + py::repr(py::float_(x)).cast<std::string>() + ", "
+                + py::repr(py::float_(y)).cast<std::string>() + ") " + error.what());
         }
         return PXPythonArrays::mask(mask, size);
     }
