@@ -12,7 +12,7 @@ from conftest import PHOTOS, run_pxcut
 def test_mask_equals_pxcut(coffee, pxcut, tmp_path, refine):
     image, lasso = coffee
     arguments = ["cut", os.path.join(PHOTOS, "coffee.png"), "--out", str(tmp_path)]
-    run_pxcut(pxcut, *arguments, *(["--refine"] if refine else []))
+    run_pxcut(pxcut, *arguments, "--refine" if refine else "--plain")
     # pxcut's mask: opaque background, transparent object.
     expected = 255 - np.asarray(Image.open(tmp_path / "mask.png").convert("RGBA"))[:, :, 3]
 

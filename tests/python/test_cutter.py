@@ -8,7 +8,9 @@ import pximagecutter
 
 def test_strokes_change_the_mask_and_undo_takes_them_back(small_coffee):
     image, lasso = small_coffee
-    cutter = pximagecutter.Cutter(image)
+    # The plain cut: there a click toggles one region and nothing else (the
+    # refined cut solves again with every mark).
+    cutter = pximagecutter.Cutter(image, refine=False)
     assert not cutter.mask.any() and cutter.shape == image.shape[:2]
 
     cut = cutter.lasso(lasso)
@@ -43,6 +45,16 @@ def test_strokes_change_the_mask_and_undo_takes_them_back(small_coffee):
     for after in reversed(history):
         np.testing.assert_array_equal(cutter.redo(), after)
     np.testing.assert_array_equal(cutter.mask, inverted)
+
+
+def test_refined_cutter_undoes_its_strokes(small_coffee):
+    image, lasso = small_coffee
+    cutter = pximagecutter.Cutter(image)
+    cut = cutter.lasso(lasso)
+    painted = cutter.paint([(120, 100), (140, 100)], radius=5, object=False)
+    assert painted[100, 130] == 0 and (painted != cut).any()
+    np.testing.assert_array_equal(cutter.undo(), cut)
+    np.testing.assert_array_equal(cutter.redo(), painted)
 
 
 def test_refinement_needs_a_cut_and_points_inside(small_coffee):
