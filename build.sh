@@ -87,8 +87,8 @@ stress)
 fuzz)
     # New crashes land in build/fuzz/crash-*; copy each into tests/data/fuzz/<target>.
     cmake --preset fuzz
-    cmake --build --preset fuzz --target px_fuzz_slic px_fuzz_weights px_fuzz_pxcut
-    for target in slic weights pxcut; do
+    cmake --build --preset fuzz --target px_fuzz_slic px_fuzz_weights px_fuzz_refinedcut px_fuzz_pxcut
+    for target in slic weights refinedcut pxcut; do
         mkdir -p "build/fuzz/corpus/$target"
         QT_QPA_PLATFORM=offscreen "build/fuzz/tests/fuzz/px_fuzz_$target" -max_total_time="${2:-60}" \
             -timeout=20 -rss_limit_mb=4096 -artifact_prefix="build/fuzz/crash-$target-" \

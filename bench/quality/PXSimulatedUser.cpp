@@ -85,6 +85,8 @@ PXUserRun simulateUser(PXCutter& cutter, const QImage& truth, const QImage& firs
     QImage selection = firstSelection;
     for (int strokes = 0;; ++strokes) {
         run.finalIou = selection.isNull() ? 0.0 : intersectionOverUnion(truth, selection);
+        if (strokes > 0)
+            run.iouAfterStroke.append(run.finalIou);
         if (run.strokesTo90 < 0 && run.finalIou >= 0.90)
             run.strokesTo90 = strokes;
         if (run.finalIou >= 0.95) {
@@ -99,6 +101,7 @@ PXUserRun simulateUser(PXCutter& cutter, const QImage& truth, const QImage& firs
         QPainterPath dot;
         dot.addEllipse(QPointF(correction->centre) + QPointF(0.5, 0.5), radius, radius);
         const PXCutAnswer answer = cutter.stroke(dot, correction->object);
+        run.corrections.append(*correction);
         run.strokeMilliseconds.append(answer.milliseconds);
         selection = answer.selection;
     }

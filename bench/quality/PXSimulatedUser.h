@@ -34,6 +34,9 @@ struct PXUserRun {
     int strokesTo90 = -1;
     int strokesTo95 = -1;
     double finalIou = 0.0;
+    // Per stroke: where it went, the IoU after it and its time.
+    QList<PXCorrection> corrections;
+    QList<double> iouAfterStroke;
     QList<double> strokeMilliseconds;
 };
 

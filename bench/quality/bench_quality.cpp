@@ -8,6 +8,7 @@
 //   bench_quality --quick          without grabCut's five iterations and the 12 MP hard case
 //   bench_quality --case TEXT      only the cases whose name holds TEXT (asks for the 12 MP one too)
 //   bench_quality --no-user        without the simulated user
+//   bench_quality --trace          every stroke of the simulated user on stderr
 //   bench_quality --save DIR       into DIR each case's photo, lasso (as points and drawn on the
 //                                  photo), truth and refined cut
 #include "PXHardScenes.h"
@@ -32,6 +33,7 @@ namespace {
 struct Options {
     bool quick = false;
     bool user = true;
+    bool trace = false;
     QString only;
     QString saveDirectory;
 
@@ -47,6 +49,8 @@ Options parse(const QStringList& arguments)
             options.quick = true;
         else if (argument == QLatin1String("--no-user"))
             options.user = false;
+        else if (argument == QLatin1String("--trace"))
+            options.trace = true;
         else if (argument == QLatin1String("--case") && i + 1 < arguments.size())
             options.only = arguments[++i];
         else if (argument == QLatin1String("--save") && i + 1 < arguments.size())
@@ -166,6 +170,20 @@ void save(const Options& options, const PXQualityCase& scene, const QImage& refi
         out << point.x() << ',' << point.y() << '\n';
 }
 
+const char* const methodNames[] = {"plain", "refined", "grabCut 1"};
+
+// The simulated user's strokes, one line each, on stderr.
+void trace(const QString& scene, const char* method, double firstIou, const PXUserRun& run)
+{
+    std::fprintf(stderr, "%s, %s: first cut IoU %.3f\n", qPrintable(scene), method, firstIou);
+    for (qsizetype i = 0; i < run.corrections.size(); ++i) {
+        const PXCorrection& c = run.corrections[i];
+        std::fprintf(stderr, "  stroke %2lld: %s dot at %d,%d in %lld wrong pixels -> IoU %.3f, %.0f ms\n",
+            static_cast<long long>(i + 1), c.object ? "object" : "background", c.centre.x(), c.centre.y(),
+            static_cast<long long>(c.pixels), run.iouAfterStroke.value(i), run.strokeMilliseconds[i]);
+    }
+}
+
 // Every method's first cut of @p scene, in the table's order; with @p runs,
 // the simulated user then corrects each but grabCut with five iterations.
 QList<Score> cutEveryWay(const Options& options, const PXQualityCase& scene, QList<PXUserRun>* runs)
@@ -184,8 +202,11 @@ QList<Score> cutEveryWay(const Options& options, const PXQualityCase& scene, QLi
         scores.append(score(scene.truth, answer));
         if (cutter == &refined)
             save(options, scene, answer.selection);
-        if (runs)
-            runs->append(simulateUser(*cutter, scene.truth, answer.selection));
+        if (!runs)
+            continue;
+        runs->append(simulateUser(*cutter, scene.truth, answer.selection));
+        if (options.trace)
+            trace(scene.name, methodNames[runs->size() - 1], scores.last().iou, runs->last());
     }
 #ifdef PX_HAVE_OPENCV
     if (!options.quick) {

@@ -4,6 +4,7 @@
 #include "PXRefinedCutSteps.h"
 
 #include <algorithm>
+#include <cmath>
 
 using namespace PXRefinedCutSteps;
 
@@ -17,6 +18,10 @@ struct PXRefinedCut::Prepared {
 };
 
 namespace {
+
+// One pixel's share of the evidence is capped: a few far outliers would
+// otherwise speak for the whole lasso.
+constexpr double myEvidenceCap = 8.0;
 
 // Where one first guess of the object led.
 struct Solution {
@@ -34,6 +39,25 @@ bool lostObject(const Area& area, const std::vector<uchar>& object)
         selected += object[i];
     }
     return selected * 10 < inside;
+}
+
+// The share of the smoothness the colours can carry: where the two models
+// tell the sides apart by little (an object in the background's own
+// colours), the full smoothness would cut the object away.
+double smoothingFor(const Area& area, const DataCosts& costs, const PXRefinedCutOptions& options)
+{
+    double evidence = 0.0;
+    qsizetype inside = 0;
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        if (!area.inside[i])
+            continue;
+        const int bin = area.bin[i];
+        evidence += std::min(std::abs(double(costs.background[bin]) - costs.object[bin]), myEvidenceCap);
+        ++inside;
+    }
+    if (inside == 0 || options.clearEvidence <= 0.0)
+        return 1.0;
+    return std::clamp(evidence / double(inside) / options.clearEvidence, options.weakestSmoothing, 1.0);
 }
 
 } // namespace
@@ -162,7 +186,7 @@ QImage PXRefinedCut::run() const
                 solution.costs = learnCosts(area, teacher(object, true), prepared->usedBins, m_options);
             // With the lasso alone the colours of the two sides differ little
             // at first: they part by colour alone, then under less smoothness.
-            const double smoothing = lassoAlone ? (round == 0 ? 0.0 : m_options.lassoSmoothing) : 1.0;
+            const double smoothing = lassoAlone && round == 0 ? 0.0 : smoothingFor(area, solution.costs, m_options);
             if (!cutBlocks(area, prepared->blocks, solution.costs, marks, claims, smoothing, object) || cancelled())
                 break;
         }

@@ -39,12 +39,16 @@ struct PXRefinedCutOptions {
     /** How hard a mark pulls the pixels it reaches, in nats, fading with the distance. */
     double strokePull = 4.0;
     /**
-     * The share of the smoothness the block cut keeps when it starts from the
-     * lasso alone (the superpixel cut lost the object): an object in the
-     * background's own colours differs from it only a little per pixel, and
-     * the full smoothness would cut it all away.
+     * The colour evidence (mean difference of the two models' costs inside
+     * the lasso, in nats) at and above which the block cut keeps its whole
+     * smoothness; below, the smoothness shrinks with the evidence, down to
+     * weakestSmoothing. An object in the background's own colours differs
+     * from it only a little per pixel, and the full smoothness would cut it
+     * all away.
      */
-    double lassoSmoothing = 0.25;
+    double clearEvidence = 2.0;
+    /** The least share of the smoothness the block cut keeps. */
+    double weakestSmoothing = 0.25;
     /** Weight of the smoothness against the colour term, in nats per pixel pair. */
     double smoothness = 50.0;
 

@@ -1,12 +1,10 @@
 #include "PXImageSegmentation.h"
 
-#include "PXHandOver.h"
 #include "PXImageCutterSettings.h"
 #include "PXImageSegmentationPrivate.h"
 #include "PXInitialSegmentationWorker.h"
 #include "PXLogger.h"
 #include "PXMementoSegmentation.h"
-#include "PXPlatformIndependent.h"
 #include "PXRefinedCut.h"
 #include "PXUndoCommandSegmentation.h"
 #include "PXUndoController.h"
@@ -31,19 +29,7 @@ PXImageSegmentation::PXImageSegmentation()
 
 PXImageSegmentation::~PXImageSegmentation()
 {
-    // Terminating can kill the thread inside a lock or an allocation, so it
-    // is only the last resort for a job that ignores the interruption.
-    requestInterruption();
-    if (!wait(2000)) {
-        while (isRunning()) {
-            terminate();
-            PXPlatformIndependent::instance()->sleep(100);
-        }
-    }
-    d->runs.observe();
-    for (QFuture<void>& click : d->clicks)
-        click.waitForFinished();
-    d->deleteWorkers();
+    d->shutDown();
 }
 
 void PXImageSegmentation::setup(const QImage& image, const QFileInfo& fileInfo)
@@ -273,27 +259,7 @@ void PXImageSegmentation::cutObjectInitial()
         return;
     }
 
-    // The refined cut's set-up needs no object: it is made on a pool thread
-    // while the plain cut that gives the object runs here.
-    PXRefinedCut refinement;
-    QImage labels;
-    {
-        const PXSelectionModel model = d->snapshot();
-        refinement = model.refinedCut();
-        labels = model.labels();
-    }
-    PXHandOver handOver;
-    handOver.publish();
-    QFuture<void> preparing = QtConcurrent::run(QThreadPool::globalInstance(), [&refinement, &handOver] {
-        const PXHandOver::Turn turn(handOver);
-        refinement.prepare();
-    });
-    const bool cut = cutObjectPlain();
-    // Waited for even when interrupted: the set-up works on this frame.
-    preparing.waitForFinished();
-    handOver.observe();
-    if (cut)
-        refineInitialCut(refinement, labels);
+    d->cutRefined();
 }
 
 bool PXImageSegmentation::cutObjectPlain()
@@ -633,17 +599,4 @@ bool PXImageSegmentation::refinedCut() const
 int PXImageSegmentation::controllerSteps() const
 {
     return d->refining ? 5 + PXRefinedCut::progressSteps : 5;
-}
-
-void PXImageSegmentation::refineInitialCut(PXRefinedCut refinement, const QImage& labels)
-{
-    refinement.setObjectLabels(d->snapshot().foreground());
-    refinement.setProgressFunction([this]() { increaseAndUpdateProgressbar(); });
-    refinement.setCancelFunction([this]() { return isInterruptionRequested(); });
-    // Not under the model's lock: the cut waits for the pool.
-    const QImage selection = refinement.run();
-    d->withModel([&](PXSelectionModel& current) {
-        current.applyRefinedSelection(selection, labels);
-        current.keepRefinedCut(refinement, labels);
-    });
 }

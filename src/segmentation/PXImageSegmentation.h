@@ -20,7 +20,6 @@
 
 class PXImageSegmentationPrivate;
 class PXMementoSegmentation;
-class PXRefinedCut;
 class PXUndoController;
 
 /**
@@ -279,10 +278,7 @@ private:
     // The plain initial cut; false when interrupted or a newer worker's
     // results came in meanwhile.
     bool cutObjectPlain();
-    // The refined cut on top of the plain one; @p labels are the regions
-    // @p refinement was set up with.
-    void refineInitialCut(PXRefinedCut refinement, const QImage& labels);
-
+    friend class PXImageSegmentationPrivate;
     std::unique_ptr<PXImageSegmentationPrivate> d;
 };
 

@@ -4,6 +4,7 @@
 #include "PXInitialSegmentationWorker.h"
 #include "PXLogger.h"
 #include "PXMementoSegmentation.h"
+#include "PXPlatformIndependent.h"
 #include "PXUndoCommandSegmentation.h"
 #include "PXUndoController.h"
 
@@ -14,6 +15,8 @@
 #include <QGraphicsScene>
 #include <QPainter>
 #include <QPixmap>
+#include <QThreadPool>
+#include <QtConcurrent/QtConcurrentRun>
 
 #include <algorithm>
 
@@ -123,6 +126,23 @@ void PXImageSegmentationPrivate::releaseRetiredWorker(QFutureWatcher<void>* watc
     watcher->deleteLater();
 }
 
+void PXImageSegmentationPrivate::shutDown()
+{
+    // Terminating can kill the thread inside a lock or an allocation, so it
+    // is only the last resort for a job that ignores the interruption.
+    q->requestInterruption();
+    if (!q->wait(2000)) {
+        while (q->isRunning()) {
+            q->terminate();
+            PXPlatformIndependent::instance()->sleep(100);
+        }
+    }
+    runs.observe();
+    for (QFuture<void>& click : clicks)
+        click.waitForFinished();
+    deleteWorkers();
+}
+
 void PXImageSegmentationPrivate::deleteWorkers()
 {
     // A worker's destructor waits for its pool task and edge detector.
@@ -191,4 +211,38 @@ QImage PXImageSegmentationPrivate::smoothMask(const QImage& mask, int radius)
     scene.render(&painter, QRectF(), QRectF(0, 0, mask.width(), mask.height()), Qt::KeepAspectRatio);
     painter.end();
     return result;
+}
+
+void PXImageSegmentationPrivate::cutRefined()
+{
+    // The refined cut's set-up needs no object: it is made on a pool thread
+    // while the plain cut that gives the object runs here.
+    PXRefinedCut refinement;
+    QImage labels;
+    {
+        const PXSelectionModel current = snapshot();
+        refinement = current.refinedCut();
+        labels = current.labels();
+    }
+    PXHandOver handOver;
+    handOver.publish();
+    QFuture<void> preparing = QtConcurrent::run(QThreadPool::globalInstance(), [&refinement, &handOver] {
+        const PXHandOver::Turn turn(handOver);
+        refinement.prepare();
+    });
+    const bool cut = q->cutObjectPlain();
+    // Waited for even when interrupted: the set-up works on this frame.
+    preparing.waitForFinished();
+    handOver.observe();
+    if (!cut)
+        return;
+    refinement.setObjectLabels(snapshot().foreground());
+    refinement.setProgressFunction([this]() { q->increaseAndUpdateProgressbar(); });
+    refinement.setCancelFunction([this]() { return q->isInterruptionRequested(); });
+    // Not under the model's lock: the cut waits for the pool.
+    const QImage selection = refinement.run();
+    withModel([&](PXSelectionModel& current) {
+        current.applyRefinedSelection(selection, labels);
+        current.keepRefinedCut(refinement, labels);
+    });
 }

@@ -94,8 +94,20 @@ public:
     /** Stops (if @p stop) and forgets the current worker; released once its task ends. */
     void retireWorker(bool stop);
     void releaseRetiredWorker(QFutureWatcher<void>* watcher);
-    /** Deletes every worker, waiting for their tasks. Only for the destructor. */
+    /**
+     * Interrupts the controller thread and waits up to two seconds for it
+     * (terminating it after), then for the clicks and the workers. Only for
+     * the controller's destructor.
+     */
+    void shutDown();
+    /** Deletes every worker, waiting for their tasks. */
     void deleteWorkers();
+    /**
+     * The refined initial cut: the plain cut gives its object while the
+     * refined cut is set up on a pool thread, then the refined cut runs and
+     * its selection becomes the mask. Controller thread.
+     */
+    void cutRefined();
     /**
      * While the model is refining, puts a gesture's mark on it with @p mark
      * and solves the refined cut again with every mark so far; false (doing

@@ -59,6 +59,26 @@ QByteArray digestOfEverything()
             return "no mask";
         digest << host.lastMask();
     }
+    // The refined cut of the first lasso, a paint stroke that re-solves it
+    // and a click.
+    Host host;
+    host.controller.setRefinedCut(true);
+    host.controller.setup(photo, QFileInfo());
+    host.forget();
+    host.controller.startThreadWithInitialPath(lassos().first());
+    if (!waitFor([&host] { return host.nonNullMasks() == 1; }))
+        return "no refined mask";
+    digest << host.lastMask();
+    QPainterPath dot;
+    dot.addEllipse(QPointF(300, 120), 6, 6);
+    host.controller.startThreadWithPaintSelection(dot, false, false);
+    if (!waitFor([&host] { return host.nonNullMasks() == 2; }))
+        return "no stroke mask";
+    host.controller.startThreadWithClicker(QPointF(200, 250));
+    host.controller.wait();
+    QThreadPool::globalInstance()->waitForDone();
+    digest << host.lastMask() << host.controller.maskForeground();
+
     PXIntelligentScissors scissors;
     scissors.setup(photo);
     scissors.initializeSeed(QPointF(300, 200));

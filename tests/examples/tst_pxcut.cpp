@@ -180,8 +180,12 @@ void TestPXCut::refinementSteps_data()
     QTest::newRow("click toggles the centre out") << QStringList { "--click", "80,60" } << QPoint(80, 60) << black;
     QTest::newRow("paint background") << QStringList { "--paint", "bg", "4", "70,60 90,60" } << QPoint(80, 60)
                                       << black;
-    QTest::newRow("scribble object outside") << QStringList { "--scribble", "fg", "5", "10,10 20,10" }
-                                             << QPoint(15, 10) << clear;
+    // The plain cut paints a scribble's pixels as they are; the refined cut
+    // never takes in pixels outside the lasso.
+    QTest::newRow("plain scribble object outside") << QStringList { "--plain", "--scribble", "fg", "5", "10,10 20,10" }
+                                                   << QPoint(15, 10) << clear;
+    QTest::newRow("refined scribble object outside") << QStringList { "--scribble", "fg", "5", "10,10 20,10" }
+                                                     << QPoint(15, 10) << black;
     QTest::newRow("invert") << QStringList { "--invert" } << QPoint(5, 5) << clear;
     QTest::newRow("mask colour") << QStringList { "--mask-color", "#00ff00" } << QPoint(5, 5) << qRgb(0, 255, 0);
     QTest::newRow("smooth leaves the border alone") << QStringList { "--smooth", "10", "--mask-color", "#0000ff" }

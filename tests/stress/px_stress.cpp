@@ -153,6 +153,8 @@ void controllerSession(QRandomGenerator& random)
     QUndoStack* undo = PXUndoController::instanceForFotoEditor()->undoStack();
     undo->clear();
     auto host = std::make_unique<Host>();
+    // Half the sessions take the refined cut, whose strokes re-solve it.
+    host->controller.setRefinedCut(random.bounded(2) == 0);
     QImage photo = randomPhoto(random);
     host->controller.setup(photo, QFileInfo());
     for (myStep = 0; myStep < random.bounded(3, 12); ++myStep) {
