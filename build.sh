@@ -10,12 +10,14 @@
 #   ./build.sh tsan    the threaded tests under ThreadSanitizer
 #   ./build.sh screenshot   render pxstudio with a cut in progress into docs/pxstudio.png
 #   ./build.sh benchsuite   build and run the benchmark suite, write its markdown table
+#   ./build.sh package      build and write the Debian packages into build/packages
 #
 # Installs what is missing with apt-get (run as root on a fresh machine).
 set -euo pipefail
 cd "$(dirname "$0")"
 
-packages=(cmake ninja-build g++ pkg-config qt6-base-dev libgl-dev libbenchmark-dev libpng-dev libboost-graph-dev)
+packages=(cmake ninja-build g++ pkg-config qt6-base-dev libgl-dev libbenchmark-dev libpng-dev libboost-graph-dev
+    python3-dev pybind11-dev python3-numpy python3-pytest python3-pil dpkg-dev)
 
 ensure_packages() {
     local missing=()
@@ -58,6 +60,13 @@ bench)
         fi
     done
     ;;
+package)
+    build default
+    rm -rf build/packages
+    cpack --config build/default/CPackConfig.cmake -B build/packages
+    rm -rf build/packages/_CPack_Packages
+    ls build/packages/*.deb
+    ;;
 screenshot)
     build default
     QT_QPA_PLATFORM=offscreen ./build/default/examples/pxstudio --screenshot docs/pxstudio.png
@@ -95,7 +104,7 @@ tsan)
     ctest --preset tsan -R 'pxconcurrent|tst_pxslic$|refinedcut|segmentation|selectionmodel|initialsegmentationworker|scissors|stress'
     ;;
 *)
-    echo "usage: $0 demo|test|bench|screenshot|benchsuite|stress [N [SEED]]|fuzz [SECONDS]|tsan" >&2
+    echo "usage: $0 demo|test|bench|package|screenshot|benchsuite|stress [N [SEED]]|fuzz [SECONDS]|tsan" >&2
     exit 2
     ;;
 esac

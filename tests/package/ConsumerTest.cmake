@@ -1,11 +1,5 @@
 # cmake -P script; see CMakeLists.txt beside it.
-function(run)
-    execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
-    if(NOT result EQUAL 0)
-        message(FATAL_ERROR "failed (${result}): ${ARGN}\n${output}")
-    endif()
-    set(last_output "${output}" PARENT_SCOPE)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/Run.cmake)
 
 set(prefix ${PX_WORK_DIR}/prefix)
 file(REMOVE_RECURSE ${PX_WORK_DIR})
@@ -28,4 +22,10 @@ if(PKG_CONFIG)
     if(NOT last_output MATCHES "-lPXImageCutter" OR NOT last_output MATCHES "include/PXImageCutter")
         message(FATAL_ERROR "pkg-config gave: ${last_output}")
     endif()
+endif()
+
+# As a user would, with nothing but PYTHONPATH: the module finds the prefix's libraries itself.
+if(PX_PYTHON)
+    set(ENV{PYTHONPATH} ${prefix}/lib/python3/dist-packages)
+    run(${PX_PYTHON} -c "import pximagecutter; assert pximagecutter.__file__.startswith('${prefix}')")
 endif()
