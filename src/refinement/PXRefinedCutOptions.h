@@ -14,7 +14,7 @@ struct PXRefinedCutOptions {
      */
     int blockSize = 8;
     /** Pixels on each side of the block cut's outline that the pixel cut may move. */
-    int bandRadius = 4;
+    int bandRadius = 10;
     /**
      * At most this many rounds of learning the models and cutting the blocks;
      * fewer when a round moves no pixel. More rounds let the models drift on
