@@ -1,0 +1,80 @@
+#include "PXMatte.h"
+
+#include "PXConcurrent.h"
+#include "PXMatteSteps.h"
+
+#include <atomic>
+
+void PXMatte::setPhoto(const QImage& photo)
+{
+    m_photo = photo;
+}
+
+void PXMatte::setMask(const QImage& mask)
+{
+    m_mask = mask;
+}
+
+void PXMatte::setOptions(const PXMatteOptions& options)
+{
+    m_options = options;
+}
+
+void PXMatte::setProgressFunction(const std::function<void()>& progress)
+{
+    m_progress = progress;
+}
+
+void PXMatte::setCancelFunction(const std::function<bool()>& cancelled)
+{
+    m_cancelled = cancelled;
+}
+
+bool PXMatte::run()
+{
+    m_alpha = QImage();
+    m_foreground = QImage();
+    const auto cancelled = [this]() { return m_cancelled && m_cancelled(); };
+    const auto progress = [this]() {
+        if (m_progress)
+            m_progress();
+    };
+    if (m_photo.isNull())
+        return false;
+    PXMatteSteps::Frame frame;
+    frame.photo = m_photo.format() == QImage::Format_RGB32 || m_photo.format() == QImage::Format_ARGB32
+        ? m_photo
+        : m_photo.convertToFormat(QImage::Format_ARGB32);
+    frame.mask = PXMatteSteps::hardMask(m_mask, frame.photo.size());
+    if (frame.mask.isNull())
+        return false;
+    frame.options = m_options;
+    progress();
+    if (cancelled())
+        return false;
+
+    QImage alpha(frame.photo.size(), QImage::Format_Grayscale8);
+    QImage foreground(frame.photo.size(), QImage::Format_ARGB32);
+    if (alpha.isNull() || foreground.isNull())
+        return false;
+    // Detached here, once: the strips write their own rows through these.
+    frame.alpha = alpha.bits();
+    frame.alphaStride = alpha.bytesPerLine();
+    frame.foreground = foreground.bits();
+    frame.foregroundStride = foreground.bytesPerLine();
+    std::atomic<bool> stopped {false};
+    QList<PXMatteSteps::Strip> strips = PXMatteSteps::strips(frame.photo.height());
+    PXConcurrent::blockingMap(strips, [&](const PXMatteSteps::Strip& strip) {
+        if (stopped.load(std::memory_order_relaxed) || cancelled()) {
+            stopped = true;
+            return;
+        }
+        PXMatteSteps::matteStrip(strip, frame);
+    });
+    if (stopped || cancelled())
+        return false;
+    progress();
+    m_alpha = alpha;
+    m_foreground = foreground;
+    return true;
+}
