@@ -13,7 +13,7 @@
  * Round the mask's outline an unknown band grows into the pixels whose colour
  * lies between the object's and the background's colours nearby, up to
  * PXMatteOptions::bandRadius pixels on each side: wide at a soft or fuzzy
- * edge, one or two pixels on each side at a crisp one. In the band every pixel is
+ * edge, two or three pixels on each side at a crisp one. In the band every pixel is
  * taken as a mix alpha F + (1 - alpha) B of an object colour F and a
  * background colour B estimated from the known pixels next to the band;
  * alpha is the photo colour's projection onto the line from B to F, weighed

@@ -12,13 +12,13 @@ struct PXMatteOptions {
      * where the photo's colours between object and background go on that far
      * (a defocused rim, fur); at a crisp edge it is one pixel on each side.
      */
-    int bandRadius = 10;
+    int bandRadius = 5;
     /**
      * A pixel joins the band while its colour lies more than this far (alpha
      * units, 0..1) from the side the mask gives it, between the object's and
      * the background's colours nearby.
      */
-    double uncertainty = 0.1;
+    double uncertainty = 0.2;
     /**
      * Colour contrast (0..1 per channel) between object and background at
      * which alpha is trusted half; where they are closer the hard mask's value

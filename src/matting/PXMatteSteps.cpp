@@ -9,7 +9,7 @@ namespace PXMatteSteps {
 
 namespace {
 
-constexpr int stripHeight = 64;
+constexpr int stripHeight = 128;
 // Known pixels this far beyond the widest band teach the first colour estimates.
 constexpr int sampleRing = 3;
 // Chamfer steps: 3 along an axis, 4 along a diagonal (about 3 per pixel).
@@ -264,8 +264,9 @@ void matteStrip(const Strip& strip, const Frame& frame)
     }
 
     // The band grows from the outline through pixels not surely on their
-    // side, and takes one pixel beyond them: the last bit of a soft edge.
-    std::vector<uchar> band(n);
+    // side, and takes two pixels beyond them: the tail of a soft edge.
+    constexpr uchar rimSteps = 2;
+    std::vector<uchar> band(n); // 1 + sure pixels passed since the last unsure one
     std::vector<qsizetype> queue;
     for (qsizetype i = 0; i < n; ++i) {
         if (dist[i] == 0) {
@@ -278,12 +279,12 @@ void matteStrip(const Strip& strip, const Frame& frame)
     };
     for (std::size_t next = 0; next < queue.size(); ++next) {
         const qsizetype i = queue[next];
-        if (dist[i] > 0 && !unsure(i))
+        if (dist[i] > 0 && !unsure(i) && band[i] > rimSteps)
             continue;
         const int x = int(i % w), y = int(i / w);
         const auto visit = [&](qsizetype j) {
             if (!band[j] && dist[j] <= bandLimit) {
-                band[j] = 1;
+                band[j] = unsure(j) ? 1 : uchar(band[i] + 1);
                 queue.push_back(j);
             }
         };
@@ -297,11 +298,18 @@ void matteStrip(const Strip& strip, const Frame& frame)
             visit(i + w);
     }
 
-    // Closer estimates from the known pixels next to the band, where there
-    // are any; the first ones elsewhere.
+    // Closer estimates from the known pixels within two of the band, where
+    // there are any; the first ones elsewhere.
+    std::vector<uchar> rim(n);
+    for (const qsizetype i : queue) {
+        const int x = int(i % w), y = int(i / w);
+        for (int v = std::max(0, y - 2); v <= std::min(area.height - 1, y + 2); ++v)
+            for (int u = std::max(0, x - 2); u <= std::min(w - 1, x + 2); ++u)
+                rim[qsizetype(v) * w + u] = 1;
+    }
     std::vector<Sum> objectNear, backgroundNear;
-    sideMeans(side, colours, area, radius,
-        [&](qsizetype i) { return !band[i] && dist[i] <= sampleLimit; }, objectNear, backgroundNear);
+    sideMeans(side, colours, area, radius, [&](qsizetype i) { return rim[i] && !band[i]; }, objectNear,
+        backgroundNear);
 
     const float prior = float(options.colourPrior);
     const int coreTop = strip.top - area.top, coreBottom = strip.bottom - area.top;
