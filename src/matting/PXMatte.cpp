@@ -57,19 +57,19 @@ bool PXMatte::run()
     QImage foreground(frame.photo.size(), QImage::Format_ARGB32);
     if (alpha.isNull() || foreground.isNull())
         return false;
-    // Detached here, once: the strips write their own rows through these.
+    // Detached here, once: the tiles write their own pixels through these.
     frame.alpha = alpha.bits();
     frame.alphaStride = alpha.bytesPerLine();
     frame.foreground = foreground.bits();
     frame.foregroundStride = foreground.bytesPerLine();
     std::atomic<bool> stopped {false};
-    QList<PXMatteSteps::Strip> strips = PXMatteSteps::strips(frame.photo.height());
-    PXConcurrent::blockingMap(strips, [&](const PXMatteSteps::Strip& strip) {
+    QList<PXMatteSteps::Tile> tiles = PXMatteSteps::tiles(frame.photo.size());
+    PXConcurrent::blockingMap(tiles, [&](const PXMatteSteps::Tile& tile) {
         if (stopped.load(std::memory_order_relaxed) || cancelled()) {
             stopped = true;
             return;
         }
-        PXMatteSteps::matteStrip(strip, frame);
+        PXMatteSteps::matteTile(tile, frame);
     });
     if (stopped || cancelled())
         return false;

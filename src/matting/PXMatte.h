@@ -24,9 +24,9 @@
  * Call order: setPhoto() and setMask(), optionally the options and the
  * progress and cancel functions, then run(), then alpha() and foreground().
  * Any thread; a plain class without threads or locks of its own. Parallel
- * passes go through PXConcurrent over fixed strips of the photo, so the
+ * passes go through PXConcurrent over fixed tiles of the photo, so the
  * result depends only on the inputs, not on the number of cores or the hash
- * seed. Memory: the two results, the scaled mask and a few strips.
+ * seed. Memory: the two results, the scaled mask and a few tiles.
  */
 class PXIMAGECUTTER_EXPORT PXMatte
 {
@@ -49,7 +49,7 @@ public:
     PXMatteOptions options() const { return m_options; }
     /** Called after each stage, on the thread that calls run(). */
     void setProgressFunction(const std::function<void()>& progress);
-    /** Asked between stages and strips; true makes run() return false. */
+    /** Asked between stages and tiles; true makes run() return false. */
     void setCancelFunction(const std::function<bool()>& cancelled);
 
     /**

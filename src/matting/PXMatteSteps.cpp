@@ -9,7 +9,7 @@ namespace PXMatteSteps {
 
 namespace {
 
-constexpr int stripHeight = 128;
+constexpr int tileSize = 128;
 // Known pixels this far beyond the widest band teach the first colour estimates.
 constexpr int sampleRing = 3;
 // Chamfer steps: 3 along an axis, 4 along a diagonal (about 3 per pixel).
@@ -22,8 +22,7 @@ struct Colour {
 
 using Sum = std::array<int, 4>; // red, green, blue, count
 
-// The working area of one strip: its rows plus a halo, its columns those
-// round the outline.
+// The working area of one tile: the tile and a halo round it.
 struct Area {
     int left = 0, top = 0, width = 0, height = 0;
     qsizetype size() const { return qsizetype(width) * height; }
@@ -85,55 +84,58 @@ std::vector<uint16_t> outlineDistance(const std::vector<uchar>& side, const Area
     return dist;
 }
 
-// Sums of @p values over the square of half-size @p radius round every pixel
-// (cut at the area's border), in place. Integers, so exact in any order.
-void boxSums(std::vector<Sum>& values, const Area& area, int radius)
+// Sums of colours and counts over rectangles of picked pixels of one side:
+// a summed-area table. Unsigned, so a rectangle's sum is exact even where the
+// table's running totals wrap.
+class SideSums
 {
-    const int w = area.width, h = area.height;
-    std::vector<Sum> row(std::size_t(w) + 1);
-    for (int y = 0; y < h; ++y) {
-        Sum* line = values.data() + qsizetype(y) * w;
-        row[0] = Sum {};
-        for (int x = 0; x < w; ++x)
-            for (int c = 0; c < 4; ++c)
-                row[x + 1][c] = row[x][c] + line[x][c];
-        for (int x = 0; x < w; ++x) {
-            const int a = std::max(0, x - radius), b = std::min(w, x + radius + 1);
-            for (int c = 0; c < 4; ++c)
-                line[x][c] = row[b][c] - row[a][c];
+public:
+    template <typename Pick>
+    SideSums(const std::vector<QRgb>& photo, const Area& area, Pick pick)
+        : m_width(area.width + 1)
+        , m_height(area.height + 1)
+        , m_table(std::size_t(m_width) * m_height)
+    {
+        for (int y = 0; y < area.height; ++y) {
+            std::array<uint32_t, 4> row {};
+            const qsizetype first = qsizetype(y) * area.width;
+            const Entry* above = m_table.data() + qsizetype(y) * m_width;
+            Entry* line = m_table.data() + qsizetype(y + 1) * m_width;
+            for (int x = 0; x < area.width; ++x) {
+                if (pick(first + x)) {
+                    const QRgb c = photo[first + x];
+                    row[0] += uint32_t(qRed(c));
+                    row[1] += uint32_t(qGreen(c));
+                    row[2] += uint32_t(qBlue(c));
+                    row[3] += 1;
+                }
+                for (int c = 0; c < 4; ++c)
+                    line[x + 1][c] = above[x + 1][c] + row[c];
+            }
         }
     }
-    std::vector<Sum> column(std::size_t(w) * (h + 1));
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x)
-            for (int c = 0; c < 4; ++c)
-                column[std::size_t(y + 1) * w + x][c] = column[std::size_t(y) * w + x][c] + values[std::size_t(y) * w + x][c];
-    for (int y = 0; y < h; ++y) {
-        const int a = std::max(0, y - radius), b = std::min(h, y + radius + 1);
-        for (int x = 0; x < w; ++x)
-            for (int c = 0; c < 4; ++c)
-                values[std::size_t(y) * w + x][c] = column[std::size_t(b) * w + x][c] - column[std::size_t(a) * w + x][c];
-    }
-}
 
-// Mean colours of the pixels of each side that @p sample picks, within
-// @p radius of every pixel; count 0 where there are none.
-template <typename Pick>
-void sideMeans(const std::vector<uchar>& side, const std::vector<QRgb>& photo, const Area& area, int radius,
-    Pick sample, std::vector<Sum>& object, std::vector<Sum>& background)
-{
-    const qsizetype n = area.size();
-    object.assign(n, Sum {});
-    background.assign(n, Sum {});
-    for (qsizetype i = 0; i < n; ++i) {
-        if (!sample(i))
-            continue;
-        const QRgb c = photo[i];
-        (side[i] ? object : background)[i] = Sum {qRed(c), qGreen(c), qBlue(c), 1};
+    /** The sum over the square of half-size @p radius round (x, y), cut at the area's border. */
+    Sum around(int x, int y, int radius) const
+    {
+        const int left = std::max(0, x - radius), right = std::min(m_width - 1, x + radius + 1);
+        const int top = std::max(0, y - radius), bottom = std::min(m_height - 1, y + radius + 1);
+        const Entry& a = m_table[std::size_t(top) * m_width + left];
+        const Entry& b = m_table[std::size_t(top) * m_width + right];
+        const Entry& c = m_table[std::size_t(bottom) * m_width + left];
+        const Entry& d = m_table[std::size_t(bottom) * m_width + right];
+        Sum sum;
+        for (int k = 0; k < 4; ++k)
+            sum[k] = int(d[k] - b[k] - c[k] + a[k]);
+        return sum;
     }
-    boxSums(object, area, radius);
-    boxSums(background, area, radius);
-}
+
+private:
+    using Entry = std::array<uint32_t, 4>;
+    int m_width;
+    int m_height;
+    std::vector<Entry> m_table;
+};
 
 Colour mean(const Sum& sum)
 {
@@ -181,56 +183,55 @@ QImage hardMask(const QImage& mask, const QSize& size)
     return any ? grey : QImage();
 }
 
-QList<Strip> strips(int height)
+QList<Tile> tiles(const QSize& size)
 {
-    QList<Strip> result;
-    for (int top = 0; top < height; top += stripHeight)
-        result.append(Strip {top, std::min(height, top + stripHeight)});
+    QList<Tile> result;
+    for (int top = 0; top < size.height(); top += tileSize)
+        for (int left = 0; left < size.width(); left += tileSize)
+            result.append(Tile {left, top, std::min(size.width(), left + tileSize), std::min(size.height(), top + tileSize)});
     return result;
 }
 
-void matteStrip(const Strip& strip, const Frame& frame)
+void matteTile(const Tile& tile, const Frame& frame)
 {
     const QImage& photo = frame.photo;
     const QImage& mask = frame.mask;
     const PXMatteOptions& options = frame.options;
-    const int photoWidth = photo.width();
 
     // The hard cut first; the band overwrites it below.
-    for (int y = strip.top; y < strip.bottom; ++y) {
+    for (int y = tile.top; y < tile.bottom; ++y) {
         const QRgb* in = reinterpret_cast<const QRgb*>(photo.constScanLine(y));
         const uchar* hard = mask.constScanLine(y);
         uchar* alpha = frame.alpha + y * frame.alphaStride;
         QRgb* out = reinterpret_cast<QRgb*>(frame.foreground + y * frame.foregroundStride);
-        for (int x = 0; x < photoWidth; ++x) {
+        for (int x = tile.left; x < tile.right; ++x) {
             alpha[x] = hard[x];
             out[x] = (in[x] & RGB_MASK) | (QRgb(hard[x]) << 24);
         }
     }
 
     const int radius = std::clamp(options.bandRadius, 1, PXMatteOptions::maximalBandRadius);
+    // Only pixels this close to the outline can join the band.
+    const QRect reach = QRect(QPoint(tile.left, tile.top), QPoint(tile.right - 1, tile.bottom - 1))
+                            .adjusted(-radius - 1, -radius - 1, radius + 1, radius + 1)
+                            .intersected(photo.rect());
+    bool outline = false;
+    for (int y = reach.top(); y <= reach.bottom() && !outline; ++y) {
+        const uchar* line = mask.constScanLine(y);
+        const uchar* below = y < reach.bottom() ? mask.constScanLine(y + 1) : nullptr;
+        for (int x = reach.left(); x <= reach.right() && !outline; ++x)
+            outline = (x < reach.right() && line[x] != line[x + 1]) || (below && line[x] != below[x]);
+    }
+    if (!outline)
+        return;
     PXMatteOptions clamped = options;
     clamped.bandRadius = radius;
     const int halo = haloOf(clamped);
     Area area;
-    area.top = std::max(0, strip.top - halo);
-    const int bottom = std::min(photo.height(), strip.bottom + halo);
-    int first = photoWidth, last = -1;
-    for (int y = area.top; y < bottom; ++y) {
-        const uchar* line = mask.constScanLine(y);
-        const uchar* below = y + 1 < bottom ? mask.constScanLine(y + 1) : nullptr;
-        for (int x = 0; x < photoWidth; ++x) {
-            if ((x + 1 < photoWidth && line[x] != line[x + 1]) || (below && line[x] != below[x])) {
-                first = std::min(first, x);
-                last = std::max(last, x + 1);
-            }
-        }
-    }
-    if (last < 0)
-        return;
-    area.left = std::max(0, first - halo);
-    area.width = std::min(photoWidth, last + 1 + halo) - area.left;
-    area.height = bottom - area.top;
+    area.left = std::max(0, tile.left - halo);
+    area.top = std::max(0, tile.top - halo);
+    area.width = std::min(photo.width(), tile.right + halo) - area.left;
+    area.height = std::min(photo.height(), tile.bottom + halo) - area.top;
     const int w = area.width;
     const qsizetype n = area.size();
 
@@ -250,17 +251,22 @@ void matteStrip(const Strip& strip, const Frame& frame)
 
     // First estimates of object and background colour: the known pixels just
     // beyond the widest band, seen from anywhere in it.
-    std::vector<Sum> objectSums, backgroundSums;
-    sideMeans(side, colours, area, 2 * radius + sampleRing + 1,
-        [&](qsizetype i) { return dist[i] > bandLimit && dist[i] <= sampleLimit; }, objectSums, backgroundSums);
+    const int farRadius = 2 * radius + sampleRing + 1;
+    const auto farSample = [&](qsizetype i) { return dist[i] > bandLimit && dist[i] <= sampleLimit; };
+    const SideSums objectFar(colours, area, [&](qsizetype i) { return side[i] && farSample(i); });
+    const SideSums backgroundFar(colours, area, [&](qsizetype i) { return !side[i] && farSample(i); });
     const float contrast2 = float(3.0 * options.contrast * options.contrast);
     const float uncertainty = float(options.uncertainty);
     std::vector<float> alpha(n);
     for (qsizetype i = 0; i < n; ++i) {
         const float hard = side[i];
         alpha[i] = hard;
-        if (dist[i] <= bandLimit && objectSums[i][3] && backgroundSums[i][3])
-            alpha[i] = alphaOf(colourOf(colours[i]), mean(objectSums[i]), mean(backgroundSums[i]), hard, contrast2);
+        if (dist[i] > bandLimit)
+            continue;
+        const int x = int(i % w), y = int(i / w);
+        const Sum object = objectFar.around(x, y, farRadius), background = backgroundFar.around(x, y, farRadius);
+        if (object[3] && background[3])
+            alpha[i] = alphaOf(colourOf(colours[i]), mean(object), mean(background), hard, contrast2);
     }
 
     // The band grows from the outline through pixels not surely on their
@@ -307,21 +313,23 @@ void matteStrip(const Strip& strip, const Frame& frame)
             for (int u = std::max(0, x - 2); u <= std::min(w - 1, x + 2); ++u)
                 rim[qsizetype(v) * w + u] = 1;
     }
-    std::vector<Sum> objectNear, backgroundNear;
-    sideMeans(side, colours, area, radius, [&](qsizetype i) { return rim[i] && !band[i]; }, objectNear,
-        backgroundNear);
+    const auto nearSample = [&](qsizetype i) { return rim[i] && !band[i]; };
+    const SideSums objectNear(colours, area, [&](qsizetype i) { return side[i] && nearSample(i); });
+    const SideSums backgroundNear(colours, area, [&](qsizetype i) { return !side[i] && nearSample(i); });
 
     const float prior = float(options.colourPrior);
-    const int coreTop = strip.top - area.top, coreBottom = strip.bottom - area.top;
-    for (int y = coreTop; y < coreBottom; ++y) {
+    for (int y = tile.top - area.top; y < tile.bottom - area.top; ++y) {
         uchar* alphaOut = frame.alpha + (y + area.top) * frame.alphaStride + area.left;
         QRgb* out = reinterpret_cast<QRgb*>(frame.foreground + (y + area.top) * frame.foregroundStride) + area.left;
-        for (int x = 0; x < w; ++x) {
+        for (int x = tile.left - area.left; x < tile.right - area.left; ++x) {
             const qsizetype i = qsizetype(y) * w + x;
             if (!band[i])
                 continue;
-            const Sum& objectSum = objectNear[i][3] ? objectNear[i] : objectSums[i];
-            const Sum& backgroundSum = backgroundNear[i][3] ? backgroundNear[i] : backgroundSums[i];
+            Sum objectSum = objectNear.around(x, y, radius), backgroundSum = backgroundNear.around(x, y, radius);
+            if (!objectSum[3])
+                objectSum = objectFar.around(x, y, farRadius);
+            if (!backgroundSum[3])
+                backgroundSum = backgroundFar.around(x, y, farRadius);
             if (!objectSum[3] || !backgroundSum[3])
                 continue;
             const Colour f = mean(objectSum), b = mean(backgroundSum), c = colourOf(colours[i]);

@@ -8,13 +8,13 @@
 // The kernels of PXMatte: plain functions over plain data.
 namespace PXMatteSteps {
 
-/** Rows of the photo whose matte one slice of the pass computes. */
-struct Strip {
-    int top = 0;
-    int bottom = 0; // exclusive
+/** The part of the photo whose matte one slice of the pass computes. */
+struct Tile {
+    int left = 0, top = 0;
+    int right = 0, bottom = 0; // exclusive
 };
 
-/** Where a strip reads and writes; the outputs' rows of a strip are its own. */
+/** Where a tile reads and writes; the outputs' pixels of a tile are its own. */
 struct Frame {
     QImage photo; // Format_RGB32 or Format_ARGB32
     QImage mask; // Format_Grayscale8 of the photo's size, 0 or 255
@@ -28,10 +28,10 @@ struct Frame {
 /** @p mask read as grey at @p size, thresholded to 0 and 255; null if no pixel is set. */
 QImage hardMask(const QImage& mask, const QSize& size);
 
-/** The photo's rows cut into strips of a fixed height. */
-QList<Strip> strips(int height);
+/** The photo cut into square tiles of a fixed size. */
+QList<Tile> tiles(const QSize& size);
 
-/** Writes the strip's rows of alpha and foreground. */
-void matteStrip(const Strip& strip, const Frame& frame);
+/** Writes the tile's pixels of alpha and foreground. */
+void matteTile(const Tile& tile, const Frame& frame);
 
 } // namespace PXMatteSteps
