@@ -16,6 +16,14 @@ struct PXQualityScene {
     QPainterPath outline; // the object's outer outline, holes filled
 };
 
+/** A scene and the lasso a user drew on it. */
+struct PXQualityCase {
+    QString name;
+    QImage photo; // Format_ARGB32
+    QImage truth; // Format_Grayscale8, 255 on the object
+    QPainterPath lasso;
+};
+
 /** The object shapes: convex, thin arms, a hole, a handle. */
 QList<PXQualityScene> qualityScenes(const QSize& size);
 

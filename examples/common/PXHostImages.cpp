@@ -1,7 +1,10 @@
 #include "PXHostImages.h"
 
+#include <QFont>
 #include <QPainter>
 #include <QPen>
+
+#include <algorithm>
 
 namespace PXHostImages {
 
@@ -14,6 +17,45 @@ QImage cutOut(const QImage& photo, const QImage& mask)
         painter.drawImage(0, 0, mask);
     }
     return result.convertToFormat(QImage::Format_ARGB32);
+}
+
+QImage overCheckerboard(const QImage& cutout)
+{
+    QImage result(cutout.size(), QImage::Format_RGB32);
+    result.fill(QColor(0xFF, 0xFF, 0xFF));
+    QPainter painter(&result);
+    // Squares large enough to tell from the photo's own texture at a glance.
+    const int square = std::max(8, std::min(result.width(), result.height()) / 48);
+    for (int y = 0; y < result.height(); y += square) {
+        for (int x = (y / square % 2) * square; x < result.width(); x += 2 * square)
+            painter.fillRect(x, y, square, square, QColor(0xCC, 0xCC, 0xCC));
+    }
+    painter.drawImage(0, 0, cutout);
+    return result;
+}
+
+QImage sideBySide(const QList<std::pair<QString, QImage>>& panels)
+{
+    if (panels.isEmpty())
+        return QImage();
+    const QSize size = panels.first().second.size();
+    QFont font;
+    font.setPixelSize(std::max(14, size.height() / 24));
+    const int band = font.pixelSize() * 8 / 5;
+    // A gap in the band's colour, so that one checkerboard does not run into the next.
+    const int gap = std::max(4, band / 4);
+    const int count = int(panels.size());
+    QImage result(size.width() * count + gap * (count - 1), size.height() + band, QImage::Format_RGB32);
+    result.fill(QColor(0x30, 0x30, 0x30));
+    QPainter painter(&result);
+    painter.setFont(font);
+    painter.setPen(Qt::white);
+    for (int i = 0; i < panels.size(); ++i) {
+        const int left = i * (size.width() + gap);
+        painter.drawImage(left, band, overCheckerboard(panels.at(i).second));
+        painter.drawText(QRect(left, 0, size.width(), band), Qt::AlignCenter, panels.at(i).first);
+    }
+    return result;
 }
 
 QImage recoloured(const QImage& image, const QColor& colour)

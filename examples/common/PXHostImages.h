@@ -4,6 +4,9 @@
 #include <QImage>
 #include <QList>
 #include <QPoint>
+#include <QString>
+
+#include <utility>
 
 /**
  * The pictures a host makes from the library's results. Every function takes
@@ -27,6 +30,19 @@ QImage cutOut(const QImage& photo, const QImage& mask);
  */
 QImage overlay(const QImage& photo, const QImage& mask, const QImage& contours,
     qreal maskOpacity = 0.5);
+
+/**
+ * @p cutout over a grey checkerboard, so that what is cut away shows as the
+ * board and soft edges as a blend. QImage::Format_RGB32.
+ */
+QImage overCheckerboard(const QImage& cutout);
+
+/**
+ * The cut-outs of @p panels side by side with a small gap, each over a
+ * checkerboard and under a band with its caption; all cut-outs of one size.
+ * QImage::Format_RGB32.
+ */
+QImage sideBySide(const QList<std::pair<QString, QImage>>& panels);
 
 /** @p image's opaque pixels recoloured to @p colour, alpha kept. */
 QImage recoloured(const QImage& image, const QColor& colour);

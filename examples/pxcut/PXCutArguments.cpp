@@ -129,7 +129,7 @@ QString PXCutArguments::usage()
         "usage: pxcut cut [PHOTO] [--lasso \"x,y x,y ...\" | --lasso-file FILE] [--click x,y]...\n"
         "                 [--paint fg|bg RADIUS \"x,y ...\"]... [--scribble fg|bg RADIUS \"x,y ...\"]...\n"
         "                 [--invert] [--mask-color #RRGGBB] [--smooth RADIUS] [--feather RADIUS]\n"
-        "                 [--mask-in FILE] [--refine] [--compare] [--out DIR] [--json]\n"
+        "                 [--mask-in FILE] [--plain | --refine] [--compare] [--out DIR] [--json]\n"
         "       pxcut wire [PHOTO] --seed x,y --to x,y [--seed x,y --to x,y]... [--out DIR] [--json]\n"
         "\n"
         "cut   cuts the object inside the lasso out of PHOTO and writes mask.png, cutout.png\n"
@@ -140,9 +140,12 @@ QString PXCutArguments::usage()
         "      transparent where the object is) instead of a lasso. --feather gives\n"
         "      cutout.png a soft edge RADIUS photo pixels wide; --smooth (1 to %1)\n"
         "      takes the library's blurred one-bit mask. --json prints the summary as JSON.\n"
-        "      --refine makes the refined cut, whose outline follows the object's edges;\n"
-        "      --compare also writes compare.png, the plain and the refined first cut\n"
-        "      side by side.\n"
+        "      The cut is the refined cut, whose outline follows the object's edges\n"
+        "      (--refine says so explicitly); --plain makes the library's plain cut of\n"
+        "      whole regions instead. In the plain cut, --paint fg strokes whose brush\n"
+        "      touches a region reaching outside the lasso are ignored. --compare also\n"
+        "      writes compare.png: the plain and the refined first cut side by side,\n"
+        "      each cut out over a checkerboard.\n"
         "wire  traces the live wire from each seed to its target and writes wire.png\n"
         "      and wire.json.\n"
         "\n"
@@ -184,6 +187,7 @@ bool PXCutArguments::parseCut(const QStringList& arguments, QString* error)
 {
     ArgumentReader reader(arguments);
     bool lassoGiven = false;
+    bool cutModeGiven = false;
     while (!reader.atEnd()) {
         const QString argument = reader.next();
         QString value;
@@ -241,8 +245,14 @@ bool PXCutArguments::parseCut(const QStringList& arguments, QString* error)
                 return false;
         } else if (argument == QLatin1String("--json")) {
             json = true;
-        } else if (argument == QLatin1String("--refine")) {
-            refine = true;
+        } else if (argument == QLatin1String("--refine") || argument == QLatin1String("--plain")) {
+            const bool refined = argument == QLatin1String("--refine");
+            if (cutModeGiven && refined != refine) {
+                *error = QStringLiteral("give --plain or --refine, not both");
+                return false;
+            }
+            cutModeGiven = true;
+            refine = refined;
         } else if (argument == QLatin1String("--compare")) {
             compare = true;
         } else if (argument == QLatin1String("--out")) {

@@ -30,7 +30,7 @@ struct PXCutStep
  *   pxcut cut [PHOTO] [--lasso "x,y x,y ..." | --lasso-file FILE] [--click x,y]...
  *             [--paint fg|bg RADIUS "x,y ..."]... [--scribble fg|bg RADIUS "x,y ..."]...
  *             [--invert] [--mask-color COLOUR] [--smooth RADIUS] [--feather RADIUS]
- *             [--mask-in FILE] [--refine] [--compare] [--out DIR] [--json]
+ *             [--mask-in FILE] [--plain | --refine] [--compare] [--out DIR] [--json]
  *   pxcut wire [PHOTO] --seed x,y --to x,y [--seed x,y --to x,y]... [--out DIR] [--json]
  *
  * parse() checks the syntax only (options, numbers, points); the lasso file
@@ -79,8 +79,11 @@ public:
     QString maskIn;
     /** Print the summary as one JSON object on stdout. */
     bool json = false;
-    /** Cut: the refined cut instead of the library's default. */
-    bool refine = false;
+    /**
+     * Cut: the refined cut (pxcut's default), or with --plain the plain cut,
+     * the library's own default.
+     */
+    bool refine = true;
     /** Cut: also write compare.png, the plain and the refined first cut side by side. */
     bool compare = false;
 

@@ -7,6 +7,7 @@
 #include "PXFastPng.h"
 #include "PXHostImages.h"
 #include "PXHostPhoto.h"
+#include "PXOutsideRegions.h"
 #include "PXPointList.h"
 #include "PXSegmentationQueries.h"
 #include "PXSelectionMask.h"
@@ -225,26 +226,19 @@ QImage keepBorder(const QImage& smoothMask, const QImage& mask, int radius)
     return result;
 }
 
-// The plain and the refined first cut of @p lasso as overlays, side by side.
-QImage compareCuts(const PXHostPhoto& photo, const QPainterPath& lasso, const QColor& maskColour)
+// The first cut of @p lasso in the mode pxcut did not cut in, beside @p firstMask,
+// the one it did: each cut out over a checkerboard and labelled, plain on the left.
+QImage compareCuts(const PXHostPhoto& photo, const QPainterPath& lasso, const QImage& firstMask, bool refined)
 {
-    QList<QImage> overlays;
-    for (const bool refined : { false, true }) {
-        PXImageSegmentation controller;
-        controller.setRefinedCut(refined);
-        if (maskColour.isValid())
-            controller.setMaskColor(maskColour);
-        controller.setup(photo.working(), photo.fileInfo());
-        const QImage mask = requestMask(controller, [&] { controller.startThreadWithInitialPath(lasso); });
-        if (mask.isNull())
-            return QImage();
-        overlays.append(PXHostImages::overlay(photo.photo(), photo.toPhotoSize(mask), QImage()));
-    }
-    QImage result(overlays.first().width() * 2, overlays.first().height(), QImage::Format_RGB32);
-    QPainter painter(&result);
-    painter.drawImage(0, 0, overlays.first());
-    painter.drawImage(overlays.first().width(), 0, overlays.last());
-    return result;
+    PXImageSegmentation controller;
+    controller.setRefinedCut(!refined);
+    controller.setup(photo.working(), photo.fileInfo());
+    const QImage other = requestMask(controller, [&] { controller.startThreadWithInitialPath(lasso); });
+    if (other.isNull())
+        return QImage();
+    const auto cutOut = [&photo](const QImage& mask) { return PXHostImages::cutOut(photo.photo(), photo.toPhotoSize(mask)); };
+    return PXHostImages::sideBySide({ { QStringLiteral("plain cut"), cutOut(refined ? other : firstMask) },
+        { QStringLiteral("refined cut"), cutOut(refined ? firstMask : other) } });
 }
 
 // The saved selection --mask-in names, at the working size; null with @p error on failure.
@@ -319,7 +313,10 @@ bool applySteps(PXImageSegmentation& controller, const PXCutArguments& arguments
     QImage* mask, QStringList* warnings, QString* error)
 {
     const qreal brushScale = std::sqrt(photo.scaleX() * photo.scaleY());
+    PXOutsideRegions outside;
+    QHash<QString, int> occurrences;
     for (const PXCutStep& step : arguments.steps) {
+        const int occurrence = ++occurrences[step.option];
         const QList<QPointF> points = PXPointList::scaled(step.points, photo.scaleX(), photo.scaleY());
         switch (step.kind) {
         case PXCutStep::Click:
@@ -342,6 +339,15 @@ bool applySteps(PXImageSegmentation& controller, const PXCutArguments& arguments
         case PXCutStep::Scribble: {
             const QPainterPath stroke = PXPointList::brushStroke(points, step.radius * brushScale);
             const bool paint = step.kind == PXCutStep::Paint;
+            // The refined cut keeps the object inside the lasso by itself.
+            if (paint && step.foreground && !arguments.refine && outside.touchedBy(controller, stroke)) {
+                warnings->append(QStringLiteral("--paint #%1 (fg) touches a region that reaches outside the lasso; "
+                                                "ignored (in the plain cut it would put all that the lasso left "
+                                                "out into the object)")
+                                     .arg(occurrence));
+                warn(warnings->last());
+                continue;
+            }
             // One final stroke per option: a command line has no gesture to undo.
             *mask = requestMask(controller, [&] {
                 if (paint)
@@ -379,6 +385,8 @@ QImage smoothMask(PXImageSegmentation& controller, const QImage& mask, const QCo
 }
 
 struct CutSummary {
+    /** "refined" or "plain"; "none" for a saved mask without a lasso. */
+    QString cut;
     QSize workedOn;
     int regions = 0;
     double share = 0;
@@ -398,6 +406,7 @@ void printSummary(const PXCutArguments& arguments, const PXHostPhoto& photo, con
             { QStringLiteral("width"), size.width() },
             { QStringLiteral("height"), size.height() },
             { QStringLiteral("workedOn"), QJsonArray { summary.workedOn.width(), summary.workedOn.height() } },
+            { QStringLiteral("cut"), summary.cut },
             { QStringLiteral("regions"), summary.regions },
             { QStringLiteral("objectFraction"), summary.share },
             { QStringLiteral("cutSeconds"), summary.cutMs / 1000.0 },
@@ -407,17 +416,20 @@ void printSummary(const PXCutArguments& arguments, const PXHostPhoto& photo, con
         std::printf("%s\n", QJsonDocument(json).toJson(QJsonDocument::Compact).constData());
         return;
     }
-    std::printf("%s %dx%d (worked on %dx%d): %d regions, object %.1f%% of the photo; cut %.2f s, total %.2f s "
-                "-> %s\n",
+    std::printf("%s %dx%d (worked on %dx%d): %s cut, %d regions, object %.1f%% of the photo; cut %.2f s, "
+                "total %.2f s -> %s\n",
         qPrintable(photo.fileInfo().fileName()), size.width(), size.height(), summary.workedOn.width(),
-        summary.workedOn.height(), summary.regions, 100 * summary.share, summary.cutMs / 1000.0, totalTime,
+        summary.workedOn.height(), summary.cut == QLatin1String("none") ? "no" : qPrintable(summary.cut),
+        summary.regions, 100 * summary.share, summary.cutMs / 1000.0, totalTime,
         qPrintable(QDir::toNativeSeparators(QDir(arguments.outputDirectory).path())));
 }
 
 // Writes mask.png, cutout.png, overlay.png and, with --compare, compare.png of
-// @p lasso's plain and refined cut; notes the object's share in @p summary.
+// @p lasso's plain and refined cut, @p firstMask being the one cut here; notes
+// the object's share in @p summary.
 bool writeResults(const PXCutArguments& arguments, const PXHostPhoto& photo, const QImage& mask,
-    const QImage& contours, const QPainterPath& lasso, CutSummary* summary, QString* error)
+    const QImage& contours, const QPainterPath& lasso, const QImage& firstMask, CutSummary* summary,
+    QString* error)
 {
     const QImage finalMask = photo.toPhotoSize(mask);
     // Counted on the working size: on a large photo the full size costs a second.
@@ -446,7 +458,7 @@ bool writeResults(const PXCutArguments& arguments, const PXHostPhoto& photo, con
     QList<std::pair<QString, QImage>> images = { { QStringLiteral("mask.png"), finalMask },
         { QStringLiteral("cutout.png"), cutout }, { QStringLiteral("overlay.png"), overlay } };
     if (arguments.compare && !lasso.isEmpty()) {
-        const QImage comparison = compareCuts(photo, lasso, arguments.maskColour);
+        const QImage comparison = compareCuts(photo, lasso, firstMask, arguments.refine);
         if (comparison.isNull()) {
             *error = QStringLiteral("--compare: a cut produced no mask");
             return false;
@@ -483,8 +495,8 @@ int runCut(PXCutArguments arguments, const QElapsedTimer& sinceStart)
         return fail(error);
 
     PXImageSegmentation controller;
-    if (arguments.refine)
-        controller.setRefinedCut(true);
+    // The library defaults to the plain cut; pxcut to the refined one.
+    controller.setRefinedCut(arguments.refine);
     if (arguments.maskColour.isValid())
         controller.setMaskColor(arguments.maskColour);
     controller.setup(photo.working(), photo.fileInfo());
@@ -512,6 +524,7 @@ int runCut(PXCutArguments arguments, const QElapsedTimer& sinceStart)
             return fail(QStringLiteral("the cut produced no mask"));
         }
     }
+    const QImage firstMask = mask;
     if (!savedSelection.isNull()) {
         // The saved mask replaces the cut's; the cut's regions stay for refining it.
         const std::unique_ptr<PXMementoSegmentation> state(controller.createMemento(false));
@@ -521,6 +534,7 @@ int runCut(PXCutArguments arguments, const QElapsedTimer& sinceStart)
         mask = requestMask(controller, [&] { controller.setMemento(&saved); });
     }
     CutSummary summary;
+    summary.cut = !cut ? QStringLiteral("none") : arguments.refine ? QStringLiteral("refined") : QStringLiteral("plain");
     if (!applySteps(controller, arguments, photo, &mask, &summary.warnings, &error))
         return fail(error);
     summary.cutMs = timer.elapsed();
@@ -534,7 +548,7 @@ int runCut(PXCutArguments arguments, const QElapsedTimer& sinceStart)
             return fail(QStringLiteral("--smooth produced no mask"));
     }
 
-    if (!writeResults(arguments, photo, mask, contours, cut ? lasso : QPainterPath(), &summary, &error))
+    if (!writeResults(arguments, photo, mask, contours, cut ? lasso : QPainterPath(), firstMask, &summary, &error))
         return fail(error);
     printSummary(arguments, photo, summary, sinceStart);
     return Success;

@@ -1,6 +1,7 @@
 #include "PXStudioWindow.h"
 
 #include "PXHostImages.h"
+#include "PXOutsideRegions.h"
 #include "PXPointList.h"
 #include "PXSegmentationQueries.h"
 #include "PXSelectionMask.h"
@@ -72,6 +73,7 @@ PXStudioWindow::PXStudioWindow(QWidget* parent)
     , m_brushRadius(new QSpinBox(this))
     , m_tintOpacity(new QSpinBox(this))
     , m_amount(new QSpinBox(this))
+    , m_outsideRegions(std::make_unique<PXOutsideRegions>())
     , m_selection(m_segmentation.get())
 {
     const QSettings settings = studioSettings();
@@ -84,6 +86,8 @@ PXStudioWindow::PXStudioWindow(QWidget* parent)
         100);
     m_view->setTint(m_maskColour, opacity / 100.0);
     m_segmentation->setMaskColor(m_maskColour);
+    // The library's default is the plain cut; the studio's is the refined one.
+    m_segmentation->setRefinedCut(settings.value(QStringLiteral("cut/refined"), true).toBool());
 
     setWindowTitle(tr("pxstudio"));
     setCentralWidget(m_view);
@@ -230,14 +234,15 @@ void PXStudioWindow::createActions()
     m_contoursAction->setIconText(tr("Contours"));
     m_contoursAction->setCheckable(true);
     connect(m_contoursAction, &QAction::toggled, this, &PXStudioWindow::setContoursVisible);
-    // The controller follows the setting, so the choice is kept between runs.
     QAction* refine = makeAction(tr("&Refine edges"), "refine", QKeySequence(tr("Ctrl+R")));
     refine->setIconText(tr("Refine"));
-    refine->setToolTip(tr("The next lasso's cut follows the object's edges"));
+    refine->setToolTip(tr("The next lasso's cut follows the object's edges; off, it takes whole regions"));
     refine->setCheckable(true);
-    refine->setChecked(PXSingleton<PXImageCutterSettings>::instance()->refinedCut());
-    connect(refine, &QAction::toggled, this,
-        [](bool checked) { PXSingleton<PXImageCutterSettings>::instance()->setRefinedCut(checked); });
+    refine->setChecked(m_segmentation->refinedCut());
+    connect(refine, &QAction::toggled, this, [this](bool checked) {
+        m_segmentation->setRefinedCut(checked);
+        studioSettings().setValue(QStringLiteral("cut/refined"), checked);
+    });
 
     m_tools = new QActionGroup(this);
     struct ToolEntry {
@@ -616,6 +621,8 @@ void PXStudioWindow::showGuide()
             "<tr><td><b>Ctrl+Alt+F</b></td><td>feather the selection's edge by the amount</td></tr>"
             "<tr><td><b>Ctrl+Z</b> / <b>Ctrl+Shift+Z</b></td><td>undo / redo any step, a new lasso too</td></tr>"
             "<tr><td><b>Ctrl+I</b></td><td>invert the selection</td></tr>"
+            "<tr><td><b>Ctrl+R</b></td><td>Refine edges: on (the default), the next lasso's cut follows "
+            "the object's edges; off, it takes whole regions</td></tr>"
             "<tr><td><b>Ctrl+wheel</b>, <b>Ctrl++</b>, <b>Ctrl+-</b></td><td>zoom; <b>Ctrl+0</b> fits the photo</td></tr>"
             "<tr><td>middle button, wheel</td><td>pan</td></tr>"
             "<tr><td><b>Esc</b></td><td>stops a cut or drops the scissors' outline</td></tr>"
@@ -708,6 +715,7 @@ void PXStudioWindow::startAction(const QString& name)
 {
     m_lastAction = name;
     m_actionTimer.start();
+    m_strokeIgnored = false;
 }
 
 void PXStudioWindow::describeSelection()
@@ -720,6 +728,9 @@ void PXStudioWindow::describeSelection()
                        .arg(m_regions);
     if (!m_lastAction.isEmpty())
         text += tr(" %1: %2 s.").arg(m_lastAction).arg(m_actionTimer.elapsed() / 1000.0, 0, 'f', 2);
+    if (m_strokeIgnored)
+        text += tr(" Paint ignored where the brush touched a region reaching outside the lasso: "
+                   "in the plain cut it would put all outside the lasso into the object.");
     setStatus(text);
 }
 
@@ -756,6 +767,7 @@ void PXStudioWindow::startCut(const QPainterPath& lasso, Qt::KeyboardModifiers m
             : mode == PXStudioSelection::Subtract ? tr("Subtract lasso")
                                                   : tr("Lasso"));
     m_selection.beginLasso(mode);
+    m_cutIsRefined = m_segmentation->refinedCut();
     m_clickTimer.stop();
     m_beforeClick.reset();
     m_finalStrokeTimer.stop();
@@ -813,8 +825,22 @@ void PXStudioWindow::applyStroke(const QPainterPath& stroke, bool isFinal)
         return;
     const bool object = m_objectTarget->isChecked();
     const bool scribble = m_view->tool() == PXStudioView::Scribble;
+    // A gesture keeps saying that a piece of it was ignored.
+    const bool ignoredBefore = m_inStroke && m_strokeIgnored;
     startAction(scribble ? tr("Scribble") : tr("Paint"));
     beginRequest();
+    m_inStroke = !isFinal;
+    const bool ignored = !scribble && wouldSelectOutside(stroke, object);
+    m_strokeIgnored = ignoredBefore || ignored;
+    if (ignored) {
+        describeSelection();
+        // The pieces sent before still make one undo step.
+        if (isFinal) {
+            m_finalStroke = QPainterPath();
+            m_finalStrokeTimer.start();
+        }
+        return;
+    }
     if (isFinal && m_segmentation->isRunning()) {
         m_finalStroke = stroke;
         m_finalStrokeIsScribble = scribble;
@@ -835,7 +861,9 @@ void PXStudioWindow::sendFinalStroke()
     if (m_segmentation->isRunning())
         return;
     m_finalStrokeTimer.stop();
-    if (m_finalStrokeIsScribble)
+    if (m_finalStroke.isEmpty())
+        m_segmentation->pushUndoCommand();
+    else if (m_finalStrokeIsScribble)
         m_segmentation->startThreadWithScribble(m_finalStroke, m_finalStrokeIsObject, false);
     else
         m_segmentation->startThreadWithPaintSelection(m_finalStroke, m_finalStrokeIsObject, false);
@@ -853,7 +881,9 @@ void PXStudioWindow::previewBrush(const QPointF& position)
     if (clusters == m_hoverClusters && m_hovering)
         return;
     m_hoverClusters = clusters;
-    if (clusters.isEmpty()) {
+    // A stroke there would be ignored; its preview would show the whole outside selected.
+    const QPainterPath brush = PXPointList::brushStroke({ position }, m_view->brushRadius());
+    if (clusters.isEmpty() || wouldSelectOutside(brush, m_objectTarget->isChecked())) {
         endPreview();
         return;
     }
@@ -877,6 +907,12 @@ void PXStudioWindow::restoreRealMask()
         return;
     m_restoreTimer.stop();
     m_view->setMask(m_segmentation->maskForeground());
+}
+
+bool PXStudioWindow::wouldSelectOutside(const QPainterPath& stroke, bool object)
+{
+    // The refined cut keeps the object inside the lasso by itself.
+    return object && !m_cutIsRefined && m_outsideRegions->touchedBy(*m_segmentation, stroke);
 }
 
 QPointF PXStudioWindow::clampedToPhoto(const QPointF& position) const

@@ -17,6 +17,7 @@
 class PXImageSegmentation;
 class PXIntelligentScissors;
 class PXMementoSegmentation;
+class PXOutsideRegions;
 class PXStudioView;
 class QAction;
 class QActionGroup;
@@ -35,12 +36,17 @@ class QSpinBox;
  * which the Edit menu's Undo and Redo are bound to; the stack is cleared with
  * each new photo, because its commands hold the masks of a photo that is gone.
  * A lasso begun with Shift adds to the selection, one begun with Alt removes
- * from it (PXStudioSelection). The tint's colour and opacity are kept in
- * QSettings (organisation "PXImageCutter", application "pxstudio", INI format).
+ * from it (PXStudioSelection). Lassos give the refined cut unless Tools >
+ * Refine edges is unchecked; then they give the library's plain cut, and a
+ * paint stroke into the object whose brush touches a region reaching outside
+ * the lasso is ignored (the plain cut would select all outside the lasso).
+ * The tint's colour and opacity and the Refine edges choice are kept in
+ * QSettings (organisation "PXImageCutter", application "pxstudio", INI format;
+ * keys "tint/colour", "tint/opacity", "cut/refined").
  *
  * Actions carry object names ("open", "export", "saveSelection",
  * "loadSelection", "undo", "redo", "invert", "maskColour", "grow", "shrink",
- * "feather", "contours", "cancel", "zoomIn", "zoomOut", "fit", "guide",
+ * "feather", "contours", "refine", "cancel", "zoomIn", "zoomOut", "fit", "guide",
  * "tool.lasso", "tool.click", "tool.paint", "tool.scribble", "tool.scissors",
  * "target.object", "target.background"), and so do the spin boxes
  * ("brushRadius", "tintOpacity", "amount"), so scripts and tests can find them.
@@ -122,6 +128,8 @@ private:
     void setCutRunning(bool running);
     void refreshContours();
     bool canRefine();
+    // Whether a paint stroke would put all outside the lasso into the object.
+    bool wouldSelectOutside(const QPainterPath& stroke, bool object);
     QPointF clampedToPhoto(const QPointF& position) const;
     QList<QPointF> wireTo(const QPointF& position);
     void dropScissorsOutline();
@@ -137,6 +145,7 @@ private:
     QSpinBox* m_brushRadius;
     QSpinBox* m_tintOpacity;
     QSpinBox* m_amount;
+    std::unique_ptr<PXOutsideRegions> m_outsideRegions;
     QActionGroup* m_tools;
     QAction* m_objectTarget;
     QAction* m_maskColourAction;
@@ -150,6 +159,11 @@ private:
     int m_regions = 0;
 
     bool m_cutRunning = false;
+    // The mode the last lasso was cut in; the toggle applies to the next one.
+    bool m_cutIsRefined = true;
+    // A paint gesture is under way, and a piece of it was ignored.
+    bool m_inStroke = false;
+    bool m_strokeIgnored = false;
     bool m_contoursStale = true;
     // Hover previews arrive on the same signal as real masks; one that arrives
     // after the brush left the photo is stale and is not shown.

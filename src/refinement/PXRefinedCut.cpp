@@ -7,12 +7,36 @@
 
 using namespace PXRefinedCutSteps;
 
-// All of the cut that needs no object labels. Immutable once made.
+// All of the cut that needs neither object labels nor marks. Immutable once
+// made, so strokes share it.
 struct PXRefinedCut::Prepared {
     QSize photoSize;
     Area area; // empty when the lasso misses the photo
     std::vector<int> usedBins;
+    Blocks blocks;
 };
+
+namespace {
+
+// Where one first guess of the object led.
+struct Solution {
+    std::vector<uchar> object;
+    DataCosts costs;
+};
+
+// Whether the object shrank to a sliver of the lasso.
+bool lostObject(const Area& area, const std::vector<uchar>& object)
+{
+    qsizetype inside = 0;
+    qsizetype selected = 0;
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        inside += area.inside[i];
+        selected += object[i];
+    }
+    return selected * 10 < inside;
+}
+
+} // namespace
 
 std::shared_ptr<const PXRefinedCut::Prepared> PXRefinedCut::makePrepared() const
 {
@@ -31,8 +55,9 @@ std::shared_ptr<const PXRefinedCut::Prepared> PXRefinedCut::makePrepared() const
     }
     area.width = area.rect.width();
     area.height = area.rect.height();
-    prepared->usedBins = readArea(area, photo, m_lasso, m_labels, m_marks);
+    prepared->usedBins = readArea(area, photo, m_lasso, m_labels);
     sobelOfArea(area, photo);
+    prepared->blocks = makeBlocks(area, m_options);
     return prepared;
 }
 
@@ -69,7 +94,11 @@ void PXRefinedCut::setObjectLabels(const QSet<int>& objectLabels)
 void PXRefinedCut::setMarks(const QImage& marks)
 {
     m_marks = marks;
-    m_prepared.reset();
+}
+
+void PXRefinedCut::setStartSelection(const QImage& selection)
+{
+    m_startSelection = selection;
 }
 
 void PXRefinedCut::setOptions(const PXRefinedCutOptions& options)
@@ -107,64 +136,72 @@ QImage PXRefinedCut::run() const
             progress();
         return selection;
     }
-    const std::vector<int>& usedBins = prepared->usedBins;
-    // The first models: the current cut's object against the band outside
-    // the lasso. Should that cut have lost the object, the whole lasso
-    // against the band. They need no blocks, so both are made side by side.
-    const qsizetype n = area.size();
-    std::vector<uchar> object;
-    std::vector<uchar> lassoSides(n);
-    qsizetype insidePixels = 0;
-    DataCosts costs;
-    Blocks blocks;
-    QList<int> jobs {0, 1};
-    PXConcurrent::blockingMap(jobs, [&](int job) {
-        if (job == 0) {
-            blocks = makeBlocks(area, m_options);
-            return;
-        }
-        object = selectionOfLabels(area, m_objectLabels);
-        std::vector<uchar> firstSides(n);
-        for (qsizetype i = 0; i < n; ++i) {
-            firstSides[i] = area.inside[i] ? (object[i] ? 1 : unusedSide) : 0;
-            lassoSides[i] = area.inside[i];
-            insidePixels += area.inside[i];
-        }
-        applyMarks(area, object);
-        costs = learnCosts(area, firstSides, usedBins, m_options);
-    });
-    progress();
-    if (cancelled())
-        return QImage();
+    const std::vector<uchar> marks = readMarks(area, m_marks);
+    const std::vector<float> claims = claimsOfMarks(area, marks, m_options);
 
-    // The band cut reuses the last round's models: learning them again from
-    // that round's few changed blocks moved no outline on the composites.
-    for (int round = 0; round < m_options.rounds; ++round) {
-        if (round > 0)
-            costs = learnCosts(area, object, usedBins, m_options);
-        bool changed = cutBlocks(area, blocks, costs, object);
-        if (round == 0 && lostObject(object, insidePixels)) {
-            costs = learnCosts(area, lassoSides, usedBins, m_options);
-            changed = cutBlocks(area, blocks, costs, object);
+    // Follows one first guess of the object: its object teaches the object
+    // model, the band outside the lasso (and, from a stroke's selection, the
+    // rest of the lasso) the background, and what the marks reach their
+    // side's; then cuts and learns again until no pixel moves.
+    const auto teacher = [&](const std::vector<uchar>& object, bool restTeaches) {
+        std::vector<uchar> sides(area.size());
+        for (qsizetype i = 0; i < area.size(); ++i) {
+            const bool teachesNothing = area.inside[i] && !restTeaches && marks[i] == NoMark;
+            sides[i] = object[i] ? 1 : (teachesNothing ? unusedSide : 0);
+            if (!claims.empty() && claims[i] != 0.0f && area.inside[i])
+                sides[i] = claims[i] > 0.0f ? 1 : 0;
         }
-        if (!changed)
-            break;
-        if (cancelled())
-            return QImage();
+        return sides;
+    };
+    const auto follow = [&](std::vector<uchar> object, bool restTeaches, bool lassoAlone) {
+        applyMarks(area, marks, object);
+        Solution solution;
+        solution.costs = learnCosts(area, teacher(object, restTeaches), prepared->usedBins, m_options);
+        for (int round = 0; round < std::max(1, m_options.rounds); ++round) {
+            if (round > 0)
+                solution.costs = learnCosts(area, teacher(object, true), prepared->usedBins, m_options);
+            // With the lasso alone the colours of the two sides differ little
+            // at first: they part by colour alone, then under less smoothness.
+            const double smoothing = lassoAlone ? (round == 0 ? 0.0 : m_options.lassoSmoothing) : 1.0;
+            if (!cutBlocks(area, prepared->blocks, solution.costs, marks, claims, smoothing, object) || cancelled())
+                break;
+        }
+        solution.object = std::move(object);
+        return solution;
+    };
+    Solution solution;
+    if (!m_startSelection.isNull()) {
+        solution = follow(readSelection(area, m_startSelection), true, false);
+    } else {
+        solution = follow(selectionOfLabels(area, m_objectLabels), false, false);
+        // Should the superpixel cut have lost the object, its models explain
+        // nothing: the whole lasso is the first guess instead, as the lasso
+        // is all the user said. Measured on the quality composites, choosing
+        // between both guesses by their energies picked the lasso's where it
+        // was worse, so it only stands in for a lost object.
+        if (lostObject(area, solution.object) && !cancelled())
+            solution = follow(area.inside, false, true);
     }
     progress();
     if (cancelled())
         return QImage();
 
-    cutBand(area, costs, m_options, object);
+    const std::vector<uchar> movable =
+        pixelsToRecut(area, prepared->blocks, solution.costs, marks, claims, solution.object, m_options);
+    progress();
+    if (cancelled())
+        return QImage();
+
+    cutPixels(area, solution.costs, claims, movable, m_options, solution.object);
     progress();
     if (cancelled())
         return QImage();
 
     for (int y = 0; y < area.height; ++y) {
         uchar* out = selection.scanLine(y + area.rect.top()) + area.rect.left();
+        const uchar* in = solution.object.data() + qsizetype(y) * area.width;
         for (int x = 0; x < area.width; ++x)
-            out[x] = object[qsizetype(y) * area.width + x] ? 255 : 0;
+            out[x] = in[x] ? 255 : 0;
     }
     return selection;
 }

@@ -15,18 +15,26 @@
  * follows the object's edges.
  *
  * Colour models of object and background (Gaussian mixtures) are learnt from
- * the current cut and from a band outside the lasso; a minimum cut over the
- * regions, split into small blocks so that a region that leaks over the edge
- * can be cut too, chooses the side of every block, with edge strength as the
- * cost of separating neighbours; the models are learnt again from the result
- * and the cut repeated. Last, a minimum cut over the pixels of a narrow band
- * around the outline moves it onto the object's edge.
+ * a first guess of the object and from a band outside the lasso; a minimum
+ * cut over the regions, split into small blocks so that a region that leaks
+ * over the edge can be cut too, chooses the side of every block, with edge
+ * strength as the cost of separating neighbours; the models are learnt again
+ * from the result and the cut repeated until no block moves. Two first
+ * guesses are tried, the superpixel cut's object and the lasso's whole
+ * inside, and the one whose cut reaches the lower energy is kept, so a
+ * superpixel cut that lost the object does not mislead it. Last, a minimum
+ * cut over single pixels moves the outline onto the object's edge: pixels
+ * near it, and every pixel of a block whose colours disagree with its side.
  *
- * Call order: the setters (photo, lasso and regions are needed; marks are
- * optional), optionally prepare(), then run(). Any thread; a plain class
- * without threads or locks of its own. Parallel passes go through
- * PXConcurrent. Copies share what prepare() made. The result depends only on
- * the inputs, not on the number of cores or the hash seed.
+ * User marks are hard: marked pixels stay on their side, and a stroke is
+ * answered by setting the marks and the current selection and running again,
+ * which starts from that selection alone and reuses what prepare() made.
+ *
+ * Call order: the setters (photo, lasso and regions are needed; marks and a
+ * start selection are optional), optionally prepare(), then run(). Any
+ * thread; a plain class without threads or locks of its own. Parallel passes
+ * go through PXConcurrent. Copies share what prepare() made. The result
+ * depends only on the inputs, not on the number of cores or the hash seed.
  */
 class PXIMAGECUTTER_EXPORT PXRefinedCut
 {
@@ -52,8 +60,17 @@ public:
      * User strokes as a Format_Grayscale8 image of the photo's size holding
      * Mark values: marked pixels are kept on their side whatever the models
      * say (object marks only inside the lasso). A null image means no marks.
+     * Keeps what prepare() made.
      */
     void setMarks(const QImage& marks);
+    /**
+     * The selection to start from (Format_Grayscale8, the photo's size,
+     * non-zero for the object), as after an earlier run(): run() then learns
+     * its models from it and the marks alone, as for a stroke. A null image
+     * (the default) starts from the regions' object and the lasso. Keeps
+     * what prepare() made.
+     */
+    void setStartSelection(const QImage& selection);
     /** The tunables; drops what prepare() made. */
     void setOptions(const PXRefinedCutOptions& options);
     PXRefinedCutOptions options() const { return m_options; }
@@ -63,9 +80,9 @@ public:
     void setCancelFunction(const std::function<bool()>& cancelled);
 
     /**
-     * Reads the photo, lasso, labels and marks into the working area and
-     * measures its edge strengths: the part of run() that needs no object
-     * labels. Optional: run() does it when it has not been done. Lets a
+     * Reads the photo, lasso and labels into the working area, measures its
+     * edge strengths and splits its regions into blocks: the part of run()
+     * that needs neither object labels nor marks. Optional: run() does it when it has not been done. Lets a
      * caller set the cut up while the cut that gives the object labels is
      * still under way, then pass them with setObjectLabels(); any other
      * setter drops what was prepared.
@@ -88,6 +105,7 @@ private:
     QImage m_labels;
     QSet<int> m_objectLabels;
     QImage m_marks;
+    QImage m_startSelection;
     PXRefinedCutOptions m_options;
     std::function<void()> m_progress;
     std::function<bool()> m_cancelled;

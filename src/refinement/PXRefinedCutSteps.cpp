@@ -23,6 +23,9 @@ constexpr int myColourBins = 1 << (3 * myColourBits);
 constexpr int mySliceRows = 64;
 constexpr int myNodeChunk = 4096;
 constexpr qsizetype myBinChunk = 512;
+// A pixel whose two colour costs differ by more than this (nats) clearly
+// prefers one side.
+constexpr float myClearPreference = 2.0f;
 // Squared colour distances of neighbours whose band weight is tabulated.
 constexpr int myTabulatedDistances = 4096;
 
@@ -209,10 +212,8 @@ Blocks PXRefinedCutSteps::makeBlocks(const Area& area, const PXRefinedCutOptions
             if (node < 0) {
                 node = blocks.count++;
                 list.emplace_back(label, node);
-                blocks.marks.push_back(0);
             }
             blocks.node[i] = node;
-            blocks.marks[node] |= area.marks[i];
         }
     }
     blocks.outsideWeight.assign(blocks.count, 0.0);
@@ -273,11 +274,12 @@ Blocks PXRefinedCutSteps::makeBlocks(const Area& area, const PXRefinedCutOptions
     return blocks;
 }
 
-bool PXRefinedCutSteps::cutBlocks(
-    const Area& area, const Blocks& blocks, const DataCosts& costs, std::vector<uchar>& selection)
+bool PXRefinedCutSteps::cutBlocks(const Area& area, const Blocks& blocks, const DataCosts& costs,
+    const std::vector<uchar>& marks, const std::vector<float>& claims, double smoothing, std::vector<uchar>& selection)
 {
     std::vector<double> objectCost(blocks.count, 0.0);
     std::vector<double> backgroundCost(blocks.count, 0.0);
+    std::vector<uchar> nodeMarks(blocks.count, 0);
     for (qsizetype i = 0; i < area.size(); ++i) {
         const int node = blocks.node[i];
         if (node < 0)
@@ -285,63 +287,177 @@ bool PXRefinedCutSteps::cutBlocks(
         const int bin = area.bin[i];
         objectCost[node] += costs.object[bin];
         backgroundCost[node] += costs.background[bin];
+        nodeMarks[node] |= marks[i];
+        if (!claims.empty())
+            (claims[i] > 0.0f ? backgroundCost[node] : objectCost[node]) += std::abs(claims[i]);
     }
     PXCutGraph graph;
     graph.addNodes(blocks.count);
     for (int node = 0; node < blocks.count; ++node) {
-        double object = objectCost[node] + blocks.outsideWeight[node];
+        double object = objectCost[node] + smoothing * blocks.outsideWeight[node];
         double background = backgroundCost[node];
         // A block with marks of one kind only is held on that side; the
         // pixels themselves are held below whatever the block does.
-        if (blocks.marks[node] == PXRefinedCut::ObjectMark)
+        if (nodeMarks[node] == PXRefinedCut::ObjectMark)
             background += PXCutGraph::hardWeight;
-        else if (blocks.marks[node] == PXRefinedCut::BackgroundMark)
+        else if (nodeMarks[node] == PXRefinedCut::BackgroundMark)
             object += PXCutGraph::hardWeight;
         graph.addTerminalWeights(node, object, background);
     }
     for (const Blocks::Link& link : blocks.links)
-        graph.addEdge(link.first, link.second, link.weight);
+        graph.addEdge(link.first, link.second, smoothing * link.weight);
     graph.solve();
     std::vector<uchar> nodeIsObject(blocks.count);
     for (int node = 0; node < blocks.count; ++node)
         nodeIsObject[node] = graph.isObject(node);
 
-    bool changed = false;
+    bool moved = false;
     for (qsizetype i = 0; i < area.size(); ++i) {
         const int node = blocks.node[i];
         uchar object = node >= 0 && nodeIsObject[node];
-        if (area.marks[i] == PXRefinedCut::ObjectMark && area.inside[i])
+        if (marks[i] == PXRefinedCut::ObjectMark && area.inside[i])
             object = 1;
-        else if (area.marks[i] == PXRefinedCut::BackgroundMark)
+        else if (marks[i] == PXRefinedCut::BackgroundMark)
             object = 0;
-        changed |= object != selection[i];
+        moved |= object != selection[i];
         selection[i] = object;
     }
-    return changed;
+    return moved;
 }
 
-bool PXRefinedCutSteps::lostObject(const std::vector<uchar>& selection, qsizetype insidePixels)
+namespace {
+
+// Adds the pull of one kind of mark to @p claims: a bucket-ordered search
+// from the marked pixels through the lasso, where entering a pixel costs 1
+// plus its edge strength squared / 256, so that a path soon runs out across
+// a strong edge. Only the window the marks can reach is walked.
+void addPull(const Area& area, const std::vector<uchar>& marks, uchar kind, float pull, int reach,
+    std::vector<float>& claims)
 {
-    qsizetype object = 0;
-    for (const uchar value : selection)
-        object += value;
-    return object * 10 < insidePixels;
+    const int w = area.width;
+    const int h = area.height;
+    int left = w;
+    int top = h;
+    int right = -1;
+    int bottom = -1;
+    for (int y = 0; y < h; ++y) {
+        for (int x = 0; x < w; ++x) {
+            if (marks[qsizetype(y) * w + x] != kind)
+                continue;
+            left = std::min(left, x);
+            right = std::max(right, x);
+            top = std::min(top, y);
+            bottom = std::max(bottom, y);
+        }
+    }
+    if (right < 0)
+        return;
+    const QRect window =
+        QRect(QPoint(left, top), QPoint(right, bottom)).adjusted(-reach, -reach, reach, reach).intersected(QRect(0, 0, w, h));
+    const int ww = window.width();
+    std::vector<int> distance(qsizetype(ww) * window.height(), reach + 1);
+    std::vector<std::vector<int>> buckets(reach + 1);
+    const auto areaIndex = [&](int index) {
+        return qsizetype(index / ww + window.top()) * w + index % ww + window.left();
+    };
+    for (int index = 0; index < int(distance.size()); ++index) {
+        const qsizetype i = areaIndex(index);
+        if (marks[i] == kind && area.inside[i]) {
+            distance[index] = 0;
+            buckets[0].push_back(index);
+        }
+    }
+    constexpr int dx[4] = {1, 0, -1, 0};
+    constexpr int dy[4] = {0, 1, 0, -1};
+    for (int d = 0; d <= reach; ++d) {
+        // Steps cost at least 1, so nothing is added to the bucket walked.
+        for (const int index : buckets[d]) {
+            if (distance[index] != d)
+                continue;
+            const int x = index % ww;
+            const int y = index / ww;
+            for (int k = 0; k < 4; ++k) {
+                const int nx = x + dx[k];
+                const int ny = y + dy[k];
+                if (nx < 0 || ny < 0 || nx >= ww || ny >= window.height())
+                    continue;
+                const int next = ny * ww + nx;
+                const qsizetype j = areaIndex(next);
+                if (!area.inside[j])
+                    continue;
+                const int strength = area.sobel[j];
+                const int nd = d + 1 + (strength * strength >> 8);
+                if (nd < distance[next]) {
+                    distance[next] = nd;
+                    if (nd <= reach)
+                        buckets[nd].push_back(next);
+                }
+            }
+        }
+        std::vector<int>().swap(buckets[d]);
+    }
+    for (int index = 0; index < int(distance.size()); ++index) {
+        if (distance[index] <= reach)
+            claims[areaIndex(index)] += pull * float(reach + 1 - distance[index]) / float(reach + 1);
+    }
 }
 
-void PXRefinedCutSteps::cutBand(
-    const Area& area, const DataCosts& costs, const PXRefinedCutOptions& options, std::vector<uchar>& selection)
+} // namespace
+
+std::vector<float> PXRefinedCutSteps::claimsOfMarks(
+    const Area& area, const std::vector<uchar>& marks, const PXRefinedCutOptions& options)
+{
+    const int reach = std::min(options.strokeReach, 4096);
+    if (reach <= 0 || std::find_if(marks.begin(), marks.end(), [](uchar m) { return m != 0; }) == marks.end())
+        return {};
+    std::vector<float> claims(area.size(), 0.0f);
+    const float pull = float(options.strokePull);
+    addPull(area, marks, PXRefinedCut::ObjectMark, pull, reach, claims);
+    addPull(area, marks, PXRefinedCut::BackgroundMark, -pull, reach, claims);
+    return claims;
+}
+
+std::vector<uchar> PXRefinedCutSteps::pixelsToRecut(const Area& area, const Blocks& blocks, const DataCosts& costs,
+    const std::vector<uchar>& marks, const std::vector<float>& claims, const std::vector<uchar>& selection,
+    const PXRefinedCutOptions& options)
 {
     // Distances are bytes.
     const int bandRadius = std::clamp(options.bandRadius, 0, 254);
+    std::vector<uchar> movable = distanceToOutline(area, selection, bandRadius);
+    // Per block, the pixels whose colour clearly prefers the other side.
+    std::vector<int> disagreeing(blocks.count, 0);
+    std::vector<int> pixels(blocks.count, 0);
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        const int node = blocks.node[i];
+        if (node < 0)
+            continue;
+        const int bin = area.bin[i];
+        const float preference = costs.background[bin] - costs.object[bin]; // > 0: object
+        ++pixels[node];
+        disagreeing[node] += selection[i] ? preference < -myClearPreference : preference > myClearPreference;
+    }
+    const double share = options.recutShare;
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        const int node = blocks.node[i];
+        const bool straddles = node >= 0 && disagreeing[node] > 0 && disagreeing[node] >= share * pixels[node];
+        const bool claimed = !claims.empty() && claims[i] != 0.0f;
+        movable[i] = area.inside[i] && marks[i] == PXRefinedCut::NoMark
+            && (movable[i] <= bandRadius || straddles || claimed);
+    }
+    return movable;
+}
+
+void PXRefinedCutSteps::cutPixels(const Area& area, const DataCosts& costs, const std::vector<float>& claims,
+    const std::vector<uchar>& movable, const PXRefinedCutOptions& options, std::vector<uchar>& selection)
+{
     const double smoothness = options.smoothness;
-    const std::vector<uchar> distance = distanceToOutline(area, selection, bandRadius);
     const int w = area.width;
     // Nodes are numbered in pixel order; the passes below walk the band's
     // pixels through pixelOfNode instead of the whole area.
     std::vector<int> node(area.size(), -1);
     std::vector<qsizetype> pixelOfNode;
     for (qsizetype i = 0; i < area.size(); ++i) {
-        if (area.inside[i] && area.marks[i] == PXRefinedCut::NoMark && distance[i] <= bandRadius) {
+        if (movable[i]) {
             node[i] = int(pixelOfNode.size());
             pixelOfNode.push_back(i);
         }
@@ -391,6 +507,8 @@ void PXRefinedCutSteps::cutBand(
             const int bin = area.bin[i];
             out.object = costs.object[bin];
             out.background = costs.background[bin];
+            if (!claims.empty())
+                (claims[i] > 0.0f ? out.background : out.object) += std::abs(claims[i]);
             for (int k = 0; k < 4; ++k) {
                 if (k < 2)
                     out.forward[k] = 0.0;
@@ -430,7 +548,7 @@ void PXRefinedCutSteps::cutBand(
 }
 
 std::vector<int> PXRefinedCutSteps::readArea(
-    Area& area, const QImage& photo, const QPainterPath& lasso, const QImage& labelImage, const QImage& markImage)
+    Area& area, const QImage& photo, const QPainterPath& lasso, const QImage& labelImage)
 {
     QImage insideImage(area.rect.size(), QImage::Format_ARGB32_Premultiplied);
     insideImage.fill(Qt::black);
@@ -441,13 +559,11 @@ std::vector<int> PXRefinedCutSteps::readArea(
         painter.fillPath(lasso, QBrush(QColor(0xFFFFFFFFu)));
     }
     const bool hasLabels = labelImage.size() == photo.size() && labelImage.depth() == 32;
-    const bool hasMarks = markImage.size() == photo.size() && markImage.format() == QImage::Format_Grayscale8;
 
     const qsizetype n = area.size();
     area.colour.resize(n);
     area.bin.resize(n);
     area.inside.resize(n);
-    area.marks.assign(n, PXRefinedCut::NoMark);
     area.label.assign(n, 0);
     std::vector<uchar> binUsed(myColourBins, 0);
     for (int y = 0; y < area.height; ++y) {
@@ -456,7 +572,6 @@ std::vector<int> PXRefinedCutSteps::readArea(
         const auto* in = reinterpret_cast<const quint32*>(insideImage.constScanLine(y));
         const auto* labels = hasLabels ? reinterpret_cast<const qint32*>(labelImage.constScanLine(py)) + area.rect.left()
                                        : nullptr;
-        const uchar* marks = hasMarks ? markImage.constScanLine(py) + area.rect.left() : nullptr;
         for (int x = 0; x < area.width; ++x) {
             const qsizetype i = qsizetype(y) * area.width + x;
             area.colour[i] = rgb[x];
@@ -467,8 +582,6 @@ std::vector<int> PXRefinedCutSteps::readArea(
                 binUsed[area.bin[i]] = 1;
             if (labels)
                 area.label[i] = labels[x];
-            if (marks && marks[x] <= PXRefinedCut::BackgroundMark)
-                area.marks[i] = marks[x];
         }
     }
     // Costs are kept for the used bins only: a compact table instead of one
@@ -504,12 +617,45 @@ std::vector<uchar> PXRefinedCutSteps::selectionOfLabels(const Area& area, const 
     return selection;
 }
 
-void PXRefinedCutSteps::applyMarks(const Area& area, std::vector<uchar>& selection)
+void PXRefinedCutSteps::applyMarks(const Area& area, const std::vector<uchar>& marks, std::vector<uchar>& selection)
 {
     for (qsizetype i = 0; i < area.size(); ++i) {
-        if (area.marks[i] == PXRefinedCut::ObjectMark && area.inside[i])
+        if (marks[i] == PXRefinedCut::ObjectMark && area.inside[i])
             selection[i] = 1;
-        else if (area.marks[i] == PXRefinedCut::BackgroundMark)
+        else if (marks[i] == PXRefinedCut::BackgroundMark)
             selection[i] = 0;
     }
+}
+
+namespace {
+
+// The bytes of an 8-bit image over the area, as @p keep maps them; 0 where
+// the image does not fit the photo.
+template<typename Keep>
+std::vector<uchar> readBytes(const PXRefinedCutSteps::Area& area, const QImage& image, Keep keep)
+{
+    std::vector<uchar> values(area.size(), 0);
+    if (image.format() != QImage::Format_Grayscale8 || !QRect(QPoint(), image.size()).contains(area.rect))
+        return values;
+    for (int y = 0; y < area.height; ++y) {
+        const uchar* in = image.constScanLine(y + area.rect.top()) + area.rect.left();
+        const qsizetype row = qsizetype(y) * area.width;
+        for (int x = 0; x < area.width; ++x)
+            values[row + x] = keep(in[x], row + x);
+    }
+    return values;
+}
+
+} // namespace
+
+std::vector<uchar> PXRefinedCutSteps::readMarks(const Area& area, const QImage& markImage)
+{
+    return readBytes(area, markImage, [](uchar value, qsizetype) {
+        return value <= PXRefinedCut::BackgroundMark ? value : uchar(PXRefinedCut::NoMark);
+    });
+}
+
+std::vector<uchar> PXRefinedCutSteps::readSelection(const Area& area, const QImage& selectionImage)
+{
+    return readBytes(area, selectionImage, [&](uchar value, qsizetype i) { return uchar(value && area.inside[i]); });
 }

@@ -18,7 +18,8 @@ namespace PXRefinedCutSteps {
 constexpr uchar unusedSide = 2;
 
 // The working area: pixel arrays over the lasso's rectangle and a band around
-// it. The current selection is kept apart, one byte per pixel of the area.
+// it. The current selection and the marks are kept apart, one byte per pixel
+// of the area, so the area serves every solve of one lasso.
 struct Area {
     QRect rect;
     int width = 0;
@@ -26,7 +27,6 @@ struct Area {
     std::vector<quint32> colour;
     std::vector<int> bin; // inside the lasso: the index of its colour bin among the used ones
     std::vector<uchar> inside; // may be object
-    std::vector<uchar> marks;
     std::vector<int> label;
     std::vector<uchar> sobel;
 
@@ -44,7 +44,6 @@ struct DataCosts {
 struct Blocks {
     std::vector<int> node; // per pixel, -1 outside the lasso
     int count = 0;
-    std::vector<uchar> marks; // per node, the Mark bits found in it
     std::vector<double> outsideWeight; // smoothness towards the background outside
     struct Link {
         int first;
@@ -54,11 +53,16 @@ struct Blocks {
     std::vector<Link> links;
 };
 
-// Fills @p area's pixel arrays over area.rect: colour, lasso, region label
-// and marks. Colour bins are renumbered among the bins used inside the
-// lasso, which are returned.
-std::vector<int> readArea(Area& area, const QImage& photo, const QPainterPath& lasso, const QImage& labelImage,
-    const QImage& markImage);
+// Fills @p area's pixel arrays over area.rect: colour, lasso and region
+// label. Colour bins are renumbered among the bins used inside the lasso,
+// which are returned.
+std::vector<int> readArea(Area& area, const QImage& photo, const QPainterPath& lasso, const QImage& labelImage);
+
+// The Mark values of @p markImage over the area; NoMark without marks.
+std::vector<uchar> readMarks(const Area& area, const QImage& markImage);
+
+// The non-zero pixels of @p selectionImage inside the lasso.
+std::vector<uchar> readSelection(const Area& area, const QImage& selectionImage);
 
 // Fills area.sobel: the colour Sobel strength of @p photo over area.rect.
 void sobelOfArea(Area& area, const QImage& photo);
@@ -71,23 +75,36 @@ Blocks makeBlocks(const Area& area, const PXRefinedCutOptions& options);
 std::vector<uchar> selectionOfLabels(const Area& area, const QSet<int>& objectLabels);
 
 // Puts marked pixels on their side: object marks only inside the lasso.
-void applyMarks(const Area& area, std::vector<uchar>& selection);
+void applyMarks(const Area& area, const std::vector<uchar>& marks, std::vector<uchar>& selection);
 
 // @p side holds 0 for a background pixel, 1 for an object pixel and
 // unusedSide for a pixel left out.
 DataCosts learnCosts(const Area& area, const std::vector<uchar>& side, const std::vector<int>& usedBins,
     const PXRefinedCutOptions& options);
 
-// One minimum cut over the blocks; returns whether any block changed sides.
-bool cutBlocks(const Area& area, const Blocks& blocks, const DataCosts& costs, std::vector<uchar>& selection);
+// How much each pixel leans to a side because of the marks, in nats:
+// positive towards the object, negative towards the background, 0 where no
+// mark reaches (see PXRefinedCutOptions::strokeReach). Empty without marks.
+std::vector<float> claimsOfMarks(const Area& area, const std::vector<uchar>& marks, const PXRefinedCutOptions& options);
 
-// Whether the object shrank to a sliver of the lasso: the models learnt from
-// the superpixel cut were wrong.
-bool lostObject(const std::vector<uchar>& selection, qsizetype insidePixels);
+// One minimum cut over the blocks, marked pixels held on their side and
+// claimed ones leaning to theirs, the smoothness weighed by @p smoothing
+// (0: every block takes the side its colours prefer). Returns whether any
+// pixel changed sides.
+bool cutBlocks(const Area& area, const Blocks& blocks, const DataCosts& costs, const std::vector<uchar>& marks,
+    const std::vector<float>& claims, double smoothing, std::vector<uchar>& selection);
 
-// A minimum cut over the pixels near the outline, with colour contrast as
-// the cost of separating neighbours.
-void cutBand(
-    const Area& area, const DataCosts& costs, const PXRefinedCutOptions& options, std::vector<uchar>& selection);
+// The pixels the pixel cut may move: those near the outline, those a mark
+// reaches, and every pixel of a block whose own colours disagree with the
+// side the block took (a region that straddles an edge the blocks could not
+// follow). Marked pixels never move.
+std::vector<uchar> pixelsToRecut(const Area& area, const Blocks& blocks, const DataCosts& costs,
+    const std::vector<uchar>& marks, const std::vector<float>& claims, const std::vector<uchar>& selection,
+    const PXRefinedCutOptions& options);
+
+// A minimum cut over the pixels of @p movable, with colour contrast as the
+// cost of separating neighbours; the other pixels hold their side.
+void cutPixels(const Area& area, const DataCosts& costs, const std::vector<float>& claims,
+    const std::vector<uchar>& movable, const PXRefinedCutOptions& options, std::vector<uchar>& selection);
 
 } // namespace PXRefinedCutSteps

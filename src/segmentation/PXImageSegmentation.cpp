@@ -11,12 +11,6 @@
 #include "PXUndoCommandSegmentation.h"
 #include "PXUndoController.h"
 
-#include <QApplication>
-#include <QGraphicsBlurEffect>
-#include <QGraphicsPixmapItem>
-#include <QGraphicsScene>
-#include <QPainter>
-#include <QPixmap>
 #include <QThreadPool>
 #include <QtConcurrent/QtConcurrentRun>
 
@@ -415,13 +409,15 @@ void PXImageSegmentation::startThreadWithClicker(QPointF thePosition)
 
 void PXImageSegmentation::cutObjectWithClicker(const QPointF& position)
 {
-    d->withModel([&](PXSelectionModel& model) { model.click(position); });
+    if (!d->refineStroke([&](PXSelectionModel& model) { model.markClick(position); }))
+        d->withModel([&](PXSelectionModel& model) { model.click(position); });
 }
 
 void PXImageSegmentation::cutObjectWithPaintSelection(const QPainterPath& path, bool isForeground)
 {
     log("SEG:CutIS");
-    d->withModel([&](PXSelectionModel& model) { model.paintSelection(path, isForeground); });
+    if (!d->refineStroke([&](PXSelectionModel& model) { model.markStroke(path, isForeground); }))
+        d->withModel([&](PXSelectionModel& model) { model.paintSelection(path, isForeground); });
 }
 
 void PXImageSegmentation::cutObjectWithScribble(const QPainterPath& path, bool isForeground)
@@ -432,7 +428,8 @@ void PXImageSegmentation::cutObjectWithScribble(const QPainterPath& path, bool i
 
 void PXImageSegmentation::drawPathOnForegroundUserMask(const QPainterPath& path, bool isForeground)
 {
-    d->withModel([&](PXSelectionModel& model) { model.scribble(path, isForeground); });
+    if (!d->refineStroke([&](PXSelectionModel& model) { model.markStroke(path, isForeground); }))
+        d->withModel([&](PXSelectionModel& model) { model.scribble(path, isForeground); });
 }
 
 void PXImageSegmentation::paintSelecting()
@@ -585,30 +582,7 @@ QImage PXImageSegmentation::maskForeground() const
 
 QImage PXImageSegmentation::createSmoothForegroundMask(int radius) const
 {
-    // Pixmaps and graphics scenes exist only in a widget application's thread.
-    const QCoreApplication* application = QCoreApplication::instance();
-    if (!qobject_cast<const QApplication*>(application)
-        || QThread::currentThread() != application->thread())
-        return QImage();
-    const QImage mask = maskForeground();
-    if (mask.isNull())
-        return QImage();
-
-    auto* effect = new QGraphicsBlurEffect;
-    effect->setBlurRadius(double(radius));
-    auto* item = new QGraphicsPixmapItem(QPixmap::fromImage(mask));
-    item->setGraphicsEffect(effect);
-    QGraphicsScene scene;
-    scene.addItem(item);
-
-    // One bit per pixel thresholds the blurred edge; that is what hosts use.
-    QImage result(mask.size(), QImage::Format_Mono);
-    result.fill(Qt::transparent);
-    QPainter painter(&result);
-    scene.render(&painter, QRectF(), QRectF(0, 0, mask.width(), mask.height()),
-                 Qt::KeepAspectRatio);
-    painter.end();
-    return result;
+    return PXImageSegmentationPrivate::smoothMask(maskForeground(), radius);
 }
 
 QImage PXImageSegmentation::drawContour() const
@@ -668,5 +642,8 @@ void PXImageSegmentation::refineInitialCut(PXRefinedCut refinement, const QImage
     refinement.setCancelFunction([this]() { return isInterruptionRequested(); });
     // Not under the model's lock: the cut waits for the pool.
     const QImage selection = refinement.run();
-    d->withModel([&](PXSelectionModel& current) { current.applyRefinedSelection(selection, labels); });
+    d->withModel([&](PXSelectionModel& current) {
+        current.applyRefinedSelection(selection, labels);
+        current.keepRefinedCut(refinement, labels);
+    });
 }

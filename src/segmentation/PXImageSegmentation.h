@@ -226,9 +226,14 @@ public:
      * Makes the following lassos give the refined cut, whose outline follows
      * the object's edges (true), or the superpixel cut (false), whatever the
      * "refinedCut" setting says. The refined cut adds PXRefinedCut's progress
-     * steps to totalSteps(), and while it is on, paint, scribble and click
-     * strokes are kept as marks that later refined cuts hold on their side.
-     * Host's thread.
+     * steps to totalSteps(). While a lasso's refined cut stands, every paint
+     * and scribble stroke and every click is a hard mark (a click marks a
+     * small dot on the side opposite to the mask's there) and the refined cut
+     * is solved again with all marks so far, from the current mask: the mask
+     * follows the object's edges around the stroke instead of moving whole
+     * superpixels, and never takes in pixels outside the grown lasso. Undo
+     * takes the mark back with the mask. After invertMask() strokes are plain
+     * again until the next lasso. Host's thread.
      */
     void setRefinedCut(bool refined);
     /** Lets the following lassos follow the "refinedCut" setting again (the default). */

@@ -7,7 +7,13 @@
 #include "PXUndoCommandSegmentation.h"
 #include "PXUndoController.h"
 
+#include <QApplication>
 #include <QFutureWatcher>
+#include <QGraphicsBlurEffect>
+#include <QGraphicsPixmapItem>
+#include <QGraphicsScene>
+#include <QPainter>
+#include <QPixmap>
 
 #include <algorithm>
 
@@ -129,4 +135,60 @@ void PXImageSegmentationPrivate::deleteWorkers()
         current->stop();
         delete current;
     }
+}
+
+bool PXImageSegmentationPrivate::refineStroke(const std::function<void(PXSelectionModel&)>& mark)
+{
+    PXRefinedCut cut;
+    QImage labels;
+    int strokes = 0;
+    const bool refining = withModel([&](PXSelectionModel& current) {
+        if (!current.refining() || !current.isValid())
+            return false;
+        mark(current);
+        cut = current.strokeCut();
+        labels = current.labels();
+        strokes = current.strokes();
+        return true;
+    });
+    if (!refining)
+        return false;
+    // A click runs on the pool: only the controller's own solve stops with it.
+    if (QThread::currentThread() == q)
+        cut.setCancelFunction([this]() { return q->isInterruptionRequested(); });
+    // Not under the model's lock: the cut waits for the pool.
+    cut.prepare();
+    const QImage selection = cut.run();
+    if (selection.isNull())
+        return true;
+    withModel([&](PXSelectionModel& current) {
+        if (current.applyStrokeSelection(selection, labels, strokes))
+            current.keepRefinedCut(cut, labels);
+    });
+    return true;
+}
+
+QImage PXImageSegmentationPrivate::smoothMask(const QImage& mask, int radius)
+{
+    // Pixmaps and graphics scenes exist only in a widget application's thread.
+    const QCoreApplication* application = QCoreApplication::instance();
+    if (!qobject_cast<const QApplication*>(application) || QThread::currentThread() != application->thread())
+        return QImage();
+    if (mask.isNull())
+        return QImage();
+
+    auto* effect = new QGraphicsBlurEffect;
+    effect->setBlurRadius(double(radius));
+    auto* item = new QGraphicsPixmapItem(QPixmap::fromImage(mask));
+    item->setGraphicsEffect(effect);
+    QGraphicsScene scene;
+    scene.addItem(item);
+
+    // One bit per pixel thresholds the blurred edge; that is what hosts use.
+    QImage result(mask.size(), QImage::Format_Mono);
+    result.fill(Qt::transparent);
+    QPainter painter(&result);
+    scene.render(&painter, QRectF(), QRectF(0, 0, mask.width(), mask.height()), Qt::KeepAspectRatio);
+    painter.end();
+    return result;
 }

@@ -14,6 +14,7 @@
 #include <QSet>
 
 #include <atomic>
+#include <functional>
 
 class PXImageSegmentation;
 class PXInitialSegmentationWorker;
@@ -95,6 +96,18 @@ public:
     void releaseRetiredWorker(QFutureWatcher<void>* watcher);
     /** Deletes every worker, waiting for their tasks. Only for the destructor. */
     void deleteWorkers();
+    /**
+     * While the model is refining, puts a gesture's mark on it with @p mark
+     * and solves the refined cut again with every mark so far; false (doing
+     * nothing) otherwise. On the controller thread the solve stops when the
+     * thread is interrupted. Takes the model lock only to read and to write.
+     */
+    bool refineStroke(const std::function<void(PXSelectionModel&)>& mark);
+    /**
+     * The blurred one-bit mask of createSmoothForegroundMask(); null outside
+     * a widget application's thread.
+     */
+    static QImage smoothMask(const QImage& mask, int radius);
 
     PXImageSegmentation* const q;
     PXUndoController* const undoController;

@@ -25,6 +25,8 @@ constexpr quint32 myInsidePixel = 0xFFFFFFFF;
 constexpr quint32 myTransparentPixel = 0;
 // Rows per band of the passes over the whole photo.
 constexpr int myApplyRows = 64;
+// Radius of the mark a click leaves in the refined cut.
+constexpr double myClickMarkRadius = 6.0;
 
 // Coordinates beyond this are far outside any photo; keeping them there lets
 // rounding to int stay defined.
@@ -295,8 +297,6 @@ int PXSelectionModel::click(const QPointF& position)
         return 0;
     const int label = int(m_labels.pixel(clampedPoint(m_labels, position)));
     m_clickedSuperpixel = label;
-    if (m_refining && label >= 0 && label < m_pointsOfSuperpixels.size())
-        mark(m_pointsOfSuperpixels.at(label), !m_foreground.contains(label));
     setSide(label, !m_foreground.contains(label));
     return label;
 }
@@ -327,11 +327,8 @@ void PXSelectionModel::paintSelection(const QPainterPath& path, bool isForegroun
             }
         }
     }
-    for (int label : std::as_const(touched)) {
-        if (m_refining && label < m_pointsOfSuperpixels.size())
-            mark(m_pointsOfSuperpixels.at(label), isForeground);
+    for (int label : std::as_const(touched))
         setSide(label, isForeground);
-    }
     m_lastPath = path;
 }
 
@@ -343,11 +340,6 @@ void PXSelectionModel::scribble(const QPainterPath& path, bool isForeground)
     if (isForeground)
         painter.setCompositionMode(QPainter::CompositionMode_Clear);
     painter.fillPath(path, QBrush(QColor(m_maskColor.rgb())));
-    if (m_refining && !marks().isNull()) {
-        QPainter marker(&m_marks);
-        const int value = isForeground ? PXRefinedCut::ObjectMark : PXRefinedCut::BackgroundMark;
-        marker.fillPath(path, QBrush(QColor(value, value, value)));
-    }
 }
 
 QImage PXSelectionModel::hoverPreview(const QSet<int>& clusters, bool isForeground) const
@@ -381,6 +373,9 @@ void PXSelectionModel::invert()
         painter.fillRect(m_mask.rect(), QColor(m_maskColor.rgb()));
     }
     std::swap(m_foreground, m_background);
+    // The refined cut's strokes re-solve the lasso's object; on an inverted
+    // mask they would undo the inversion, so from here strokes are plain.
+    m_refining = false;
 }
 
 bool PXSelectionModel::setMaskColor(const QColor& colour)
@@ -446,6 +441,8 @@ void PXSelectionModel::setMemento(const PXMementoSegmentation& memento)
     recolour();
     m_lassoPath = memento.lassoPath();
     m_marks = memento.strokeMarks();
+    // A solve still running for the strokes undone must not land.
+    ++m_strokes;
 }
 
 // ---------------------------------------------------------------------------
@@ -557,16 +554,66 @@ QImage& PXSelectionModel::marks()
     return m_marks;
 }
 
-void PXSelectionModel::mark(const QList<QPoint>& points, bool isForeground)
+void PXSelectionModel::markStroke(const QPainterPath& path, bool isForeground)
 {
     if (marks().isNull())
         return;
-    const uchar value = isForeground ? PXRefinedCut::ObjectMark : PXRefinedCut::BackgroundMark;
-    const QRect bounds = m_marks.rect();
-    for (const QPoint& point : points) {
-        if (bounds.contains(point))
-            m_marks.scanLine(point.y())[point.x()] = value;
+    QPainter marker(&m_marks);
+    const int value = isForeground ? PXRefinedCut::ObjectMark : PXRefinedCut::BackgroundMark;
+    marker.fillPath(path, QBrush(QColor(value, value, value)));
+    ++m_strokes;
+}
+
+void PXSelectionModel::markClick(const QPointF& position)
+{
+    if (m_mask.isNull() || m_labels.isNull())
+        return;
+    const QPoint point = clampedPoint(m_labels, position);
+    m_clickedSuperpixel = int(m_labels.pixel(point));
+    // A click says "this is on the wrong side": a dot of the other side.
+    const bool isObject = qAlpha(m_mask.pixel(point)) == 0;
+    QPainterPath dot;
+    dot.addEllipse(QPointF(point), myClickMarkRadius, myClickMarkRadius);
+    markStroke(dot, !isObject);
+}
+
+QImage PXSelectionModel::maskSelection() const
+{
+    QImage selection(m_mask.size(), QImage::Format_Grayscale8);
+    if (m_mask.depth() != 32)
+        return QImage();
+    for (int y = 0; y < m_mask.height(); ++y) {
+        const auto* in = reinterpret_cast<const QRgb*>(m_mask.constScanLine(y));
+        uchar* out = selection.scanLine(y);
+        for (int x = 0; x < m_mask.width(); ++x)
+            out[x] = qAlpha(in[x]) == 0 ? 255 : 0;
     }
+    return selection;
+}
+
+PXRefinedCut PXSelectionModel::strokeCut() const
+{
+    // What the last refined cut prepared serves as long as the regions are
+    // the same.
+    PXRefinedCut cut = m_keptCut && m_keptCutLabels == m_labels.cacheKey() ? *m_keptCut : refinedCut();
+    cut.setMarks(m_marks);
+    cut.setStartSelection(maskSelection());
+    return cut;
+}
+
+void PXSelectionModel::keepRefinedCut(const PXRefinedCut& cut, const QImage& labels)
+{
+    m_keptCut = std::make_shared<const PXRefinedCut>(cut);
+    m_keptCutLabels = labels.cacheKey();
+}
+
+bool PXSelectionModel::applyStrokeSelection(const QImage& selection, const QImage& labels, int strokes)
+{
+    // A later stroke came in meanwhile; its own solve brings the mask.
+    if (strokes != m_strokes)
+        return false;
+    applyRefinedSelection(selection, labels);
+    return true;
 }
 
 PXRefinedCut PXSelectionModel::refinedCut() const

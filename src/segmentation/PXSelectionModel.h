@@ -163,13 +163,34 @@ public:
     // Refined cut.
 
     /**
-     * While on, clicks, paint strokes and scribbles are also kept as marks
-     * that later refined cuts hold on their side; off by default.
+     * While on, gestures are answered by the refined cut: the controller
+     * marks them with markStroke() or markClick() and solves strokeCut()
+     * again. Off by default; a new lasso sets it, invert() clears it.
      */
     void setRefining(bool refining) { m_refining = refining; }
     bool refining() const { return m_refining; }
     /** A refined cut set up with the photo, grown lasso, regions, current object and marks. */
     PXRefinedCut refinedCut() const;
+    /** Marks the pixels of @p path as object or background for the refined cut. */
+    void markStroke(const QPainterPath& path, bool isForeground);
+    /** Marks a dot at @p position on the side opposite to the mask's there. */
+    void markClick(const QPointF& position);
+    /** Number of strokes marked so far; applyStrokeSelection() compares it. */
+    int strokes() const { return m_strokes; }
+    /**
+     * The refined cut that answers a stroke: what the last refined cut of
+     * these regions prepared, with every mark so far, starting from the
+     * current mask.
+     */
+    PXRefinedCut strokeCut() const;
+    /** Keeps @p cut (run on @p labels) for strokeCut(). */
+    void keepRefinedCut(const PXRefinedCut& cut, const QImage& labels);
+    /**
+     * applyRefinedSelection() for the run of a strokeCut() taken when
+     * strokes() was @p strokes; false, changing nothing, when more strokes
+     * came meanwhile.
+     */
+    bool applyStrokeSelection(const QImage& selection, const QImage& labels, int strokes);
     /**
      * Makes @p selection (the run of a refinedCut() whose labels were
      * @p labels) the mask; each region joins the side holding most of its
@@ -180,7 +201,8 @@ public:
 
 private:
     QImage& marks();
-    void mark(const QList<QPoint>& points, bool isForeground);
+    // 255 where the mask shows the object.
+    QImage maskSelection() const;
     QImage m_photo;
     // Made anew with every photo; shared by the copies.
     std::shared_ptr<PXSelectionModelYCbCr> m_photoYCbCr;
@@ -201,4 +223,8 @@ private:
     bool m_refining = false;
     // The user's strokes as PXRefinedCut marks, kept while refining.
     QImage m_marks;
+    int m_strokes = 0;
+    // The last refined cut and the cacheKey() of the labels it ran on.
+    std::shared_ptr<const PXRefinedCut> m_keptCut;
+    qint64 m_keptCutLabels = 0;
 };

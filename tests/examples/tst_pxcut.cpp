@@ -1,12 +1,16 @@
 #include "PXHostTestPhotos.h"
 #include "PXPointList.h"
 
+#include <PXImageSegmentation.h>
+#include <PXSettings.h>
+
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -19,12 +23,16 @@ class TestPXCut : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase();
     void init();
     void badInputWritesNothing_data();
     void badInputWritesNothing();
     void cutsTheTiles();
     void refinementSteps_data();
     void refinementSteps();
+    void cutModes();
+    void plainPaintStaysInsideTheLasso_data();
+    void plainPaintStaysInsideTheLasso();
     void scalesToTheMaximalLength();
     void shippedPhotoByDefault();
     void tracesWires();
@@ -39,6 +47,7 @@ private:
     QString path(const QString& name) const { return m_dir->filePath(name); }
     QImage output(const QString& name) const { return QImage(QDir(path("out")).filePath(name)); }
 
+    QTemporaryDir m_settings;
     std::unique_ptr<QTemporaryDir> m_dir;
     QString m_tiles;
 };
@@ -49,6 +58,13 @@ static QString lassoText()
     for (const QPointF& p : tilesLasso())
         points.append(PXPointList::format(p));
     return points.join(QLatin1Char(' '));
+}
+
+void TestPXCut::initTestCase()
+{
+    // The library run here for comparison reads a settings store of its own.
+    QVERIFY(m_settings.isValid());
+    PXSettings::setStorageFile(m_settings.filePath(QStringLiteral("settings.ini")));
 }
 
 void TestPXCut::init()
@@ -170,7 +186,8 @@ void TestPXCut::refinementSteps_data()
     QTest::newRow("mask colour") << QStringList { "--mask-color", "#00ff00" } << QPoint(5, 5) << qRgb(0, 255, 0);
     QTest::newRow("smooth leaves the border alone") << QStringList { "--smooth", "10", "--mask-color", "#0000ff" }
                                                     << QPoint(0, 0) << qRgb(0, 0, 255);
-    QTest::newRow("refined cut") << QStringList { "--refine", "--compare" } << QPoint(80, 60) << clear;
+    QTest::newRow("refined cut, compared") << QStringList { "--refine", "--compare" } << QPoint(80, 60) << clear;
+    QTest::newRow("plain cut, compared") << QStringList { "--plain", "--compare" } << QPoint(80, 60) << clear;
 }
 
 void TestPXCut::refinementSteps()
@@ -182,8 +199,78 @@ void TestPXCut::refinementSteps()
     const Run result = run(QStringList { "cut", m_tiles, "--lasso", lassoText() } + steps);
     QVERIFY2(result.exitCode == 0, qPrintable(result.err));
     QCOMPARE(output("mask.png").pixel(probe), expected);
-    if (steps.contains(QStringLiteral("--compare")))
-        QCOMPARE(output("compare.png").width(), 2 * output("mask.png").width());
+    if (steps.contains(QStringLiteral("--compare"))) {
+        // Plain on the left, refined on the right, under a caption band: the
+        // object shows as the photo, what is cut away as the checkerboard.
+        const QImage compare = output("compare.png");
+        const int band = compare.height() - 120;
+        QVERIFY(band > 0 && compare.width() > 2 * 160);
+        for (int left : { 0, int(compare.width()) - 160 }) {
+            QCOMPARE(compare.pixel(left + 80, band + 60), tilesCentre());
+            const QRgb board[] = { compare.pixel(left + 1, band + 1), compare.pixel(left + 1 + 8, band + 1) };
+            QVERIFY(board[0] != board[1] && qRed(board[0]) == qGreen(board[0]) && qRed(board[1]) == qBlue(board[1]));
+        }
+    }
+}
+
+// Without a flag the cut is the refined one; --plain gives the library's own default.
+void TestPXCut::cutModes()
+{
+    PXImageSegmentation library;
+    library.setup(tilesPhoto(), QFileInfo(m_tiles));
+    QSignalSpy masks(&library, &PXImageSegmentation::sendNewMask);
+    library.startThreadWithInitialPath(PXPointList::closedPolygon(tilesLasso()));
+    QVERIFY(QTest::qWaitFor([&] { return !masks.isEmpty() && !masks.last().first().value<QImage>().isNull(); }, 20000));
+    library.wait();
+    const QImage libraryMask = library.maskForeground().convertToFormat(QImage::Format_ARGB32);
+
+    for (const QString& mode : { QStringLiteral("refined"), QStringLiteral("plain") }) {
+        QStringList arguments { "cut", m_tiles, "--lasso", lassoText(), "--json" };
+        if (mode == QLatin1String("plain"))
+            arguments.append(QStringLiteral("--plain"));
+        const Run result = run(arguments);
+        QVERIFY2(result.exitCode == 0, qPrintable(result.err));
+        QCOMPARE(QJsonDocument::fromJson(result.out.toUtf8()).object().value("cut").toString(), mode);
+        if (mode == QLatin1String("plain"))
+            QCOMPARE(output("mask.png").convertToFormat(QImage::Format_ARGB32), libraryMask);
+    }
+}
+
+void TestPXCut::plainPaintStaysInsideTheLasso_data()
+{
+    QTest::addColumn<QStringList>("steps");
+    QTest::addColumn<bool>("ignored");
+    QTest::addColumn<QPoint>("probe");
+
+    // The lasso's left edge runs at x 35 to 40; the stroke crosses it.
+    QTest::newRow("across the lasso") << QStringList { "--paint", "fg", "4", "45,60 25,60" } << true
+                                      << QPoint(5, 5);
+    QTest::newRow("brush touches the outside") << QStringList { "--paint", "fg", "6", "44,60" } << true
+                                               << QPoint(5, 5);
+    QTest::newRow("inside a region") << QStringList { "--click", "80,60", "--paint", "fg", "3", "80,60" } << false
+                                     << QPoint(80, 60);
+}
+
+// In the plain cut a paint stroke into the object that touches the region
+// outside the lasso would select all of it; pxcut leaves such a stroke out.
+void TestPXCut::plainPaintStaysInsideTheLasso()
+{
+    QFETCH(QStringList, steps);
+    QFETCH(bool, ignored);
+    QFETCH(QPoint, probe);
+
+    const QStringList cut { "cut", m_tiles, "--lasso", lassoText(), "--plain", "--json" };
+    const Run before = run(cut);
+    QCOMPARE(before.exitCode, 0);
+    const double share = QJsonDocument::fromJson(before.out.toUtf8()).object().value("objectFraction").toDouble();
+    const Run result = run(cut + steps);
+    QVERIFY2(result.exitCode == 0, qPrintable(result.err));
+    const QJsonObject summary = QJsonDocument::fromJson(result.out.toUtf8()).object();
+    QCOMPARE(result.err.contains(QStringLiteral("reaches outside the lasso; ignored")), ignored);
+    QCOMPARE(summary.value("warnings").toArray().size(), ignored ? 1 : 0);
+    if (ignored)
+        QCOMPARE(summary.value("objectFraction").toDouble(), share);
+    QCOMPARE(qAlpha(output("mask.png").pixel(probe)), ignored ? 255 : 0);
 }
 
 void TestPXCut::scalesToTheMaximalLength()

@@ -74,6 +74,8 @@ void TestPXHostInput::commandLines_data()
                                      << "--lasso: malformed point '2;2' (expected x,y)";
     QTest::newRow("paint side") << QStringList { "cut", "--paint", "in", "3", "1,1" }
                                 << "--paint: expected fg or bg, got 'in'";
+    QTest::newRow("plain and refined") << QStringList { "cut", "--refine", "--plain" }
+                                       << "give --plain or --refine, not both";
     QTest::newRow("colour") << QStringList { "cut", "--mask-color", "#12345" }
                             << "--mask-color: '#12345' is not a colour (expected #RRGGBB)";
     QTest::newRow("smooth above the bound") << QStringList { "cut", "--smooth", "11" }

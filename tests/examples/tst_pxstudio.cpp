@@ -39,6 +39,7 @@ private Q_SLOTS:
     void lassosCombineAndEveryEditIsOneUndoStep();
     void scissorsOutlineBecomesTheLasso();
     void escapeCancelsTheCut();
+    void plainCutIsRememberedAndKeepsPaintInside();
 
 private:
     void mouse(PXStudioWindow& window, QEvent::Type type, const QPointF& photoPoint, Qt::MouseButton button,
@@ -350,6 +351,58 @@ void TestPXStudio::lassosCombineAndEveryEditIsOneUndoStep()
     while (stack->canUndo())
         QVERIFY(key(Qt::Key_Z, Qt::ControlModifier));
     QTRY_VERIFY(window->view()->mask().isNull());
+}
+
+// Refine edges is on by default and remembered; with it off, the cut is the
+// plain one and a paint stroke into the object that touches the region
+// outside the lasso is ignored, as it would select all of that region.
+void TestPXStudio::plainCutIsRememberedAndKeepsPaintInside()
+{
+    auto window = smallWindow();
+    QVERIFY(window);
+    QVERIFY(action(*window, "refine")->isChecked());
+    QVERIFY(window->segmentation()->refinedCut());
+    action(*window, "refine")->trigger();
+    window = smallWindow();
+    QVERIFY(window);
+    QVERIFY(!action(*window, "refine")->isChecked());
+    QVERIFY(!window->segmentation()->refinedCut());
+
+    drawLasso(*window, tilesLasso());
+    QVERIFY(waitUntilIdle(*window));
+    QUndoStack* stack = PXUndoController::instanceForFotoEditor()->undoStack();
+    const int commands = stack->count();
+    const QImage before = window->view()->mask();
+    QCOMPARE(qAlpha(before.pixel(5, 5)), 255);
+
+    chooseTool(*window, "tool.paint");
+    window->setBrushTargetIsObject(true);
+    window->setBrushRadius(4);
+    // Across the grown lasso's left edge (x 25 at this height).
+    drag(*window, { { 27, 60 }, { 22, 60 } });
+    QVERIFY(waitUntilIdle(*window));
+    QTest::qWait(50);
+    QVERIFY2(window->statusText().contains(QStringLiteral("outside the lasso")), qPrintable(window->statusText()));
+    QCOMPARE(qAlpha(window->view()->mask().pixel(5, 5)), 255);
+    QCOMPARE(PXSelectionMask::selectedShare(PXSelectionMask::fromMask(window->view()->mask())),
+        PXSelectionMask::selectedShare(PXSelectionMask::fromMask(before)));
+    QCOMPARE(stack->count(), commands);
+
+    // Inside a region of its own the brush still paints.
+    chooseTool(*window, "tool.click");
+    mouse(*window, QEvent::MouseButtonPress, { 80, 60 }, Qt::LeftButton, Qt::LeftButton);
+    mouse(*window, QEvent::MouseButtonRelease, { 80, 60 }, Qt::LeftButton, Qt::NoButton);
+    QVERIFY(waitUntilIdle(*window));
+    QTRY_COMPARE(qAlpha(window->view()->mask().pixel(80, 60)), 255);
+    chooseTool(*window, "tool.paint");
+    drag(*window, { { 79, 60 }, { 81, 60 } });
+    QVERIFY(waitUntilIdle(*window));
+    QTRY_COMPARE(qAlpha(window->view()->mask().pixel(80, 60)), 0);
+    QVERIFY(!window->statusText().contains(QStringLiteral("outside the lasso")));
+
+    action(*window, "refine")->trigger();
+    window = smallWindow();
+    QVERIFY(window && window->segmentation()->refinedCut());
 }
 
 QTEST_MAIN(TestPXStudio)
