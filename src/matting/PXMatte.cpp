@@ -15,6 +15,22 @@ void PXMatte::setMask(const QImage& mask)
     m_mask = mask;
 }
 
+void PXMatte::setSelectionMask(const QImage& mask)
+{
+    if (mask.isNull()) {
+        m_mask = QImage();
+        return;
+    }
+    const QImage source = mask.convertToFormat(QImage::Format_ARGB32);
+    m_mask = QImage(source.size(), QImage::Format_Grayscale8);
+    for (int y = 0; y < source.height(); ++y) {
+        const QRgb* in = reinterpret_cast<const QRgb*>(source.constScanLine(y));
+        uchar* out = m_mask.scanLine(y);
+        for (int x = 0; x < source.width(); ++x)
+            out[x] = qAlpha(in[x]) == 0 ? 255 : 0;
+    }
+}
+
 void PXMatte::setOptions(const PXMatteOptions& options)
 {
     m_options = options;

@@ -45,6 +45,11 @@ public:
      * to it smoothly, so a mask cut on a scaled copy gives no stairs.
      */
     void setMask(const QImage& mask);
+    /**
+     * The cut as PXImageSegmentation gives it (object transparent, background
+     * opaque), of any size like setMask()'s.
+     */
+    void setSelectionMask(const QImage& mask);
     void setOptions(const PXMatteOptions& options);
     PXMatteOptions options() const { return m_options; }
     /** Called after each stage, on the thread that calls run(). */
