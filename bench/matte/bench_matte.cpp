@@ -334,6 +334,32 @@ Result guided(const QImage& photo, const QImage& mask)
 }
 #endif
 
+// A part of the object's edge, enlarged, as cut out by the hard mask (left)
+// and by the matte (right), over a plain new background.
+void writePicture(const QString& path, const QImage& mask, const QImage& photo, const Result& matted)
+{
+    const QRect part(820, 300, 180, 180);
+    constexpr int zoom = 3, gap = 8;
+    QImage picture(part.width() * zoom * 2 + gap, part.height() * zoom, QImage::Format_RGB32);
+    picture.fill(Qt::white);
+    for (int panel = 0; panel < 2; ++panel) {
+        for (int y = 0; y < part.height() * zoom; ++y) {
+            for (int x = 0; x < part.width() * zoom; ++x) {
+                const int px = part.left() + x / zoom, py = part.top() + y / zoom;
+                const QRgb background = qRgb(40, 90 + y / 8, 150);
+                const QRgb object = panel ? reinterpret_cast<const QRgb*>(matted.colours.constScanLine(py))[px]
+                                          : reinterpret_cast<const QRgb*>(photo.constScanLine(py))[px];
+                const double a = (panel ? matted.alpha : mask).constScanLine(py)[px] / 255.0;
+                const auto mix = [a](int f, int b) { return int(std::lround(a * f + (1 - a) * b)); };
+                picture.setPixel(x + panel * (part.width() * zoom + gap), y,
+                    qRgb(mix(qRed(object), qRed(background)), mix(qGreen(object), qGreen(background)),
+                        mix(qBlue(object), qBlue(background))));
+            }
+        }
+    }
+    picture.save(path);
+}
+
 void printRow(const char* scene, const char* method, const Score& s)
 {
     if (!s.valid)
@@ -349,6 +375,9 @@ int main(int argc, char* argv[])
 {
     QApplication application(argc, argv);
     const QStringList arguments = application.arguments();
+    // --picture FILE: the fur case's edge cut out hard and matted, on a new background.
+    const qsizetype pictureAt = arguments.indexOf(QStringLiteral("--picture"));
+    const QString picture = pictureAt > 0 && pictureAt + 1 < arguments.size() ? arguments.at(pictureAt + 1) : QString();
     // alphamat takes seconds a case: --no-alphamat leaves it out, --quick the 12 MP case.
     const bool withInfoFlow = !arguments.contains(QStringLiteral("--no-alphamat"));
     const QImage objectPhoto(QStringLiteral(PX_PHOTOS_DIR "/astronaut.png"));
@@ -378,7 +407,10 @@ int main(int argc, char* argv[])
             score(scene, trimap, timed([&]() { return Result {PXSelectionMask::feathered(mask, 3), photo, 0}; })));
         // The matte of the working copy's mask (it scales it up itself).
         const QImage matteMask = large ? mask.scaled(working.size(), Qt::IgnoreAspectRatio, Qt::SmoothTransformation) : mask;
-        printRow(scene.name, "matte", score(scene, trimap, timed([&]() { return matte(photo, matteMask); })));
+        const Result matted = timed([&]() { return matte(photo, matteMask); });
+        printRow(scene.name, "matte", score(scene, trimap, matted));
+        if (!picture.isEmpty() && scene.name == QLatin1String("fur strands"))
+            writePicture(picture, mask, photo, matted);
 #ifdef PX_HAVE_OPENCV
         printRow(scene.name, "guided filter r 8", score(scene, trimap, timed([&]() { return guided(photo, mask); })));
         if (withInfoFlow && !large)
