@@ -128,7 +128,7 @@ QString PXCutArguments::usage()
     return QStringLiteral(
         "usage: pxcut cut [PHOTO] [--lasso \"x,y x,y ...\" | --lasso-file FILE] [--click x,y]...\n"
         "                 [--paint fg|bg RADIUS \"x,y ...\"]... [--scribble fg|bg RADIUS \"x,y ...\"]...\n"
-        "                 [--invert] [--mask-color #RRGGBB] [--smooth RADIUS] [--feather RADIUS]\n"
+        "                 [--invert] [--mask-color #RRGGBB] [--smooth RADIUS] [--feather RADIUS | --matte]\n"
         "                 [--mask-in FILE] [--plain | --refine] [--compare] [--out DIR] [--json]\n"
         "       pxcut wire [PHOTO] --seed x,y --to x,y [--seed x,y --to x,y]... [--out DIR] [--json]\n"
         "\n"
@@ -139,7 +139,10 @@ QString PXCutArguments::usage()
         "      coffee photo and its lasso. --mask-in starts from a saved mask (white or\n"
         "      transparent where the object is) instead of a lasso. --feather gives\n"
         "      cutout.png a soft edge RADIUS photo pixels wide; --smooth (1 to %1)\n"
-        "      takes the library's blurred one-bit mask. --json prints the summary as JSON.\n"
+        "      takes the library's blurred one-bit mask. --matte gives cutout.png the\n"
+        "      library's soft matte, made on the full-size photo, with the background's\n"
+        "      colour taken out of its edge, and writes matte.png (white = object).\n"
+        "      --json prints the summary as JSON.\n"
         "      The cut is the refined cut, whose outline follows the object's edges\n"
         "      (--refine says so explicitly); --plain makes the library's plain cut of\n"
         "      whole regions instead. In the plain cut, --paint fg strokes whose brush\n"
@@ -240,6 +243,8 @@ bool PXCutArguments::parseCut(const QStringList& arguments, QString* error)
             if (!reader.takeValue(argument, QStringLiteral("a radius"), &value, error)
                 || !parsePositive(argument, value, &featherRadius, error))
                 return false;
+        } else if (argument == QLatin1String("--matte")) {
+            matte = true;
         } else if (argument == QLatin1String("--mask-in")) {
             if (!reader.takeValue(argument, QStringLiteral("a mask file"), &maskIn, error))
                 return false;
@@ -261,6 +266,10 @@ bool PXCutArguments::parseCut(const QStringList& arguments, QString* error)
         } else if (!takePhoto(QStringLiteral("cut"), argument, error)) {
             return false;
         }
+    }
+    if (matte && featherRadius > 0) {
+        *error = QStringLiteral("give --feather or --matte, not both");
+        return false;
     }
     return true;
 }

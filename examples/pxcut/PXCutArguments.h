@@ -29,7 +29,7 @@ struct PXCutStep
  *
  *   pxcut cut [PHOTO] [--lasso "x,y x,y ..." | --lasso-file FILE] [--click x,y]...
  *             [--paint fg|bg RADIUS "x,y ..."]... [--scribble fg|bg RADIUS "x,y ..."]...
- *             [--invert] [--mask-color COLOUR] [--smooth RADIUS] [--feather RADIUS]
+ *             [--invert] [--mask-color COLOUR] [--smooth RADIUS] [--feather RADIUS | --matte]
  *             [--mask-in FILE] [--plain | --refine] [--compare] [--out DIR] [--json]
  *   pxcut wire [PHOTO] --seed x,y --to x,y [--seed x,y --to x,y]... [--out DIR] [--json]
  *
@@ -75,6 +75,8 @@ public:
     static constexpr int myMaximalSmoothRadius = 10;
     /** 0: a hard edge; otherwise the cut-out's soft edge in photo pixels. */
     qreal featherRadius = 0;
+    /** Cut: the cut-out's edge from the library's soft matte at the photo's size; writes matte.png. */
+    bool matte = false;
     /** Cut: a saved mask (white or transparent = object) to start from instead of a lasso. */
     QString maskIn;
     /** Print the summary as one JSON object on stdout. */

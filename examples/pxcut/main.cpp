@@ -391,6 +391,7 @@ struct CutSummary {
     int regions = 0;
     double share = 0;
     qint64 cutMs = 0;
+    qint64 matteMs = -1; // -1 without --matte
     QStringList written;
     QStringList warnings;
 };
@@ -401,7 +402,7 @@ void printSummary(const PXCutArguments& arguments, const PXHostPhoto& photo, con
     const QSize size = photo.photo().size();
     const double totalTime = sinceStart.elapsed() / 1000.0;
     if (arguments.json) {
-        const QJsonObject json {
+        QJsonObject json {
             { QStringLiteral("photo"), photo.fileInfo().fileName() },
             { QStringLiteral("width"), size.width() },
             { QStringLiteral("height"), size.height() },
@@ -413,6 +414,8 @@ void printSummary(const PXCutArguments& arguments, const PXHostPhoto& photo, con
             { QStringLiteral("totalSeconds"), totalTime },
             { QStringLiteral("files"), QJsonArray::fromStringList(summary.written) },
             { QStringLiteral("warnings"), QJsonArray::fromStringList(summary.warnings) } };
+        if (summary.matteMs >= 0)
+            json.insert(QStringLiteral("matteSeconds"), summary.matteMs / 1000.0);
         std::printf("%s\n", QJsonDocument(json).toJson(QJsonDocument::Compact).constData());
         return;
     }
@@ -428,8 +431,8 @@ void printSummary(const PXCutArguments& arguments, const PXHostPhoto& photo, con
 // @p lasso's plain and refined cut, @p firstMask being the one cut here; notes
 // the object's share in @p summary.
 bool writeResults(const PXCutArguments& arguments, const PXHostPhoto& photo, const QImage& mask,
-    const QImage& contours, const QPainterPath& lasso, const QImage& firstMask, CutSummary* summary,
-    QString* error)
+    const QImage& contours, const QPainterPath& lasso, const QImage& firstMask, const QImage& matteCutout,
+    CutSummary* summary, QString* error)
 {
     const QImage finalMask = photo.toPhotoSize(mask);
     // Counted on the working size: on a large photo the full size costs a second.
@@ -446,8 +449,9 @@ bool writeResults(const PXCutArguments& arguments, const PXHostPhoto& photo, con
     QFuture<QImage> overlayFuture = QtConcurrent::run([&] {
         return PXHostImages::overlay(photo.photo(), finalMask, photo.toPhotoSize(contours));
     });
-    // A feather softens the cut-out's edge; the mask stays the library's.
-    const QImage cutout = arguments.featherRadius > 0
+    // A feather or the matte softens the cut-out's edge; the mask stays the library's.
+    const QImage cutout = !matteCutout.isNull() ? matteCutout
+        : arguments.featherRadius > 0
         ? PXHostImages::cutOut(photo.photo(),
             PXSelectionMask::toMask(
                 PXSelectionMask::feathered(PXSelectionMask::fromMask(finalMask), arguments.featherRadius),
@@ -457,6 +461,11 @@ bool writeResults(const PXCutArguments& arguments, const PXHostPhoto& photo, con
 
     QList<std::pair<QString, QImage>> images = { { QStringLiteral("mask.png"), finalMask },
         { QStringLiteral("cutout.png"), cutout }, { QStringLiteral("overlay.png"), overlay } };
+    if (!matteCutout.isNull()) {
+        QImage matte = matteCutout.convertToFormat(QImage::Format_Alpha8);
+        matte.reinterpretAsFormat(QImage::Format_Grayscale8);
+        images.append({ QStringLiteral("matte.png"), matte });
+    }
     if (arguments.compare && !lasso.isEmpty()) {
         const QImage comparison = compareCuts(photo, lasso, firstMask, arguments.refine);
         if (comparison.isNull()) {
@@ -548,7 +557,17 @@ int runCut(PXCutArguments arguments, const QElapsedTimer& sinceStart)
             return fail(QStringLiteral("--smooth produced no mask"));
     }
 
-    if (!writeResults(arguments, photo, mask, contours, cut ? lasso : QPainterPath(), firstMask, &summary, &error))
+    QImage matteCutout;
+    if (arguments.matte) {
+        QElapsedTimer matteTimer;
+        matteTimer.start();
+        matteCutout = controller.matteCutout(photo.photo());
+        summary.matteMs = matteTimer.elapsed();
+        if (matteCutout.isNull())
+            return fail(QStringLiteral("--matte: there is no mask to soften"));
+    }
+    if (!writeResults(arguments, photo, mask, contours, cut ? lasso : QPainterPath(), firstMask, matteCutout,
+            &summary, &error))
         return fail(error);
     printSummary(arguments, photo, summary, sinceStart);
     return Success;

@@ -244,6 +244,17 @@ void PXStudioWindow::createActions()
         studioSettings().setValue(QStringLiteral("cut/refined"), checked);
     });
 
+    m_softEdgeAction = makeAction(tr("&Soft edge"), "softEdge", QKeySequence(tr("Ctrl+Shift+E")));
+    m_softEdgeAction->setToolTip(tr("Show and export the selection with the library's soft matte: hair, fur "
+                                    "and blurred rims keep their soft edge, without the old background's colour"));
+    m_softEdgeAction->setCheckable(true);
+    m_softEdgeAction->setChecked(studioSettings().value(QStringLiteral("cut/softEdge"), false).toBool());
+    connect(m_softEdgeAction, &QAction::toggled, this, [this](bool checked) {
+        studioSettings().setValue(QStringLiteral("cut/softEdge"), checked);
+        if (!m_view->mask().isNull() && !isBusy())
+            m_view->setMask(shownMask(m_segmentation->maskForeground()));
+    });
+
     m_tools = new QActionGroup(this);
     struct ToolEntry {
         QString text;
@@ -316,6 +327,7 @@ void PXStudioWindow::createActions()
     viewMenu->addAction(actualSize);
     viewMenu->addSeparator();
     viewMenu->addAction(m_contoursAction);
+    viewMenu->addAction(m_softEdgeAction);
     QMenu* toolsMenu = menuBar()->addMenu(tr("&Tools"));
     toolsMenu->addActions(m_tools->actions());
     toolsMenu->addSeparator();
@@ -424,7 +436,7 @@ bool PXStudioWindow::loadSelection(const QString& path)
     startAction(tr("Load selection"));
     beginRequest();
     m_selection.replace(selection, tr("Load selection"));
-    m_view->setMask(m_segmentation->maskForeground());
+    m_view->setMask(shownMask(m_segmentation->maskForeground()));
     describeSelection();
     return true;
 }
@@ -441,13 +453,33 @@ bool PXStudioWindow::exportCutOut(const QString& path)
         setStatus(tr("Nothing to export yet: cut something out first."));
         return false;
     }
-    const QImage cutout = PXHostImages::cutOut(m_photo.photo(), m_photo.toPhotoSize(mask));
-    if (!cutout.save(path)) {
+    // The matte is made on the full-size photo, so its edge is the photo's.
+    const QImage cutout = m_softEdgeAction->isChecked() ? m_segmentation->matteCutout(m_photo.photo())
+                                                        : PXHostImages::cutOut(m_photo.photo(), m_photo.toPhotoSize(mask));
+    if (cutout.isNull() || !cutout.save(path)) {
         setStatus(tr("Cannot write %1").arg(path));
         return false;
     }
     setStatus(tr("Cut-out written to %1").arg(path));
     return true;
+}
+
+QImage PXStudioWindow::shownMask(const QImage& mask) const
+{
+    if (!m_softEdgeAction->isChecked() || mask.isNull())
+        return mask;
+    // Tens of milliseconds at the working size: made here, on the GUI thread.
+    const QImage cutout = m_segmentation->matteCutout();
+    if (cutout.isNull())
+        return mask;
+    QImage soft(cutout.size(), QImage::Format_ARGB32);
+    for (int y = 0; y < cutout.height(); ++y) {
+        const QRgb* in = reinterpret_cast<const QRgb*>(cutout.constScanLine(y));
+        QRgb* out = reinterpret_cast<QRgb*>(soft.scanLine(y));
+        for (int x = 0; x < cutout.width(); ++x)
+            out[x] = qRgba(0, 0, 0, 255 - qAlpha(in[x]));
+    }
+    return soft;
 }
 
 void PXStudioWindow::setMaskColour(const QColor& colour)
@@ -572,7 +604,7 @@ void PXStudioWindow::editSelection(const QString& name, const QImage& edited)
 {
     beginRequest();
     m_selection.replace(edited, name);
-    m_view->setMask(m_segmentation->maskForeground());
+    m_view->setMask(shownMask(m_segmentation->maskForeground()));
     describeSelection();
 }
 
@@ -702,9 +734,9 @@ void PXStudioWindow::showMask(const QImage& mask)
         m_regions = PXSegmentationQueries::regionCount(*m_segmentation, m_photo.working().size());
         m_contoursStale = true;
         refreshContours();
-        m_view->setMask(m_segmentation->maskForeground());
+        m_view->setMask(shownMask(m_segmentation->maskForeground()));
     } else {
-        m_view->setMask(mask);
+        m_view->setMask(m_hovering ? mask : shownMask(mask));
     }
     // A preview is not the selection; the status keeps describing the real one.
     if (!m_hovering)
@@ -815,7 +847,7 @@ void PXStudioWindow::finishClick()
     PXMementoSegmentation* after = m_segmentation->createMemento(false);
     m_segmentation->undoController()->push(
         new PXUndoCommandSegmentation(m_beforeClick.release(), after, m_segmentation.get()));
-    m_view->setMask(m_segmentation->maskForeground());
+    m_view->setMask(shownMask(m_segmentation->maskForeground()));
     describeSelection();
 }
 
@@ -906,7 +938,7 @@ void PXStudioWindow::restoreRealMask()
     if (m_segmentation->isRunning())
         return;
     m_restoreTimer.stop();
-    m_view->setMask(m_segmentation->maskForeground());
+    m_view->setMask(shownMask(m_segmentation->maskForeground()));
 }
 
 bool PXStudioWindow::wouldSelectOutside(const QPainterPath& stroke, bool object)

@@ -42,11 +42,13 @@ class QSpinBox;
  * the lasso is ignored (the plain cut would select all outside the lasso).
  * The tint's colour and opacity and the Refine edges choice are kept in
  * QSettings (organisation "PXImageCutter", application "pxstudio", INI format;
- * keys "tint/colour", "tint/opacity", "cut/refined").
+ * keys "tint/colour", "tint/opacity", "cut/refined", "cut/softEdge"). View >
+ * Soft edge shows the selection with the library's soft matte (PXImageSegmentation::matteCutout())
+ * and makes File > Export cut-out use it, made on the full-size photo.
  *
  * Actions carry object names ("open", "export", "saveSelection",
  * "loadSelection", "undo", "redo", "invert", "maskColour", "grow", "shrink",
- * "feather", "contours", "refine", "cancel", "zoomIn", "zoomOut", "fit", "guide",
+ * "feather", "contours", "softEdge", "refine", "cancel", "zoomIn", "zoomOut", "fit", "guide",
  * "tool.lasso", "tool.click", "tool.paint", "tool.scribble", "tool.scissors",
  * "target.object", "target.background"), and so do the spin boxes
  * ("brushRadius", "tintOpacity", "amount"), so scripts and tests can find them.
@@ -61,7 +63,10 @@ public:
 
     /** Loads @p path; on failure keeps the current photo, says why in the status bar and returns false. */
     bool openPhoto(const QString& path);
-    /** Writes the photo with the background transparent (soft where feathered), at the photo's size. */
+    /**
+     * Writes the photo with the background transparent (soft where feathered,
+     * or the soft matte with Soft edge on), at the photo's size.
+     */
     bool exportCutOut(const QString& path);
     /** Writes the selection as a grey PNG of the photo's size: white over the object. */
     bool saveSelection(const QString& path);
@@ -103,6 +108,8 @@ public Q_SLOTS:
 
 private Q_SLOTS:
     void showMask(const QImage& mask);
+    // @p mask as the view shows it: with Soft edge on, the current selection's matte.
+    QImage shownMask(const QImage& mask) const;
     void showProgress(int current, int total);
     void showScissorsProgress(double value);
     void startCut(const QPainterPath& lasso, Qt::KeyboardModifiers modifiers);
@@ -150,6 +157,7 @@ private:
     QAction* m_objectTarget;
     QAction* m_maskColourAction;
     QAction* m_contoursAction;
+    QAction* m_softEdgeAction;
     QColor m_maskColour;
 
     PXStudioSelection m_selection;

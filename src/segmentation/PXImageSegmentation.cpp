@@ -546,6 +546,12 @@ QImage PXImageSegmentation::maskForeground() const
     return d->snapshot().mask();
 }
 
+QImage PXImageSegmentation::matteCutout(const QImage& photo, const PXMatteOptions& options,
+    const std::function<void()>& progress, const std::function<bool()>& cancelled) const
+{
+    return d->matteCutout(photo, options, progress, cancelled);
+}
+
 QImage PXImageSegmentation::createSmoothForegroundMask(int radius) const
 {
     return PXImageSegmentationPrivate::smoothMask(maskForeground(), radius);

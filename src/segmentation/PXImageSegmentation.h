@@ -1,5 +1,6 @@
 #pragma once
 
+#include "PXMatteOptions.h"
 #include "PXSuperPixel.h"
 #include "pximagecutter_export.h"
 
@@ -15,6 +16,7 @@
 #include <QSet>
 #include <QThread>
 
+#include <functional>
 #include <memory>
 #include <utility>
 
@@ -239,6 +241,30 @@ public:
     void followRefinedCutSetting();
     /** Whether the next lasso gives the refined cut. Host's thread. */
     bool refinedCut() const;
+
+    // Soft edge.
+
+    /**
+     * The soft matte of the current mask (whatever lasso, strokes, undo and
+     * redo made it), as a cut-out: PXMatte::foreground(), a Format_ARGB32 image
+     * (not premultiplied) whose alpha is the matte, 255 on the object, and
+     * whose colours in the edge's band have the background's taken out.
+     *
+     * Off by default: nothing is computed unless a host calls this. With a
+     * null @p photo it has the size of the photo given to setup(); a host that
+     * cut a scaled copy passes the full-size photo instead, and the mask is
+     * scaled up smoothly and the band measured on that photo, so the matte has
+     * @p photo's size and its edge is the photo's, not the copy's pixels.
+     *
+     * Runs PXMatte on the calling thread and blocks (any thread: it works on a
+     * copy of the mask taken under the selection's lock, so call it from a
+     * pool thread for large photos). @p progress is called
+     * PXMatte::progressSteps times on that thread; @p cancelled is asked
+     * between stages. A null image without a mask or photo, or when
+     * cancelled. The result depends only on the mask, photo and options.
+     */
+    QImage matteCutout(const QImage& photo = QImage(), const PXMatteOptions& options = PXMatteOptions(),
+        const std::function<void()>& progress = {}, const std::function<bool()>& cancelled = {}) const;
 
     // Undo.
 

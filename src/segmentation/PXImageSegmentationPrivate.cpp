@@ -3,6 +3,7 @@
 #include "PXImageSegmentation.h"
 #include "PXInitialSegmentationWorker.h"
 #include "PXLogger.h"
+#include "PXMatte.h"
 #include "PXMementoSegmentation.h"
 #include "PXPlatformIndependent.h"
 #include "PXUndoCommandSegmentation.h"
@@ -29,6 +30,19 @@ PXImageSegmentationPrivate::PXImageSegmentationPrivate(PXImageSegmentation* owne
 PXImageSegmentationPrivate::~PXImageSegmentationPrivate()
 {
     delete requests.pendingMemento;
+}
+
+QImage PXImageSegmentationPrivate::matteCutout(const QImage& photo, const PXMatteOptions& options,
+    const std::function<void()>& progress, const std::function<bool()>& cancelled) const
+{
+    const PXSelectionModel selection = snapshot();
+    PXMatte matte;
+    matte.setPhoto(photo.isNull() ? selection.photo() : photo);
+    matte.setSelectionMask(selection.mask());
+    matte.setOptions(options);
+    matte.setProgressFunction(progress);
+    matte.setCancelFunction(cancelled);
+    return matte.run() ? matte.foreground() : QImage();
 }
 
 void PXImageSegmentationPrivate::request(int newMode)

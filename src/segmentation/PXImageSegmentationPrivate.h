@@ -3,6 +3,7 @@
 // Internal header: not installed.
 
 #include "PXHandOver.h"
+#include "PXMatteOptions.h"
 #include "PXSelectionModel.h"
 
 #include <QFuture>
@@ -78,6 +79,10 @@ public:
         QMutexLocker locker(&modelMutex);
         return model;
     }
+
+    /** See PXImageSegmentation::matteCutout(). */
+    QImage matteCutout(const QImage& photo, const PXMatteOptions& options, const std::function<void()>& progress,
+        const std::function<bool()>& cancelled) const;
 
     /** Stores @p mode and starts the thread. Call with the request lock held. */
     void request(int mode);

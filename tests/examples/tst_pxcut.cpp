@@ -28,6 +28,7 @@ private Q_SLOTS:
     void badInputWritesNothing_data();
     void badInputWritesNothing();
     void cutsTheTiles();
+    void matteSoftensTheCutOut();
     void refinementSteps_data();
     void refinementSteps();
     void cutModes();
@@ -167,6 +168,24 @@ void TestPXCut::cutsTheTiles()
         QVERIFY2(qAlpha(cutout.pixel(x, 60)) > 0 && qAlpha(cutout.pixel(x, 60)) < 255, qPrintable(QString::number(x)));
     QCOMPARE(qAlpha(cutout.pixel(edge - 4, 60)), 0);
     QCOMPARE(qAlpha(cutout.pixel(edge + 5, 60)), 255);
+}
+
+void TestPXCut::matteSoftensTheCutOut()
+{
+    QCOMPARE(run({ "cut", m_tiles, "--lasso", lassoText(), "--matte", "--feather", "2" }).exitCode, 2);
+    const Run result = run({ "cut", m_tiles, "--lasso", lassoText(), "--matte", "--json" });
+    QCOMPARE(result.exitCode, 0);
+    const QJsonObject summary = QJsonDocument::fromJson(result.out.toUtf8()).object();
+    QCOMPARE(summary.value("files").toArray().size(), 4);
+    QVERIFY(summary.value("matteSeconds").toDouble() >= 0);
+    const QImage matte = output("matte.png");
+    const QImage cutout = output("cutout.png");
+    QVERIFY(matte.isGrayscale());
+    QCOMPARE(matte.size(), cutout.size());
+    QCOMPARE(qGray(matte.pixel(80, 60)), 255);
+    QCOMPARE(qGray(matte.pixel(5, 5)), 0);
+    for (int x = 0; x < cutout.width(); x += 7)
+        QCOMPARE(qAlpha(cutout.pixel(x, 60)), qGray(matte.pixel(x, 60)));
 }
 
 void TestPXCut::refinementSteps_data()

@@ -13,6 +13,7 @@
 #include <QPainter>
 #include <QProcess>
 #include <QProgressBar>
+#include <QScopeGuard>
 #include <QSettings>
 #include <QSpinBox>
 #include <QTemporaryDir>
@@ -250,6 +251,18 @@ void TestPXStudio::exportWritesTheCutOutAtPhotoSize()
     QVERIFY(cutout.hasAlphaChannel());
     QCOMPARE(qAlpha(cutout.pixel(5, 395)), 0);
     QCOMPARE(cutout.pixel(m_inside.toPoint()), m_coffeePhoto.pixel(m_inside.toPoint()));
+
+    // Soft edge: remembered, shown, and the export is the matte's.
+    action(*m_coffee, "softEdge")->trigger();
+    const auto hardAgain = qScopeGuard([this] { action(*m_coffee, "softEdge")->trigger(); });
+    QVERIFY(QSettings(QSettings::IniFormat, QSettings::UserScope, QStringLiteral("PXImageCutter"),
+        QStringLiteral("pxstudio")).value(QStringLiteral("cut/softEdge")).toBool());
+    QVERIFY(m_coffee->exportCutOut(target));
+    const QImage soft = QImage(target).convertToFormat(QImage::Format_ARGB32);
+    QCOMPARE(soft, m_coffee->segmentation()->matteCutout(m_coffeePhoto));
+    const QImage shown = m_coffee->view()->mask();
+    for (const QPoint point : { m_inside.toPoint(), QPoint(5, 395) })
+        QCOMPARE(qAlpha(shown.pixel(point)), 255 - qAlpha(soft.pixel(point)));
 }
 
 void TestPXStudio::scissorsOutlineBecomesTheLasso()
