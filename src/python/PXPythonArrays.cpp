@@ -129,6 +129,23 @@ py::array_t<std::uint8_t> mask(const QImage& mask, const QSize& size)
     return result;
 }
 
+py::array_t<float> alpha(const QImage& cutout, const QSize& size)
+{
+    py::array_t<float> result({ py::ssize_t(size.height()), py::ssize_t(size.width()) });
+    float* out = result.mutable_data();
+    if (cutout.isNull() || cutout.size() != size) {
+        std::fill(out, out + size.width() * size.height(), 0.0f);
+        return result;
+    }
+    const QImage argb = cutout.convertToFormat(QImage::Format_ARGB32);
+    for (int y = 0; y < size.height(); ++y) {
+        const QRgb* line = reinterpret_cast<const QRgb*>(argb.constScanLine(y));
+        for (int x = 0; x < size.width(); ++x)
+            *out++ = float(qAlpha(line[x])) / 255.0f;
+    }
+    return result;
+}
+
 py::array_t<std::int32_t> labels(const QImage& labels, const QSize& size)
 {
     py::array_t<std::int32_t> result({ py::ssize_t(size.height()), py::ssize_t(size.width()) });

@@ -32,6 +32,9 @@ QPointF point(const pybind11::handle& point, const char* name, const QSize& size
 /** The library's mask as an HxW uint8 array, 255 on the object; zeros of @p size for a null mask. */
 pybind11::array_t<std::uint8_t> mask(const QImage& mask, const QSize& size);
 
+/** The alpha of a matte's cut-out as an HxW float32 array, 1 on the object; zeros for a null image. */
+pybind11::array_t<float> alpha(const QImage& cutout, const QSize& size);
+
 /** A label image (one signed 32-bit label per pixel) as an HxW int32 array. */
 pybind11::array_t<std::int32_t> labels(const QImage& labels, const QSize& size);
 

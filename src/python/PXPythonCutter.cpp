@@ -165,6 +165,14 @@ QImage PXPythonCutter::mask()
     return mask;
 }
 
+QImage PXPythonCutter::matte()
+{
+    const std::lock_guard<std::mutex> locker(m_calls);
+    QImage cutout;
+    PXPythonHost::instance().run([&] { cutout = m_controller->matteCutout(); });
+    return cutout;
+}
+
 QImage PXPythonCutter::regions()
 {
     const std::lock_guard<std::mutex> locker(m_calls);

@@ -56,6 +56,8 @@ public:
     QImage redo();
 
     QImage mask();
+    /** The soft matte of the current mask (PXImageSegmentation::matteCutout()). */
+    QImage matte();
     /** The label image: one signed 32-bit region label per pixel (QImage::Format_ARGB32). */
     QImage regions();
     /** Whether a lasso has been cut, so refinement is possible. */

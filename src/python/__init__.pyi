@@ -14,13 +14,13 @@ def cut(
     refine: bool = True,
     matte: bool = False,
     timeout: float = 300.0,
-) -> Mask:
+) -> Union[Mask, npt.NDArray[np.float32]]:
     """Cuts the object inside a lasso out of a photo.
 
     image is HxWx3 (RGB) or HxWx4 (RGBA) uint8; lasso at least 3 (x, y) points
     inside it. Returns an HxW uint8 mask, 255 on the object: the mask
     `pxcut cut` writes for the same photo, lasso and cut mode. matte=True
-    raises NotImplementedError; a call that takes longer than timeout seconds
+    returns the soft alpha matte instead, HxW float32 from 0 to 1; a call that takes longer than timeout seconds
     is cancelled with TimeoutError.
     """
 

@@ -53,16 +53,6 @@ bool signalled()
     return PyErr_CheckSignals() != 0;
 }
 
-// The one place the matte stage plugs in.
-void requireNoMatte(bool matte)
-{
-    if (matte) {
-        PyErr_SetString(PyExc_NotImplementedError,
-            "matte=True: the soft alpha matte is not available in this version; use matte=False");
-        throw py::error_already_set();
-    }
-}
-
 // A Cutter as Python holds it: the library side and the photo's size.
 struct Cutter {
     Cutter(const py::handle& image, bool refine)
@@ -205,12 +195,18 @@ struct Scissors {
     QSize size;
 };
 
-py::array_t<std::uint8_t> cut(const py::handle& image, const py::handle& lasso, bool refine, bool matte,
-    double timeout)
+py::object cut(const py::handle& image, const py::handle& lasso, bool refine, bool matte, double timeout)
 {
-    requireNoMatte(matte);
     Cutter cutter(image, refine);
-    return cutter.lasso(lasso, timeout);
+    py::array_t<std::uint8_t> mask = cutter.lasso(lasso, timeout);
+    if (!matte)
+        return std::move(mask);
+    QImage cutout;
+    {
+        py::gil_scoped_release release;
+        cutout = cutter.cutter->matte();
+    }
+    return PXPythonArrays::alpha(cutout, cutter.size);
 }
 
 } // namespace
@@ -242,8 +238,9 @@ lasso: at least 3 (x, y) points inside the photo, as a sequence or an Nx2
     array; the polygon through them is closed.
 refine: True (the default) gives the refined cut, whose outline follows the
     object's edges; False the plain superpixel cut.
-matte: a soft alpha matte instead of a mask; not available yet
-    (NotImplementedError).
+matte: True gives the soft alpha matte of the cut instead of the mask: an
+    HxW float32 array from 0 to 1, soft where hair, fur or a defocused rim
+    mixes object and background.
 timeout: seconds to wait before the work is cancelled (TimeoutError).
 
 Returns an HxW uint8 mask, 255 on the object and 0 on the background: the

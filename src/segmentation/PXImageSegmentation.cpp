@@ -339,21 +339,13 @@ void PXImageSegmentation::drawSuperpixelOnForegroundUserMask(int label, bool isF
 void PXImageSegmentation::startThreadWithPaintSelection(QPainterPath theScribble, bool isForeground,
                                                         bool isTemporary)
 {
-    QMutexLocker locker(&d->requestMutex);
-    d->requests.strokes = d->requests.strokes.united(PXSelectionModel::usablePath(theScribble));
-    d->requests.strokeIsForeground = isForeground;
-    d->requests.strokeIsTemporary = isTemporary;
-    d->request(PaintSelection);
+    d->requestStroke(theScribble, isForeground, isTemporary, PaintSelection);
 }
 
 void PXImageSegmentation::startThreadWithScribble(QPainterPath theScribble, bool isForeground,
                                                   bool isTemporary)
 {
-    QMutexLocker locker(&d->requestMutex);
-    d->requests.strokeIsForeground = isForeground;
-    d->requests.strokeIsTemporary = isTemporary;
-    d->requests.strokes = d->requests.strokes.united(PXSelectionModel::usablePath(theScribble));
-    d->request(Scribble);
+    d->requestStroke(theScribble, isForeground, isTemporary, Scribble);
 }
 
 void PXImageSegmentation::startThreadWithPaintSelectionHover(QSet<int> theClusters,

@@ -62,6 +62,16 @@ void PXImageSegmentationPrivate::request(int newMode)
     q->start(QThread::InheritPriority);
 }
 
+void PXImageSegmentationPrivate::requestStroke(const QPainterPath& path, bool isForeground, bool isTemporary,
+                                               int newMode)
+{
+    QMutexLocker locker(&requestMutex);
+    requests.strokes = requests.strokes.united(PXSelectionModel::usablePath(path));
+    requests.strokeIsForeground = isForeground;
+    requests.strokeIsTemporary = isTemporary;
+    request(newMode);
+}
+
 PXUndoCommandSegmentation* PXImageSegmentationPrivate::takeUndoCommand()
 {
     if (!requests.pendingMemento)

@@ -86,6 +86,8 @@ public:
 
     /** Stores @p mode and starts the thread. Call with the request lock held. */
     void request(int mode);
+    /** Adds a paint or scribble stroke to the pending ones and requests @p mode. */
+    void requestStroke(const QPainterPath& path, bool isForeground, bool isTemporary, int mode);
     /** Before and after of the gesture in progress. Call with the request lock held. */
     PXUndoCommandSegmentation* takeUndoCommand();
     /**

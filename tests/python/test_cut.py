@@ -80,10 +80,24 @@ def test_bad_input_raises_naming_the_argument(small_coffee, image_kind, lasso_ki
         assert word in str(error.value)
 
 
-def test_matte_is_not_there_yet(small_coffee):
+def test_matte_is_soft_only_along_the_edge(small_coffee):
     image, lasso = small_coffee
-    with pytest.raises(NotImplementedError, match="matte"):
-        pximagecutter.cut(image, lasso, matte=True)
+    mask = pximagecutter.cut(image, lasso)
+    alpha = pximagecutter.cut(image, lasso, matte=True)
+    assert alpha.dtype == np.float32 and alpha.shape == mask.shape
+    assert alpha.min() >= 0.0 and alpha.max() <= 1.0
+    assert ((alpha > 0.0) & (alpha < 1.0)).any()
+
+    # Away from the mask's outline the matte is the mask.
+    def eroded(inside, radius):
+        result = inside.copy()
+        for dy in range(-radius, radius + 1):
+            for dx in range(-radius, radius + 1):
+                result &= np.roll(np.roll(inside, dy, 0), dx, 1)
+        return result
+
+    assert (alpha[eroded(mask == 255, 8)] == 1.0).all()
+    assert (alpha[eroded(mask == 0, 8)] == 0.0).all()
 
 
 def test_timeout_cancels_and_the_module_goes_on(coffee):
