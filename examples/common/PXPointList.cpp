@@ -3,6 +3,7 @@
 #include <QPainterPathStroker>
 #include <QRegularExpression>
 
+#include <algorithm>
 #include <cmath>
 
 namespace PXPointList {
@@ -111,6 +112,19 @@ QList<QPointF> scaled(const QList<QPointF>& points, qreal sx, qreal sy)
     for (const QPointF& p : points)
         result.append(QPointF(p.x() * sx, p.y() * sy));
     return result;
+}
+
+QList<QPoint> joinedWire(const QList<QPoint>& traced, const QPoint& seed, const QPoint& target, const QSize& size)
+{
+    QList<QPoint> wire { seed };
+    for (const QPoint& p : traced) {
+        const QPoint inside(std::clamp(p.x(), 0, size.width() - 1), std::clamp(p.y(), 0, size.height() - 1));
+        if (inside != wire.last())
+            wire.append(inside);
+    }
+    if (wire.last() != target)
+        wire.append(target);
+    return wire;
 }
 
 } // namespace PXPointList

@@ -43,4 +43,13 @@ QPainterPath brushStroke(const QList<QPointF>& points, qreal radius);
 /** @p points mapped by the scale factors (sx, sy). */
 QList<QPointF> scaled(const QList<QPointF>& points, qreal sx, qreal sy);
 
+/**
+ * A live wire as hosts draw and write it: the scissors search a half-size
+ * grid and report its cells' centres, so @p traced may end a pixel off the
+ * clicked points and, on an odd-sized photo, step one pixel past the edge.
+ * The result stays inside @p size and starts and ends exactly at @p seed and
+ * @p target.
+ */
+QList<QPoint> joinedWire(const QList<QPoint>& traced, const QPoint& seed, const QPoint& target, const QSize& size);
+
 } // namespace PXPointList

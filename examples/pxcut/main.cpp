@@ -573,23 +573,6 @@ int runCut(PXCutArguments arguments, const QElapsedTimer& sinceStart)
     return Success;
 }
 
-// The scissors search a half-size grid and report its cells' centres, so a
-// wire may end a pixel off the clicked points and, on an odd-sized photo, step
-// one pixel past the edge. What is drawn and written stays inside the photo
-// and starts and ends exactly at the clicked points.
-QList<QPoint> joinedWire(const QList<QPoint>& traced, const QPoint& seed, const QPoint& target, const QSize& size)
-{
-    QList<QPoint> wire { seed };
-    for (const QPoint& p : traced) {
-        const QPoint inside(std::clamp(p.x(), 0, size.width() - 1), std::clamp(p.y(), 0, size.height() - 1));
-        if (inside != wire.last())
-            wire.append(inside);
-    }
-    if (wire.last() != target)
-        wire.append(target);
-    return wire;
-}
-
 // Writes wire.png (the photo with @p wires drawn) and wire.json.
 bool writeWires(const PXCutArguments& arguments, const PXHostPhoto& photo, const QList<QList<QPoint>>& wires,
     QStringList* written, QString* error)
@@ -686,7 +669,7 @@ int runWire(const PXCutArguments& arguments, const QElapsedTimer& sinceStart)
         QList<QPoint> traced = scissors.bestWire(target);
         // The scissors trace back from the target; a wire reads from its seed.
         std::reverse(traced.begin(), traced.end());
-        wires.append(joinedWire(traced, seed.toPoint(), target.toPoint(), size));
+        wires.append(PXPointList::joinedWire(traced, seed.toPoint(), target.toPoint(), size));
     }
     scissors.clear();
     bar.show(1);

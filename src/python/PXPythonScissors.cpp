@@ -1,5 +1,6 @@
 #include "PXPythonScissors.h"
 
+#include "PXPointList.h"
 #include "PXPythonErrors.h"
 #include "PXPythonHost.h"
 
@@ -10,26 +11,6 @@
 
 #include <algorithm>
 #include <stdexcept>
-
-namespace {
-
-// The scissors search a half-size grid and report its cells' centres, so a
-// wire may end a pixel off the given points and step past an odd-sized
-// photo's edge; pxcut joins it to the exact points, and so does this.
-QList<QPoint> joinedWire(const QList<QPoint>& traced, const QPoint& seed, const QPoint& target, const QSize& size)
-{
-    QList<QPoint> wire { seed };
-    for (const QPoint& p : traced) {
-        const QPoint inside(std::clamp(p.x(), 0, size.width() - 1), std::clamp(p.y(), 0, size.height() - 1));
-        if (inside != wire.last())
-            wire.append(inside);
-    }
-    if (wire.last() != target)
-        wire.append(target);
-    return wire;
-}
-
-} // namespace
 
 PXPythonScissors::PXPythonScissors(const QImage& photo)
     : m_size(photo.size())
@@ -85,5 +66,5 @@ QList<QPoint> PXPythonScissors::wire(const QPointF& seed, const QPointF& target,
     host.run([&] { traced = m_scissors->bestWire(target); });
     // The scissors trace back from the target; a wire reads from its seed.
     std::reverse(traced.begin(), traced.end());
-    return joinedWire(traced, seed.toPoint(), target.toPoint(), m_size);
+    return PXPointList::joinedWire(traced, seed.toPoint(), target.toPoint(), m_size);
 }

@@ -99,7 +99,11 @@ void PXRefinedCut::setPhoto(const QImage& photo)
 
 void PXRefinedCut::setLasso(const QPainterPath& lasso)
 {
-    m_lasso = lasso;
+    // A copy of its own: a QPainterPath caches its bounds on first use,
+    // unguarded, and the cut reads it on other threads than its owner's.
+    m_lasso = QPainterPath();
+    m_lasso.setFillRule(lasso.fillRule());
+    m_lasso.addPath(lasso);
     m_prepared.reset();
 }
 
@@ -181,7 +185,8 @@ QImage PXRefinedCut::run() const
         applyMarks(area, marks, object);
         Solution solution;
         solution.costs = learnCosts(area, teacher(object, restTeaches), prepared->usedBins, m_options);
-        const int rounds = lassoAlone ? m_options.roundsFromLasso : m_options.rounds;
+        // A stroke starts from a solved cut: one round lets its marks speak.
+        const int rounds = restTeaches ? 1 : (lassoAlone ? m_options.roundsFromLasso : m_options.rounds);
         for (int round = 0; round < std::max(1, rounds); ++round) {
             if (round > 0)
                 solution.costs = learnCosts(area, teacher(object, true), prepared->usedBins, m_options);

@@ -4,6 +4,7 @@
 
 #include <QByteArray>
 #include <QImage>
+#include <QPainterPath>
 
 #include <algorithm>
 #include <cstddef>
@@ -25,6 +26,21 @@ public:
         for (qsizetype i = 0; m_size > m_position && i < bytes; ++i)
             result[i] = char(m_data[m_position + std::size_t(i) % (m_size - m_position)]);
         return result;
+    }
+
+    /**
+     * A closed polygon: a byte for the number of points, then 4 bytes a
+     * point, x and y in quarter pixels from -64.
+     */
+    QPainterPath lasso()
+    {
+        QPolygonF polygon;
+        for (unsigned count = byte(); count > 0 && has(4); --count)
+            polygon << QPointF(word() / 4.0 - 64, word() / 4.0 - 64);
+        QPainterPath path;
+        path.addPolygon(polygon);
+        path.closeSubpath();
+        return path;
     }
 
     QImage image(int width, int height, QImage::Format format) const

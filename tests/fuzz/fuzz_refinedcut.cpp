@@ -20,12 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size)
     PXFuzzInput input(data, size);
     const int width = 1 + int(input.byte());
     const int height = 1 + int(input.byte());
-    QPolygonF polygon;
-    for (unsigned count = input.byte(); count > 0 && input.has(4); --count)
-        polygon << QPointF(input.word() / 4.0 - 64, input.word() / 4.0 - 64);
-    QPainterPath lasso;
-    lasso.addPolygon(polygon);
-    lasso.closeSubpath();
+    const QPainterPath lasso = input.lasso();
 
     QImage marks(width, height, QImage::Format_Grayscale8);
     marks.fill(0);
