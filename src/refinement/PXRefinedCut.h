@@ -18,13 +18,14 @@
  * a first guess of the object and from a band outside the lasso; a minimum
  * cut over the regions, split into small blocks so that a region that leaks
  * over the edge can be cut too, chooses the side of every block, with edge
- * strength as the cost of separating neighbours; the models are learnt again
- * from the result and the cut repeated until no block moves. Two first
- * guesses are tried, the superpixel cut's object and the lasso's whole
- * inside, and the one whose cut reaches the lower energy is kept, so a
- * superpixel cut that lost the object does not mislead it. Last, a minimum
- * cut over single pixels moves the outline onto the object's edge: pixels
- * near it, and every pixel of a block whose colours disagree with its side.
+ * strength as the cost of separating neighbours, weighed down where the
+ * models tell the sides apart by little; the models are learnt again from the
+ * result and the cut repeated until no block moves or the rounds run out.
+ * Should the superpixel cut have lost the object, the lasso's whole inside is
+ * the first guess instead, its blocks taking sides by colour alone first.
+ * Last, a minimum cut over single pixels moves the outline onto the object's
+ * edge: pixels near it, those a mark reaches, and every pixel of a block
+ * whose colours disagree with its side.
  *
  * User marks are hard: marked pixels stay on their side, and a stroke is
  * answered by setting the marks and the current selection and running again,
