@@ -96,12 +96,12 @@ fuzz)
     done
     ;;
 tsan)
-    tests=(tst_pxconcurrent tst_pxslic tst_refinedcut tst_imagesegmentation tst_segmentationrefinement
+    tests=(tst_pxconcurrent tst_pxslic tst_refinedcut tst_matte tst_mattecontroller tst_imagesegmentation tst_segmentationrefinement
         tst_selectionmodel tst_initialsegmentationworker tst_pxintelligentscissors tst_pxintelligentscissorsworker
         tst_pxintelligentscissorsweightcalculator tst_pxintelligentscissorswirecalculator px_stress)
     cmake --preset tsan
     cmake --build --preset tsan --target "${tests[@]}"
-    ctest --preset tsan -R 'pxconcurrent|tst_pxslic$|refinedcut|segmentation|selectionmodel|initialsegmentationworker|scissors|stress'
+    ctest --preset tsan -R 'pxconcurrent|tst_pxslic$|tst_refinedcut|tst_matte|segmentation|selectionmodel|initialsegmentationworker|scissors|stress'
     ;;
 *)
     echo "usage: $0 demo|test|bench|package|screenshot|benchsuite|stress [N [SEED]]|fuzz [SECONDS]|tsan" >&2
