@@ -579,9 +579,9 @@ void PXSelectionModel::markClick(const QPointF& position)
 
 QImage PXSelectionModel::maskSelection() const
 {
-    QImage selection(m_mask.size(), QImage::Format_Grayscale8);
     if (m_mask.depth() != 32)
         return QImage();
+    QImage selection(m_mask.size(), QImage::Format_Grayscale8);
     for (int y = 0; y < m_mask.height(); ++y) {
         const auto* in = reinterpret_cast<const QRgb*>(m_mask.constScanLine(y));
         uchar* out = selection.scanLine(y);
