@@ -163,6 +163,57 @@ float alphaOf(const Colour& photo, const Colour& object, const Colour& backgroun
     return trust * alpha + (1.0f - trust) * hard;
 }
 
+// Colour left unexplained when @p alpha mixes @p object over @p background.
+float distortion(const Colour& photo, const Colour& object, const Colour& background, float alpha)
+{
+    const float r = photo.r - (alpha * object.r + (1.0f - alpha) * background.r);
+    const float g = photo.g - (alpha * object.g + (1.0f - alpha) * background.g);
+    const float b = photo.b - (alpha * object.b + (1.0f - alpha) * background.b);
+    return r * r + g * g + b * b;
+}
+
+struct Candidates {
+    std::array<Colour, 8> colours;
+    int count = 0;
+};
+
+// Means of one side in eight windows of half-size @p radius centred @p radius
+// away round (x, y): on a textured side one of them is closer to the colour a
+// band pixel mixes than the mean over all of them.
+Candidates ringMeans(const SideSums& sums, int x, int y, int radius)
+{
+    static constexpr int directions[8][2] = {{-1, 0}, {1, 0}, {0, -1}, {0, 1}, {-1, -1}, {1, 1}, {1, -1}, {-1, 1}};
+    Candidates result;
+    for (const auto& d : directions) {
+        const Sum sum = sums.around(x + d[0] * radius, y + d[1] * radius, radius);
+        if (sum[3])
+            result.colours[result.count++] = mean(sum);
+    }
+    return result;
+}
+
+// Replaces (object, background, alpha) by the pair of candidates whose mix
+// explains @p photo best, if one does better.
+void bestPair(const Colour& photo, float hard, float contrast2, const Candidates& objects,
+    const Candidates& backgrounds, Colour& object, Colour& background, float& alpha)
+{
+    float best = distortion(photo, object, background, alpha);
+    for (int p = 0; p < objects.count; ++p) {
+        for (int q = 0; q < backgrounds.count; ++q) {
+            const Colour& f = objects.colours[p];
+            const Colour& b = backgrounds.colours[q];
+            const float a = alphaOf(photo, f, b, hard, contrast2);
+            const float d = distortion(photo, f, b, a);
+            if (d < best) {
+                best = d;
+                object = f;
+                background = b;
+                alpha = a;
+            }
+        }
+    }
+}
+
 } // namespace
 
 QImage hardMask(const QImage& mask, const QSize& size)
@@ -332,8 +383,11 @@ void matteTile(const Tile& tile, const Frame& frame)
                 backgroundSum = backgroundFar.around(x, y, farRadius);
             if (!objectSum[3] || !backgroundSum[3])
                 continue;
-            const Colour f = mean(objectSum), b = mean(backgroundSum), c = colourOf(colours[i]);
-            const float a = alphaOf(c, f, b, float(side[i]), contrast2);
+            const Colour c = colourOf(colours[i]);
+            Colour f = mean(objectSum), b = mean(backgroundSum);
+            float a = alphaOf(c, f, b, float(side[i]), contrast2);
+            bestPair(c, float(side[i]), contrast2, ringMeans(objectNear, x, y, radius),
+                ringMeans(backgroundNear, x, y, radius), f, b, a);
             // Least squares for the object colour, held near f by the prior.
             const float weight = 1.0f / (a * a + prior);
             const auto solve = [&](float photoC, float objectC, float backgroundC) {

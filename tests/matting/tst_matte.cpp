@@ -3,20 +3,23 @@
 #include <QtTest>
 
 #include <cmath>
+#include <optional>
 
 namespace {
 
-// A photo blending two flat colours by @p truth (Format_Grayscale8 alpha).
-QImage compose(const QImage& truth, QRgb object, QRgb background)
+// A photo blending two flat colours by @p truth (Format_Grayscale8 alpha);
+// the lower half's background is @p lowerBackground when given.
+QImage compose(const QImage& truth, QRgb object, QRgb background, std::optional<QRgb> lowerBackground = {})
 {
     QImage photo(truth.size(), QImage::Format_ARGB32);
     for (int y = 0; y < truth.height(); ++y) {
+        const QRgb behind = lowerBackground && y >= truth.height() / 2 ? *lowerBackground : background;
         for (int x = 0; x < truth.width(); ++x) {
             const double a = truth.constScanLine(y)[x] / 255.0;
             const auto mix = [a](int f, int b) { return int(std::lround(a * f + (1 - a) * b)); };
             photo.setPixel(x, y,
-                qRgb(mix(qRed(object), qRed(background)), mix(qGreen(object), qGreen(background)),
-                    mix(qBlue(object), qBlue(background))));
+                qRgb(mix(qRed(object), qRed(behind)), mix(qGreen(object), qGreen(behind)),
+                    mix(qBlue(object), qBlue(behind))));
         }
     }
     return photo;
@@ -86,13 +89,19 @@ void TestMatte::recoversEdges_data()
     QTest::addColumn<int>("ramp");
     QTest::addColumn<QRgb>("object");
     QTest::addColumn<QRgb>("background");
+    QTest::addColumn<QRgb>("lowerBackground");
     QTest::addColumn<int>("tolerance");
     // The ramps lie within the band's reach of 10. A crisp edge must stay
     // crisp: exact, up to rounding.
-    QTest::newRow("crisp") << 0 << qRgb(200, 60, 40) << qRgb(30, 80, 160) << 1;
-    QTest::newRow("ramp 4") << 4 << qRgb(200, 60, 40) << qRgb(30, 80, 160) << 4;
-    QTest::newRow("ramp 12") << 12 << qRgb(240, 230, 200) << qRgb(20, 40, 30) << 4;
-    QTest::newRow("ramp 16, low contrast") << 16 << qRgb(120, 110, 100) << qRgb(80, 90, 100) << 12;
+    QTest::newRow("crisp") << 0 << qRgb(200, 60, 40) << qRgb(30, 80, 160) << qRgb(30, 80, 160) << 1;
+    QTest::newRow("ramp 4") << 4 << qRgb(200, 60, 40) << qRgb(30, 80, 160) << qRgb(30, 80, 160) << 4;
+    QTest::newRow("ramp 12") << 12 << qRgb(240, 230, 200) << qRgb(20, 40, 30) << qRgb(20, 40, 30) << 4;
+    QTest::newRow("ramp 16, low contrast")
+        << 16 << qRgb(120, 110, 100) << qRgb(80, 90, 100) << qRgb(80, 90, 100) << 12;
+    // Where the background changes colour, the mean of the pixels round an
+    // edge pixel is neither colour behind it.
+    QTest::newRow("ramp 8, two backgrounds")
+        << 8 << qRgb(200, 60, 40) << qRgb(30, 80, 160) << qRgb(40, 200, 60) << 4;
 }
 
 void TestMatte::recoversEdges()
@@ -100,9 +109,10 @@ void TestMatte::recoversEdges()
     QFETCH(int, ramp);
     QFETCH(QRgb, object);
     QFETCH(QRgb, background);
+    QFETCH(QRgb, lowerBackground);
     QFETCH(int, tolerance);
     const QImage truth = verticalEdge(ramp);
-    PXMatte matte = matteOf(compose(truth, object, background), hardOf(truth));
+    PXMatte matte = matteOf(compose(truth, object, background, lowerBackground), hardOf(truth));
     QVERIFY(matte.run());
     QCOMPARE(matte.alpha().format(), QImage::Format_Grayscale8);
     QCOMPARE(matte.alpha().size(), truth.size());
