@@ -223,6 +223,13 @@ QImage PXRefinedCut::run() const
         return QImage();
 
     cutPixels(area, solution.costs, claims, movable, m_options, solution.object);
+    if (cancelled())
+        return QImage();
+    // Holes are weighed against the background seen outside the lasso only:
+    // a part of the object the first guess left out has taught the inside's
+    // background model its colours.
+    fillHoles(area, learnCosts(area, teacher(solution.object, false), prepared->usedBins, m_options), marks, claims,
+        m_options, solution.object);
     progress();
     if (cancelled())
         return QImage();

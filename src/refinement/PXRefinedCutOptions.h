@@ -56,6 +56,16 @@ struct PXRefinedCutOptions {
     double clearEvidence = 2.0;
     /** The least share of the smoothness the block cut keeps. */
     double weakestSmoothing = 0.25;
+    /**
+     * A hole in the object (background that reaches neither the lasso's line
+     * nor the photo's border) stays background only when the background seen
+     * outside the lasso explains its pixels better than the object does by at
+     * least this much, in nats per pixel on average. A hole that shows the
+     * background behind the object is explained by tens of nats; one the
+     * first guess missed (a shaded inner wall, an eye, a reflection) by a
+     * few, and it joins the object.
+     */
+    double holeEvidence = 6.0;
     /** Weight of the smoothness against the colour term, in nats per pixel pair. */
     double smoothness = 50.0;
 

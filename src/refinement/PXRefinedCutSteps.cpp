@@ -547,6 +547,43 @@ void PXRefinedCutSteps::cutPixels(const Area& area, const DataCosts& costs, cons
         selection[pixelOfNode[n]] = graph.isObject(n);
 }
 
+void PXRefinedCutSteps::fillHoles(const Area& area, const DataCosts& costs, const std::vector<uchar>& marks,
+    const std::vector<float>& claims, const PXRefinedCutOptions& options, std::vector<uchar>& selection)
+{
+    const int w = area.width;
+    std::vector<uchar> seen(area.size(), 0);
+    std::vector<qsizetype> hole;
+    for (qsizetype start = 0; start < area.size(); ++start) {
+        if (seen[start] || selection[start] || !area.inside[start])
+            continue;
+        hole.clear();
+        hole.push_back(start);
+        seen[start] = 1;
+        bool open = false;
+        double preference = 0.0; // nats, > 0: the object explains the hole better
+        for (std::size_t next = 0; next < hole.size(); ++next) {
+            const qsizetype i = hole[next];
+            const int x = int(i % w), y = int(i / w);
+            preference += double(costs.background[area.bin[i]]) - costs.object[area.bin[i]];
+            open = open || marks[i] == PXRefinedCut::BackgroundMark || (!claims.empty() && claims[i] < 0.0f);
+            const qsizetype neighbours[4] = {x > 0 ? i - 1 : -1, x + 1 < w ? i + 1 : -1, y > 0 ? i - w : -1,
+                y + 1 < area.height ? i + w : -1};
+            for (const qsizetype j : neighbours) {
+                if (j < 0 || !area.inside[j]) {
+                    open = true;
+                } else if (!selection[j] && !seen[j]) {
+                    seen[j] = 1;
+                    hole.push_back(j);
+                }
+            }
+        }
+        if (!open && preference > -options.holeEvidence * double(hole.size())) {
+            for (const qsizetype i : hole)
+                selection[i] = 1;
+        }
+    }
+}
+
 std::vector<int> PXRefinedCutSteps::readArea(
     Area& area, const QImage& photo, const QPainterPath& lasso, const QImage& labelImage)
 {

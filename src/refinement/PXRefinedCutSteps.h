@@ -107,4 +107,11 @@ std::vector<uchar> pixelsToRecut(const Area& area, const Blocks& blocks, const D
 void cutPixels(const Area& area, const DataCosts& costs, const std::vector<float>& claims,
     const std::vector<uchar>& movable, const PXRefinedCutOptions& options, std::vector<uchar>& selection);
 
+// Puts into the object every hole of @p selection (background pixels of the
+// lasso that reach neither its line nor the area's border) that @p costs do
+// not explain as background by PXRefinedCutOptions::holeEvidence a pixel;
+// holes with a background mark or claim stay.
+void fillHoles(const Area& area, const DataCosts& costs, const std::vector<uchar>& marks,
+    const std::vector<float>& claims, const PXRefinedCutOptions& options, std::vector<uchar>& selection);
+
 } // namespace PXRefinedCutSteps

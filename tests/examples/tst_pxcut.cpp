@@ -319,6 +319,8 @@ void TestPXCut::shippedPhotoByDefault()
         QCOMPARE(output(QString::fromLatin1(name)).size(), QSize(600, 400));
     // The lasso shipped beside the photo encloses the cup; the corner is table.
     QCOMPARE(qAlpha(output("mask.png").pixel(5, 395)), 255);
+    // The cup's shaded inner wall, which the regions left out, is cup.
+    QCOMPARE(qAlpha(output("mask.png").pixel(270, 99)), 0);
 }
 
 void TestPXCut::tracesWires()

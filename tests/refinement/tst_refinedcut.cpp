@@ -48,6 +48,21 @@ QImage discPhoto()
     return photo;
 }
 
+// An orange ring on blue, its hole of radius 18 showing the blue.
+QImage ringPhoto()
+{
+    QImage photo(160, 120, QImage::Format_ARGB32);
+    for (int y = 0; y < photo.height(); ++y) {
+        for (int x = 0; x < photo.width(); ++x) {
+            const int n = int(noise(x, y));
+            const double r = std::hypot(x + 0.5 - myCentre.x(), y + 0.5 - myCentre.y());
+            const QRgb colour = r < 18.0 || r >= myRadius ? qRgb(40, 70, 190) : qRgb(210, 120, 40);
+            photo.setPixel(x, y, qRgb(qRed(colour) + n, qGreen(colour) + n, qBlue(colour) + n));
+        }
+    }
+    return photo;
+}
+
 QPainterPath lasso(double grow)
 {
     QPainterPath path;
@@ -75,14 +90,17 @@ QSet<int> cellsInsideDisc()
     return cells;
 }
 
-// Pixels more than 1.5 px from the true edge that are on the wrong side.
-int wrongPixels(const QImage& photoSizedObject, bool (*isObject)(const QImage&, int, int))
+// Pixels more than 1.5 px from the true edges (of the disc, and of its hole
+// when @p hole is given) that are on the wrong side.
+int wrongPixels(const QImage& photoSizedObject, bool (*isObject)(const QImage&, int, int), double hole = 0.0)
 {
     int wrong = 0;
     for (int y = 0; y < 120; ++y) {
         for (int x = 0; x < 160; ++x) {
-            const double distance = std::hypot(x + 0.5 - myCentre.x(), y + 0.5 - myCentre.y()) - myRadius;
-            if (std::abs(distance) > 1.5 && isObject(photoSizedObject, x, y) != (distance < 0))
+            const double r = std::hypot(x + 0.5 - myCentre.x(), y + 0.5 - myCentre.y());
+            const double distance = hole > 0.0 ? std::max(r - myRadius, hole - r) : r - myRadius;
+            if (std::abs(r - myRadius) > 1.5 && (hole <= 0.0 || std::abs(r - hole) > 1.5)
+                && isObject(photoSizedObject, x, y) != (distance < 0))
                 ++wrong;
         }
     }
@@ -109,6 +127,7 @@ private Q_SLOTS:
     void followsTheEdge_data();
     void followsTheEdge();
     void marksHoldTheirSide();
+    void holeShowingTheBackgroundStays();
     void strokeResolvesToTheEdge();
     void controllerRefinesUndoesAndKeepsStrokes();
     void strokesStayInsideTheLasso();
@@ -203,6 +222,26 @@ void TestRefinedCut::marksHoldTheirSide()
     }
     QVERIFY(selected(selection, 60, 60)); // the rest of the disc is still the object
     QVERIFY(!selected(selection, 10, 10));
+}
+
+void TestRefinedCut::holeShowingTheBackgroundStays()
+{
+    // Regions that found the ring (1) and left its middle (2) out with the
+    // rest (3): holes the first guess left out may join the object, but not
+    // one whose colours the outside of the lasso explains.
+    QImage labels(160, 120, QImage::Format_ARGB32);
+    for (int y = 0; y < labels.height(); ++y) {
+        for (int x = 0; x < labels.width(); ++x) {
+            const double r = std::hypot(x + 0.5 - myCentre.x(), y + 0.5 - myCentre.y());
+            labels.setPixel(x, y, r < 18.0 ? 2u : (r < myRadius ? 1u : 3u));
+        }
+    }
+    PXRefinedCut cut;
+    cut.setPhoto(ringPhoto());
+    cut.setLasso(lasso(10));
+    cut.setRegions(labels, {1});
+    const QImage selection = cut.run();
+    QCOMPARE(wrongPixels(selection, selected, 18.0), 0);
 }
 
 void TestRefinedCut::strokeResolvesToTheEdge()
