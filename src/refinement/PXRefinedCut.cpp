@@ -15,6 +15,8 @@ struct PXRefinedCut::Prepared {
     Area area; // empty when the lasso misses the photo
     std::vector<int> usedBins;
     Blocks blocks;
+    // Background costs learnt from the band outside the lasso alone.
+    std::vector<float> outsideBackground;
 };
 
 namespace {
@@ -82,6 +84,10 @@ std::shared_ptr<const PXRefinedCut::Prepared> PXRefinedCut::makePrepared() const
     prepared->usedBins = readArea(area, photo, m_lasso, m_labels);
     sobelOfArea(area, photo);
     prepared->blocks = makeBlocks(area, m_options);
+    std::vector<uchar> outside(area.size());
+    for (qsizetype i = 0; i < area.size(); ++i)
+        outside[i] = area.inside[i] ? unusedSide : 0;
+    prepared->outsideBackground = learnCosts(area, outside, prepared->usedBins, m_options).background;
     return prepared;
 }
 
@@ -200,8 +206,12 @@ QImage PXRefinedCut::run() const
         return solution;
     };
     Solution solution;
+    std::vector<uchar> start;
+    std::vector<uchar> moved;
     if (!m_startSelection.isNull()) {
-        solution = follow(readSelection(area, m_startSelection), true, false);
+        start = readSelection(area, m_startSelection);
+        solution = follow(start, true, false);
+        moved = confineToStroke(area, prepared->blocks, start, marks, claims, m_options, solution.object);
     } else {
         solution = follow(selectionOfLabels(area, m_objectLabels), false, false);
         // Should the superpixel cut have lost the object, its models explain
@@ -216,8 +226,12 @@ QImage PXRefinedCut::run() const
     if (cancelled())
         return QImage();
 
-    const std::vector<uchar> movable =
+    std::vector<uchar> movable =
         pixelsToRecut(area, prepared->blocks, solution.costs, marks, claims, solution.object, m_options);
+    // After a stroke only what it moved is cut again pixel by pixel; elsewhere
+    // the last solve's outline stands.
+    if (!moved.empty())
+        keepNear(area, moved, m_options.bandRadius, movable);
     progress();
     if (cancelled())
         return QImage();
@@ -228,8 +242,9 @@ QImage PXRefinedCut::run() const
     // Holes are weighed against the background seen outside the lasso only:
     // a part of the object the first guess left out has taught the inside's
     // background model its colours.
-    fillHoles(area, learnCosts(area, teacher(solution.object, false), prepared->usedBins, m_options), marks, claims,
-        m_options, solution.object);
+    const std::vector<std::vector<qsizetype>> holes = closedHoles(area, marks, claims, moved, solution.object);
+    solution.costs.background = prepared->outsideBackground;
+    fillHoles(area, holes, solution.costs, m_options, solution.object);
     progress();
     if (cancelled())
         return QImage();

@@ -46,6 +46,37 @@ double squaredColourDistance(quint32 first, quint32 second)
     return sum;
 }
 
+// City-block distance to the nearest zero of @p distance, capped at the
+// values it holds (the cap + 1 elsewhere). Two chamfer passes; in each row the
+// term from the neighbouring row comes first, as it does not depend on the
+// row's own updates. No value exceeds the cap: each is a minimum with what
+// was there.
+void chamfer(const Area& area, std::vector<uchar>& distance)
+{
+    const int w = area.width;
+    const int h = area.height;
+    for (int y = 0; y < h; ++y) {
+        uchar* out = distance.data() + qsizetype(y) * w;
+        if (y > 0) {
+            const uchar* above = out - w;
+            for (int x = 0; x < w; ++x)
+                out[x] = std::min<uchar>(out[x], uchar(above[x] + 1));
+        }
+        for (int x = 1; x < w; ++x)
+            out[x] = std::min<uchar>(out[x], uchar(out[x - 1] + 1));
+    }
+    for (int y = h - 1; y >= 0; --y) {
+        uchar* out = distance.data() + qsizetype(y) * w;
+        if (y + 1 < h) {
+            const uchar* below = out + w;
+            for (int x = 0; x < w; ++x)
+                out[x] = std::min<uchar>(out[x], uchar(below[x] + 1));
+        }
+        for (int x = w - 2; x >= 0; --x)
+            out[x] = std::min<uchar>(out[x], uchar(out[x + 1] + 1));
+    }
+}
+
 // City-block distance to the outline of the selection, capped at limit + 1.
 std::vector<uchar> distanceToOutline(const Area& area, const std::vector<uchar>& selection, int limit)
 {
@@ -67,29 +98,7 @@ std::vector<uchar> distanceToOutline(const Area& area, const std::vector<uchar>&
                 out[x] = 0;
         }
     }
-    // Two chamfer passes; in each row the term from the neighbouring row
-    // comes first, as it does not depend on the row's own updates. No value
-    // exceeds the cap: each is a minimum with what was there.
-    for (int y = 0; y < h; ++y) {
-        uchar* out = distance.data() + qsizetype(y) * w;
-        if (y > 0) {
-            const uchar* above = out - w;
-            for (int x = 0; x < w; ++x)
-                out[x] = std::min<uchar>(out[x], uchar(above[x] + 1));
-        }
-        for (int x = 1; x < w; ++x)
-            out[x] = std::min<uchar>(out[x], uchar(out[x - 1] + 1));
-    }
-    for (int y = h - 1; y >= 0; --y) {
-        uchar* out = distance.data() + qsizetype(y) * w;
-        if (y + 1 < h) {
-            const uchar* below = out + w;
-            for (int x = 0; x < w; ++x)
-                out[x] = std::min<uchar>(out[x], uchar(below[x] + 1));
-        }
-        for (int x = w - 2; x >= 0; --x)
-            out[x] = std::min<uchar>(out[x], uchar(out[x + 1] + 1));
-    }
+    chamfer(area, distance);
     return distance;
 }
 
@@ -547,11 +556,13 @@ void PXRefinedCutSteps::cutPixels(const Area& area, const DataCosts& costs, cons
         selection[pixelOfNode[n]] = graph.isObject(n);
 }
 
-void PXRefinedCutSteps::fillHoles(const Area& area, const DataCosts& costs, const std::vector<uchar>& marks,
-    const std::vector<float>& claims, const PXRefinedCutOptions& options, std::vector<uchar>& selection)
+std::vector<std::vector<qsizetype>> PXRefinedCutSteps::closedHoles(const Area& area,
+    const std::vector<uchar>& marks, const std::vector<float>& claims, const std::vector<uchar>& moved,
+    const std::vector<uchar>& selection)
 {
     const int w = area.width;
     std::vector<uchar> seen(area.size(), 0);
+    std::vector<std::vector<qsizetype>> holes;
     std::vector<qsizetype> hole;
     for (qsizetype start = 0; start < area.size(); ++start) {
         if (seen[start] || selection[start] || !area.inside[start])
@@ -560,12 +571,12 @@ void PXRefinedCutSteps::fillHoles(const Area& area, const DataCosts& costs, cons
         hole.push_back(start);
         seen[start] = 1;
         bool open = false;
-        double preference = 0.0; // nats, > 0: the object explains the hole better
+        bool touched = moved.empty();
         for (std::size_t next = 0; next < hole.size(); ++next) {
             const qsizetype i = hole[next];
             const int x = int(i % w), y = int(i / w);
-            preference += double(costs.background[area.bin[i]]) - costs.object[area.bin[i]];
             open = open || marks[i] == PXRefinedCut::BackgroundMark || (!claims.empty() && claims[i] < 0.0f);
+            touched = touched || moved[i];
             const qsizetype neighbours[4] = {x > 0 ? i - 1 : -1, x + 1 < w ? i + 1 : -1, y > 0 ? i - w : -1,
                 y + 1 < area.height ? i + w : -1};
             for (const qsizetype j : neighbours) {
@@ -577,11 +588,94 @@ void PXRefinedCutSteps::fillHoles(const Area& area, const DataCosts& costs, cons
                 }
             }
         }
-        if (!open && preference > -options.holeEvidence * double(hole.size())) {
+        if (!open && touched)
+            holes.push_back(hole);
+    }
+    return holes;
+}
+
+void PXRefinedCutSteps::fillHoles(const Area& area, const std::vector<std::vector<qsizetype>>& holes,
+    const DataCosts& costs, const PXRefinedCutOptions& options, std::vector<uchar>& selection)
+{
+    for (const std::vector<qsizetype>& hole : holes) {
+        double preference = 0.0; // nats, > 0: the object explains the hole better
+        for (const qsizetype i : hole)
+            preference += double(costs.background[area.bin[i]]) - costs.object[area.bin[i]];
+        if (preference > -options.holeEvidence * double(hole.size())) {
             for (const qsizetype i : hole)
                 selection[i] = 1;
         }
     }
+}
+
+namespace {
+
+// Every block that stayed on the side most of its pixels had in @p start,
+// or that the outline ran through, gives its pixels back their sides in
+// @p start: an outline the pixel cut found stays where nothing moved.
+void settleBlocks(
+    const Area& area, const Blocks& blocks, const std::vector<uchar>& start, std::vector<uchar>& selection)
+{
+    // Per block: pixels, and those the start had in the object.
+    std::vector<int> pixels(blocks.count, 0);
+    std::vector<int> object(blocks.count, 0);
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        const int node = blocks.node[i];
+        if (node < 0)
+            continue;
+        ++pixels[node];
+        object[node] += start[i] != 0;
+    }
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        const int node = blocks.node[i];
+        if (node < 0)
+            continue;
+        // A block the outline ran through is the pixel cut's to decide.
+        const bool mixed = 4 * object[node] > pixels[node] && 4 * object[node] < 3 * pixels[node];
+        if (mixed || bool(selection[i]) == (2 * object[node] >= pixels[node]))
+            selection[i] = start[i];
+    }
+}
+
+} // namespace
+
+void PXRefinedCutSteps::keepNear(const Area& area, const std::vector<uchar>& seeds, int radius,
+    std::vector<uchar>& movable)
+{
+    const int limit = std::clamp(radius, 0, 254);
+    std::vector<uchar> distance(area.size(), uchar(limit + 1));
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        if (seeds[i])
+            distance[i] = 0;
+    }
+    chamfer(area, distance);
+    for (qsizetype i = 0; i < area.size(); ++i)
+        movable[i] = movable[i] && distance[i] <= limit;
+}
+
+std::vector<uchar> PXRefinedCutSteps::confineToStroke(const Area& area, const Blocks& blocks,
+    const std::vector<uchar>& start, const std::vector<uchar>& marks, const std::vector<float>& claims,
+    const PXRefinedCutOptions& options, std::vector<uchar>& selection)
+{
+    settleBlocks(area, blocks, start, selection);
+    // Marks hold their pixels, so the last solve obeyed every older mark:
+    // the stroke's own are those on the other side of the start.
+    std::vector<uchar> fresh(area.size());
+    for (qsizetype i = 0; i < area.size(); ++i)
+        fresh[i] = start[i] ? marks[i] == PXRefinedCut::BackgroundMark : marks[i] == PXRefinedCut::ObjectMark && area.inside[i];
+    std::vector<uchar> focus(area.size(), 1);
+    keepNear(area, fresh, 2 * options.strokeReach + options.bandRadius, focus);
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        if (!focus[i])
+            selection[i] = start[i];
+    }
+    applyMarks(area, marks, selection);
+    std::vector<uchar> moved(area.size());
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        const bool claimsOther = !claims.empty() && (start[i] ? claims[i] < 0.0f : claims[i] > 0.0f);
+        moved[i] = focus[i] && (selection[i] != start[i] || claimsOther || fresh[i]);
+    }
+    return moved;
 }
 
 std::vector<int> PXRefinedCutSteps::readArea(

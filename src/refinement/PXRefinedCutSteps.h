@@ -107,11 +107,29 @@ std::vector<uchar> pixelsToRecut(const Area& area, const Blocks& blocks, const D
 void cutPixels(const Area& area, const DataCosts& costs, const std::vector<float>& claims,
     const std::vector<uchar>& movable, const PXRefinedCutOptions& options, std::vector<uchar>& selection);
 
-// Puts into the object every hole of @p selection (background pixels of the
-// lasso that reach neither its line nor the area's border) that @p costs do
-// not explain as background by PXRefinedCutOptions::holeEvidence a pixel;
-// holes with a background mark or claim stay.
-void fillHoles(const Area& area, const DataCosts& costs, const std::vector<uchar>& marks,
-    const std::vector<float>& claims, const PXRefinedCutOptions& options, std::vector<uchar>& selection);
+// The holes of @p selection: background pixels of the lasso, by 4-connected
+// pieces, that reach neither its line nor the area's border and hold no
+// background mark or claim; with @p moved given, only those holding a pixel
+// it sets.
+std::vector<std::vector<qsizetype>> closedHoles(const Area& area, const std::vector<uchar>& marks,
+    const std::vector<float>& claims, const std::vector<uchar>& moved, const std::vector<uchar>& selection);
+
+// Puts into the object every hole that @p costs do not explain as
+// background by PXRefinedCutOptions::holeEvidence a pixel.
+void fillHoles(const Area& area, const std::vector<std::vector<qsizetype>>& holes, const DataCosts& costs,
+    const PXRefinedCutOptions& options, std::vector<uchar>& selection);
+
+// Clears in @p movable every pixel more than @p radius (city-block) from a
+// non-zero pixel of @p seeds.
+void keepNear(const Area& area, const std::vector<uchar>& seeds, int radius, std::vector<uchar>& movable);
+
+// After the block cut of a stroke that started from @p start: settles the
+// blocks, keeps the start beyond twice the marks' reach (plus the band) from
+// the stroke's own marks, the marks applied. Returns the pixels the stroke
+// moves or claims for the other side, and its marks: where the pixel cut and
+// the holes are to be looked at again.
+std::vector<uchar> confineToStroke(const Area& area, const Blocks& blocks, const std::vector<uchar>& start,
+    const std::vector<uchar>& marks, const std::vector<float>& claims, const PXRefinedCutOptions& options,
+    std::vector<uchar>& selection);
 
 } // namespace PXRefinedCutSteps

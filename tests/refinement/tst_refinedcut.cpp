@@ -257,14 +257,23 @@ void TestRefinedCut::strokeResolvesToTheEdge()
     QPainterPath legLasso;
     legLasso.addRect(QRectF(leg).adjusted(-6, -6, 6, 6));
     const QPainterPath lassoWithLeg = lasso(6).united(legLasso);
+    // A notch at the disc's top, beyond the stroke's reach, stays as it was:
+    // a stroke changes the cut near its marks only.
+    const QRect notch(70, 28, 20, 14);
     QImage discOnly(photo.size(), QImage::Format_Grayscale8);
     for (int y = 0; y < photo.height(); ++y)
         for (int x = 0; x < photo.width(); ++x)
-            discOnly.scanLine(y)[x] = std::hypot(x + 0.5 - myCentre.x(), y + 0.5 - myCentre.y()) < myRadius ? 255 : 0;
+            discOnly.scanLine(y)[x] = std::hypot(x + 0.5 - myCentre.x(), y + 0.5 - myCentre.y()) < myRadius
+                    && !notch.contains(x, y)
+                ? 255
+                : 0;
     PXRefinedCut cut;
     cut.setPhoto(photo);
     cut.setLasso(lassoWithLeg);
     cut.setStartSelection(discOnly);
+    PXRefinedCutOptions options;
+    options.strokeReach = 16;
+    cut.setOptions(options);
     const QImage unmarked = cut.run();
     QVERIFY(!selected(unmarked, 80, 105));
 
@@ -284,6 +293,9 @@ void TestRefinedCut::strokeResolvesToTheEdge()
     }
     QVERIFY(!selected(marked, 80, leg.bottom() + 3));
     QVERIFY(selected(marked, 80, 60));
+    for (int y = notch.top(); y <= notch.bottom(); ++y)
+        for (int x = notch.left(); x <= notch.right(); ++x)
+            QVERIFY(!selected(marked, x, y));
 }
 
 void TestRefinedCut::controllerRefinesUndoesAndKeepsStrokes()
