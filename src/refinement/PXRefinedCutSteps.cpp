@@ -46,33 +46,34 @@ double squaredColourDistance(quint32 first, quint32 second)
     return sum;
 }
 
-// City-block distance to the nearest zero of @p distance, capped at the
-// values it holds (the cap + 1 elsewhere). Two chamfer passes; in each row the
-// term from the neighbouring row comes first, as it does not depend on the
-// row's own updates. No value exceeds the cap: each is a minimum with what
-// was there.
-void chamfer(const Area& area, std::vector<uchar>& distance)
+// City-block distance to the nearest zero of @p distance within @p window,
+// capped at the values it holds (the cap + 1 elsewhere). Two chamfer passes;
+// in each row the term from the neighbouring row comes first, as it does not
+// depend on the row's own updates. No value exceeds the cap: each is a
+// minimum with what was there.
+void chamfer(const Area& area, const QRect& window, std::vector<uchar>& distance)
 {
     const int w = area.width;
-    const int h = area.height;
-    for (int y = 0; y < h; ++y) {
+    const int left = window.left();
+    const int right = window.right();
+    for (int y = window.top(); y <= window.bottom(); ++y) {
         uchar* out = distance.data() + qsizetype(y) * w;
-        if (y > 0) {
+        if (y > window.top()) {
             const uchar* above = out - w;
-            for (int x = 0; x < w; ++x)
+            for (int x = left; x <= right; ++x)
                 out[x] = std::min<uchar>(out[x], uchar(above[x] + 1));
         }
-        for (int x = 1; x < w; ++x)
+        for (int x = left + 1; x <= right; ++x)
             out[x] = std::min<uchar>(out[x], uchar(out[x - 1] + 1));
     }
-    for (int y = h - 1; y >= 0; --y) {
+    for (int y = window.bottom(); y >= window.top(); --y) {
         uchar* out = distance.data() + qsizetype(y) * w;
-        if (y + 1 < h) {
+        if (y < window.bottom()) {
             const uchar* below = out + w;
-            for (int x = 0; x < w; ++x)
+            for (int x = left; x <= right; ++x)
                 out[x] = std::min<uchar>(out[x], uchar(below[x] + 1));
         }
-        for (int x = w - 2; x >= 0; --x)
+        for (int x = right - 1; x >= left; --x)
             out[x] = std::min<uchar>(out[x], uchar(out[x + 1] + 1));
     }
 }
@@ -98,7 +99,7 @@ std::vector<uchar> distanceToOutline(const Area& area, const std::vector<uchar>&
                 out[x] = 0;
         }
     }
-    chamfer(area, distance);
+    chamfer(area, QRect(0, 0, area.width, area.height), distance);
     return distance;
 }
 
@@ -561,35 +562,40 @@ std::vector<std::vector<qsizetype>> PXRefinedCutSteps::closedHoles(const Area& a
     const std::vector<uchar>& selection)
 {
     const int w = area.width;
-    std::vector<uchar> seen(area.size(), 0);
+    enum Seen : uchar { Unseen, Walked, Open };
+    std::vector<uchar> seen(area.size(), Unseen);
     std::vector<std::vector<qsizetype>> holes;
     std::vector<qsizetype> hole;
     for (qsizetype start = 0; start < area.size(); ++start) {
-        if (seen[start] || selection[start] || !area.inside[start])
+        if (seen[start] != Unseen || selection[start] || !area.inside[start] || (!moved.empty() && !moved[start]))
             continue;
         hole.clear();
         hole.push_back(start);
-        seen[start] = 1;
+        seen[start] = Walked;
         bool open = false;
-        bool touched = moved.empty();
-        for (std::size_t next = 0; next < hole.size(); ++next) {
+        // A walk stops where it finds the piece open: the piece's pixels
+        // walked so far say so to later walks that reach them.
+        for (std::size_t next = 0; next < hole.size() && !open; ++next) {
             const qsizetype i = hole[next];
             const int x = int(i % w), y = int(i / w);
-            open = open || marks[i] == PXRefinedCut::BackgroundMark || (!claims.empty() && claims[i] < 0.0f);
-            touched = touched || moved[i];
+            open = marks[i] == PXRefinedCut::BackgroundMark || (!claims.empty() && claims[i] < 0.0f);
             const qsizetype neighbours[4] = {x > 0 ? i - 1 : -1, x + 1 < w ? i + 1 : -1, y > 0 ? i - w : -1,
                 y + 1 < area.height ? i + w : -1};
             for (const qsizetype j : neighbours) {
-                if (j < 0 || !area.inside[j]) {
+                if (j < 0 || !area.inside[j] || seen[j] == Open) {
                     open = true;
-                } else if (!selection[j] && !seen[j]) {
-                    seen[j] = 1;
+                } else if (!selection[j] && seen[j] == Unseen) {
+                    seen[j] = Walked;
                     hole.push_back(j);
                 }
             }
         }
-        if (!open && touched)
+        if (open) {
+            for (const qsizetype i : hole)
+                seen[i] = Open;
+        } else {
             holes.push_back(hole);
+        }
     }
     return holes;
 }
@@ -644,11 +650,23 @@ void PXRefinedCutSteps::keepNear(const Area& area, const std::vector<uchar>& see
 {
     const int limit = std::clamp(radius, 0, 254);
     std::vector<uchar> distance(area.size(), uchar(limit + 1));
-    for (qsizetype i = 0; i < area.size(); ++i) {
-        if (seeds[i])
-            distance[i] = 0;
+    int left = area.width, top = area.height, right = -1, bottom = -1;
+    for (int y = 0; y < area.height; ++y) {
+        for (int x = 0; x < area.width; ++x) {
+            if (seeds[qsizetype(y) * area.width + x]) {
+                distance[qsizetype(y) * area.width + x] = 0;
+                left = std::min(left, x), right = std::max(right, x);
+                top = std::min(top, y), bottom = std::max(bottom, y);
+            }
+        }
     }
-    chamfer(area, distance);
+    // Only the seeds' neighbourhood can come within reach.
+    if (right >= 0) {
+        const QRect window = QRect(QPoint(left, top), QPoint(right, bottom))
+                                 .adjusted(-limit, -limit, limit, limit)
+                                 .intersected(QRect(0, 0, area.width, area.height));
+        chamfer(area, window, distance);
+    }
     for (qsizetype i = 0; i < area.size(); ++i)
         movable[i] = movable[i] && distance[i] <= limit;
 }

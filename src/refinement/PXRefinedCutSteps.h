@@ -110,7 +110,7 @@ void cutPixels(const Area& area, const DataCosts& costs, const std::vector<float
 // The holes of @p selection: background pixels of the lasso, by 4-connected
 // pieces, that reach neither its line nor the area's border and hold no
 // background mark or claim; with @p moved given, only those holding a pixel
-// it sets.
+// it sets, and the walk starts from those only.
 std::vector<std::vector<qsizetype>> closedHoles(const Area& area, const std::vector<uchar>& marks,
     const std::vector<float>& claims, const std::vector<uchar>& moved, const std::vector<uchar>& selection);
 
