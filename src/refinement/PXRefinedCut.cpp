@@ -208,10 +208,13 @@ QImage PXRefinedCut::run() const
     Solution solution;
     std::vector<uchar> start;
     std::vector<uchar> moved;
+    QRect window(0, 0, area.width, area.height);
     if (!m_startSelection.isNull()) {
         start = readSelection(area, m_startSelection);
         solution = follow(start, true, false);
-        moved = confineToStroke(area, prepared->blocks, start, marks, claims, m_options, solution.object);
+        StrokeScope scope = confineToStroke(area, prepared->blocks, start, marks, claims, m_options, solution.object);
+        moved = std::move(scope.moved);
+        window = scope.window;
     } else {
         solution = follow(selectionOfLabels(area, m_objectLabels), false, false);
         // Should the superpixel cut have lost the object, its models explain
@@ -227,11 +230,11 @@ QImage PXRefinedCut::run() const
         return QImage();
 
     std::vector<uchar> movable =
-        pixelsToRecut(area, prepared->blocks, solution.costs, marks, claims, solution.object, m_options);
+        pixelsToRecut(area, prepared->blocks, solution.costs, marks, claims, solution.object, m_options, window);
     // After a stroke only what it moved is cut again pixel by pixel; elsewhere
     // the last solve's outline stands.
     if (!moved.empty())
-        keepNear(area, moved, m_options.bandRadius, movable);
+        keepNear(area, moved, m_options.bandRadius, window, movable);
     progress();
     if (cancelled())
         return QImage();

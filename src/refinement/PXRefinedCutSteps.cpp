@@ -78,20 +78,22 @@ void chamfer(const Area& area, const QRect& window, std::vector<uchar>& distance
     }
 }
 
-// City-block distance to the outline of the selection, capped at limit + 1.
-std::vector<uchar> distanceToOutline(const Area& area, const std::vector<uchar>& selection, int limit)
+// City-block distance to the outline of the selection within @p window,
+// capped at limit + 1 (as everywhere outside it).
+std::vector<uchar> distanceToOutline(
+    const Area& area, const std::vector<uchar>& selection, int limit, const QRect& window)
 {
     const int w = area.width;
     const int h = area.height;
     std::vector<uchar> distance(area.size(), uchar(limit + 1));
     // Outline pixels: a 4-neighbour lies on the other side. Beyond the border
     // a pixel's own side stands in for the missing neighbour.
-    for (int y = 0; y < h; ++y) {
+    for (int y = window.top(); y <= window.bottom(); ++y) {
         const uchar* row = selection.data() + qsizetype(y) * w;
         const uchar* above = y > 0 ? row - w : row;
         const uchar* below = y + 1 < h ? row + w : row;
         uchar* out = distance.data() + qsizetype(y) * w;
-        for (int x = 0; x < w; ++x) {
+        for (int x = window.left(); x <= window.right(); ++x) {
             const uchar side = row[x];
             const uchar left = x > 0 ? row[x - 1] : side;
             const uchar right = x + 1 < w ? row[x + 1] : side;
@@ -99,7 +101,7 @@ std::vector<uchar> distanceToOutline(const Area& area, const std::vector<uchar>&
                 out[x] = 0;
         }
     }
-    chamfer(area, QRect(0, 0, area.width, area.height), distance);
+    chamfer(area, window, distance);
     return distance;
 }
 
@@ -429,31 +431,39 @@ std::vector<float> PXRefinedCutSteps::claimsOfMarks(
 
 std::vector<uchar> PXRefinedCutSteps::pixelsToRecut(const Area& area, const Blocks& blocks, const DataCosts& costs,
     const std::vector<uchar>& marks, const std::vector<float>& claims, const std::vector<uchar>& selection,
-    const PXRefinedCutOptions& options)
+    const PXRefinedCutOptions& options, const QRect& window)
 {
     // Distances are bytes.
     const int bandRadius = std::clamp(options.bandRadius, 0, 254);
-    std::vector<uchar> movable = distanceToOutline(area, selection, bandRadius);
+    std::vector<uchar> distance = distanceToOutline(area, selection, bandRadius, window);
     // Per block, the pixels whose colour clearly prefers the other side.
     std::vector<int> disagreeing(blocks.count, 0);
     std::vector<int> pixels(blocks.count, 0);
-    for (qsizetype i = 0; i < area.size(); ++i) {
+    const auto eachPixel = [&](const auto& visit) {
+        for (int y = window.top(); y <= window.bottom(); ++y) {
+            const qsizetype row = qsizetype(y) * area.width;
+            for (qsizetype i = row + window.left(); i <= row + window.right(); ++i)
+                visit(i);
+        }
+    };
+    eachPixel([&](qsizetype i) {
         const int node = blocks.node[i];
         if (node < 0)
-            continue;
+            return;
         const int bin = area.bin[i];
         const float preference = costs.background[bin] - costs.object[bin]; // > 0: object
         ++pixels[node];
         disagreeing[node] += selection[i] ? preference < -myClearPreference : preference > myClearPreference;
-    }
+    });
     const double share = options.recutShare;
-    for (qsizetype i = 0; i < area.size(); ++i) {
+    std::vector<uchar> movable(area.size(), 0);
+    eachPixel([&](qsizetype i) {
         const int node = blocks.node[i];
         const bool straddles = node >= 0 && disagreeing[node] > 0 && disagreeing[node] >= share * pixels[node];
         const bool claimed = !claims.empty() && claims[i] != 0.0f;
         movable[i] = area.inside[i] && marks[i] == PXRefinedCut::NoMark
-            && (movable[i] <= bandRadius || straddles || claimed);
-    }
+            && (distance[i] <= bandRadius || straddles || claimed);
+    });
     return movable;
 }
 
@@ -616,43 +626,55 @@ void PXRefinedCutSteps::fillHoles(const Area& area, const std::vector<std::vecto
 
 namespace {
 
-// Every block that stayed on the side most of its pixels had in @p start,
-// or that the outline ran through, gives its pixels back their sides in
-// @p start: an outline the pixel cut found stays where nothing moved.
-void settleBlocks(
-    const Area& area, const Blocks& blocks, const std::vector<uchar>& start, std::vector<uchar>& selection)
+// Calls @p visit with the index of every pixel of @p window.
+template <typename Visit>
+void eachPixelOf(const Area& area, const QRect& window, Visit visit)
+{
+    for (int y = window.top(); y <= window.bottom(); ++y) {
+        const qsizetype row = qsizetype(y) * area.width;
+        for (qsizetype i = row + window.left(); i <= row + window.right(); ++i)
+            visit(i);
+    }
+}
+
+// Every block of @p window that stayed on the side most of its pixels had in
+// @p start, or that the outline ran through, gives its pixels back their
+// sides in @p start: an outline the pixel cut found stays where nothing
+// moved. Blocks are counted by their pixels in the window.
+void settleBlocks(const Area& area, const Blocks& blocks, const QRect& window, const std::vector<uchar>& start,
+    std::vector<uchar>& selection)
 {
     // Per block: pixels, and those the start had in the object.
     std::vector<int> pixels(blocks.count, 0);
     std::vector<int> object(blocks.count, 0);
-    for (qsizetype i = 0; i < area.size(); ++i) {
+    eachPixelOf(area, window, [&](qsizetype i) {
         const int node = blocks.node[i];
         if (node < 0)
-            continue;
+            return;
         ++pixels[node];
         object[node] += start[i] != 0;
-    }
-    for (qsizetype i = 0; i < area.size(); ++i) {
+    });
+    eachPixelOf(area, window, [&](qsizetype i) {
         const int node = blocks.node[i];
         if (node < 0)
-            continue;
+            return;
         // A block the outline ran through is the pixel cut's to decide.
         const bool mixed = 4 * object[node] > pixels[node] && 4 * object[node] < 3 * pixels[node];
         if (mixed || bool(selection[i]) == (2 * object[node] >= pixels[node]))
             selection[i] = start[i];
-    }
+    });
 }
 
 } // namespace
 
-void PXRefinedCutSteps::keepNear(const Area& area, const std::vector<uchar>& seeds, int radius,
+void PXRefinedCutSteps::keepNear(const Area& area, const std::vector<uchar>& seeds, int radius, const QRect& window,
     std::vector<uchar>& movable)
 {
     const int limit = std::clamp(radius, 0, 254);
     std::vector<uchar> distance(area.size(), uchar(limit + 1));
     int left = area.width, top = area.height, right = -1, bottom = -1;
-    for (int y = 0; y < area.height; ++y) {
-        for (int x = 0; x < area.width; ++x) {
+    for (int y = window.top(); y <= window.bottom(); ++y) {
+        for (int x = window.left(); x <= window.right(); ++x) {
             if (seeds[qsizetype(y) * area.width + x]) {
                 distance[qsizetype(y) * area.width + x] = 0;
                 left = std::min(left, x), right = std::max(right, x);
@@ -662,38 +684,70 @@ void PXRefinedCutSteps::keepNear(const Area& area, const std::vector<uchar>& see
     }
     // Only the seeds' neighbourhood can come within reach.
     if (right >= 0) {
-        const QRect window = QRect(QPoint(left, top), QPoint(right, bottom))
-                                 .adjusted(-limit, -limit, limit, limit)
-                                 .intersected(QRect(0, 0, area.width, area.height));
-        chamfer(area, window, distance);
+        const QRect reach =
+            QRect(QPoint(left, top), QPoint(right, bottom)).adjusted(-limit, -limit, limit, limit).intersected(window);
+        chamfer(area, reach, distance);
     }
-    for (qsizetype i = 0; i < area.size(); ++i)
-        movable[i] = movable[i] && distance[i] <= limit;
+    eachPixelOf(area, window, [&](qsizetype i) { movable[i] = movable[i] && distance[i] <= limit; });
 }
 
-std::vector<uchar> PXRefinedCutSteps::confineToStroke(const Area& area, const Blocks& blocks,
+PXRefinedCutSteps::StrokeScope PXRefinedCutSteps::confineToStroke(const Area& area, const Blocks& blocks,
     const std::vector<uchar>& start, const std::vector<uchar>& marks, const std::vector<float>& claims,
     const PXRefinedCutOptions& options, std::vector<uchar>& selection)
 {
-    settleBlocks(area, blocks, start, selection);
+    StrokeScope scope;
+    scope.moved.assign(area.size(), 0);
     // Marks hold their pixels, so the last solve obeyed every older mark:
     // the stroke's own are those on the other side of the start.
-    std::vector<uchar> fresh(area.size());
-    for (qsizetype i = 0; i < area.size(); ++i)
-        fresh[i] = start[i] ? marks[i] == PXRefinedCut::BackgroundMark : marks[i] == PXRefinedCut::ObjectMark && area.inside[i];
+    std::vector<uchar> fresh(area.size(), 0);
+    int left = area.width, top = area.height, right = -1, bottom = -1;
+    for (int y = 0; y < area.height; ++y) {
+        for (int x = 0; x < area.width; ++x) {
+            const qsizetype i = qsizetype(y) * area.width + x;
+            fresh[i] = start[i] ? marks[i] == PXRefinedCut::BackgroundMark
+                                : marks[i] == PXRefinedCut::ObjectMark && area.inside[i];
+            if (fresh[i]) {
+                left = std::min(left, x), right = std::max(right, x);
+                top = std::min(top, y), bottom = std::max(bottom, y);
+            }
+        }
+    }
+    const int reach = std::clamp(2 * options.strokeReach + options.bandRadius, 0, 254);
+    const QRect all(0, 0, area.width, area.height);
+    // The window of what may change, with a margin of a block and the band:
+    // blocks its edge cuts, and outline distances it cannot see, lie beyond
+    // the focus and beyond the band round it.
+    const int margin = std::max(1, options.blockSize) + std::max(0, options.bandRadius) + 1;
+    if (right >= 0) {
+        scope.window = QRect(QPoint(left, top), QPoint(right, bottom))
+                           .adjusted(-reach - margin, -reach - margin, reach + margin, reach + margin)
+                           .intersected(all);
+    }
+    // Beyond the window the start stands as it was.
+    for (int y = 0; y < area.height; ++y) {
+        const qsizetype row = qsizetype(y) * area.width;
+        const bool inRows = y >= scope.window.top() && y <= scope.window.bottom();
+        for (int x = 0; x < area.width; ++x) {
+            if (!inRows || x < scope.window.left() || x > scope.window.right())
+                selection[row + x] = start[row + x];
+        }
+    }
+    if (scope.window.isEmpty())
+        return scope;
+    settleBlocks(area, blocks, scope.window, start, selection);
     std::vector<uchar> focus(area.size(), 1);
-    keepNear(area, fresh, 2 * options.strokeReach + options.bandRadius, focus);
-    for (qsizetype i = 0; i < area.size(); ++i) {
+    keepNear(area, fresh, reach, scope.window, focus);
+    eachPixelOf(area, scope.window, [&](qsizetype i) {
         if (!focus[i])
             selection[i] = start[i];
-    }
-    applyMarks(area, marks, selection);
-    std::vector<uchar> moved(area.size());
-    for (qsizetype i = 0; i < area.size(); ++i) {
+        else if (marks[i] == PXRefinedCut::ObjectMark && area.inside[i])
+            selection[i] = 1;
+        else if (marks[i] == PXRefinedCut::BackgroundMark)
+            selection[i] = 0;
         const bool claimsOther = !claims.empty() && (start[i] ? claims[i] < 0.0f : claims[i] > 0.0f);
-        moved[i] = focus[i] && (selection[i] != start[i] || claimsOther || fresh[i]);
-    }
-    return moved;
+        scope.moved[i] = focus[i] && (selection[i] != start[i] || claimsOther || fresh[i]);
+    });
+    return scope;
 }
 
 std::vector<int> PXRefinedCutSteps::readArea(

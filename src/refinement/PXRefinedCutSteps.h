@@ -94,13 +94,13 @@ std::vector<float> claimsOfMarks(const Area& area, const std::vector<uchar>& mar
 bool cutBlocks(const Area& area, const Blocks& blocks, const DataCosts& costs, const std::vector<uchar>& marks,
     const std::vector<float>& claims, double smoothing, std::vector<uchar>& selection);
 
-// The pixels the pixel cut may move: those near the outline, those a mark
-// reaches, and every pixel of a block whose own colours disagree with the
-// side the block took (a region that straddles an edge the blocks could not
-// follow). Marked pixels never move.
+// The pixels of @p window the pixel cut may move: those near the outline,
+// those a mark reaches, and every pixel of a block whose own colours disagree
+// with the side the block took (a region that straddles an edge the blocks
+// could not follow). Marked pixels never move; none outside the window does.
 std::vector<uchar> pixelsToRecut(const Area& area, const Blocks& blocks, const DataCosts& costs,
     const std::vector<uchar>& marks, const std::vector<float>& claims, const std::vector<uchar>& selection,
-    const PXRefinedCutOptions& options);
+    const PXRefinedCutOptions& options, const QRect& window);
 
 // A minimum cut over the pixels of @p movable, with colour contrast as the
 // cost of separating neighbours; the other pixels hold their side.
@@ -119,16 +119,23 @@ std::vector<std::vector<qsizetype>> closedHoles(const Area& area, const std::vec
 void fillHoles(const Area& area, const std::vector<std::vector<qsizetype>>& holes, const DataCosts& costs,
     const PXRefinedCutOptions& options, std::vector<uchar>& selection);
 
-// Clears in @p movable every pixel more than @p radius (city-block) from a
-// non-zero pixel of @p seeds.
-void keepNear(const Area& area, const std::vector<uchar>& seeds, int radius, std::vector<uchar>& movable);
+// Clears in @p movable every pixel of @p window more than @p radius
+// (city-block, up to 254) from a non-zero pixel of @p seeds in it.
+void keepNear(const Area& area, const std::vector<uchar>& seeds, int radius, const QRect& window,
+    std::vector<uchar>& movable);
 
-// After the block cut of a stroke that started from @p start: settles the
-// blocks, keeps the start beyond twice the marks' reach (plus the band) from
-// the stroke's own marks, the marks applied. Returns the pixels the stroke
-// moves or claims for the other side, and its marks: where the pixel cut and
-// the holes are to be looked at again.
-std::vector<uchar> confineToStroke(const Area& area, const Blocks& blocks, const std::vector<uchar>& start,
+// What a stroke may change, and where it changed something.
+struct StrokeScope {
+    QRect window; // empty when the stroke has no marks of its own
+    std::vector<uchar> moved; // per pixel of the area
+};
+
+// After the block cut of a stroke that started from @p start: keeps the
+// start beyond twice the marks' reach (and the band) from the stroke's own
+// marks, settles the blocks, applies the marks. Returns the window that may
+// change and the pixels the stroke moves, marks or claims for the other
+// side: where the pixel cut and the holes are to be looked at again.
+StrokeScope confineToStroke(const Area& area, const Blocks& blocks, const std::vector<uchar>& start,
     const std::vector<uchar>& marks, const std::vector<float>& claims, const PXRefinedCutOptions& options,
     std::vector<uchar>& selection);
 
