@@ -246,8 +246,7 @@ QImage PXRefinedCut::run() const
     // a part of the object the first guess left out has taught the inside's
     // background model its colours.
     const std::vector<std::vector<qsizetype>> holes = closedHoles(area, marks, claims, moved, solution.object);
-    solution.costs.background = prepared->outsideBackground;
-    fillHoles(area, holes, solution.costs, m_options, solution.object);
+    fillHoles(area, holes, solution.costs.object, prepared->outsideBackground, m_options, solution.object);
     progress();
     if (cancelled())
         return QImage();

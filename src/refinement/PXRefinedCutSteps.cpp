@@ -611,12 +611,13 @@ std::vector<std::vector<qsizetype>> PXRefinedCutSteps::closedHoles(const Area& a
 }
 
 void PXRefinedCutSteps::fillHoles(const Area& area, const std::vector<std::vector<qsizetype>>& holes,
-    const DataCosts& costs, const PXRefinedCutOptions& options, std::vector<uchar>& selection)
+    const std::vector<float>& objectCosts, const std::vector<float>& backgroundCosts,
+    const PXRefinedCutOptions& options, std::vector<uchar>& selection)
 {
     for (const std::vector<qsizetype>& hole : holes) {
         double preference = 0.0; // nats, > 0: the object explains the hole better
         for (const qsizetype i : hole)
-            preference += double(costs.background[area.bin[i]]) - costs.object[area.bin[i]];
+            preference += double(backgroundCosts[area.bin[i]]) - objectCosts[area.bin[i]];
         if (preference > -options.holeEvidence * double(hole.size())) {
             for (const qsizetype i : hole)
                 selection[i] = 1;

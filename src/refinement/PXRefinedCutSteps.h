@@ -114,9 +114,11 @@ void cutPixels(const Area& area, const DataCosts& costs, const std::vector<float
 std::vector<std::vector<qsizetype>> closedHoles(const Area& area, const std::vector<uchar>& marks,
     const std::vector<float>& claims, const std::vector<uchar>& moved, const std::vector<uchar>& selection);
 
-// Puts into the object every hole that @p costs do not explain as
-// background by PXRefinedCutOptions::holeEvidence a pixel.
-void fillHoles(const Area& area, const std::vector<std::vector<qsizetype>>& holes, const DataCosts& costs,
+// Puts into the object every hole that @p backgroundCosts do not explain
+// better than @p objectCosts by PXRefinedCutOptions::holeEvidence a pixel
+// (costs per used colour bin).
+void fillHoles(const Area& area, const std::vector<std::vector<qsizetype>>& holes,
+    const std::vector<float>& objectCosts, const std::vector<float>& backgroundCosts,
     const PXRefinedCutOptions& options, std::vector<uchar>& selection);
 
 // Clears in @p movable every pixel of @p window more than @p radius
