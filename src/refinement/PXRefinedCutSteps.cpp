@@ -46,6 +46,17 @@ double squaredColourDistance(quint32 first, quint32 second)
     return sum;
 }
 
+// Calls @p visit with the index of every pixel of @p window.
+template <typename Visit>
+void eachPixelOf(const Area& area, const QRect& window, Visit visit)
+{
+    for (int y = window.top(); y <= window.bottom(); ++y) {
+        const qsizetype row = qsizetype(y) * area.width;
+        for (qsizetype i = row + window.left(); i <= row + window.right(); ++i)
+            visit(i);
+    }
+}
+
 // City-block distance to the nearest zero of @p distance within @p window,
 // capped at the values it holds (the cap + 1 elsewhere). Two chamfer passes;
 // in each row the term from the neighbouring row comes first, as it does not
@@ -439,14 +450,7 @@ std::vector<uchar> PXRefinedCutSteps::pixelsToRecut(const Area& area, const Bloc
     // Per block, the pixels whose colour clearly prefers the other side.
     std::vector<int> disagreeing(blocks.count, 0);
     std::vector<int> pixels(blocks.count, 0);
-    const auto eachPixel = [&](const auto& visit) {
-        for (int y = window.top(); y <= window.bottom(); ++y) {
-            const qsizetype row = qsizetype(y) * area.width;
-            for (qsizetype i = row + window.left(); i <= row + window.right(); ++i)
-                visit(i);
-        }
-    };
-    eachPixel([&](qsizetype i) {
+    eachPixelOf(area, window, [&](qsizetype i) {
         const int node = blocks.node[i];
         if (node < 0)
             return;
@@ -457,7 +461,7 @@ std::vector<uchar> PXRefinedCutSteps::pixelsToRecut(const Area& area, const Bloc
     });
     const double share = options.recutShare;
     std::vector<uchar> movable(area.size(), 0);
-    eachPixel([&](qsizetype i) {
+    eachPixelOf(area, window, [&](qsizetype i) {
         const int node = blocks.node[i];
         const bool straddles = node >= 0 && disagreeing[node] > 0 && disagreeing[node] >= share * pixels[node];
         const bool claimed = !claims.empty() && claims[i] != 0.0f;
@@ -626,17 +630,6 @@ void PXRefinedCutSteps::fillHoles(const Area& area, const std::vector<std::vecto
 }
 
 namespace {
-
-// Calls @p visit with the index of every pixel of @p window.
-template <typename Visit>
-void eachPixelOf(const Area& area, const QRect& window, Visit visit)
-{
-    for (int y = window.top(); y <= window.bottom(); ++y) {
-        const qsizetype row = qsizetype(y) * area.width;
-        for (qsizetype i = row + window.left(); i <= row + window.right(); ++i)
-            visit(i);
-    }
-}
 
 // Every block of @p window that stayed on the side most of its pixels had in
 // @p start, or that the outline ran through, gives its pixels back their
