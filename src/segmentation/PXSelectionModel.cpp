@@ -597,7 +597,8 @@ PXRefinedCut PXSelectionModel::strokeCut() const
     // the same.
     PXRefinedCut cut = m_keptCut && m_keptCutLabels == m_labels.cacheKey() ? *m_keptCut : refinedCut();
     cut.setMarks(m_marks);
-    cut.setStartSelection(maskSelection());
+    const bool maskUnchanged = !m_refinedSelection.isNull() && m_refinedSelectionMask == m_mask.cacheKey();
+    cut.setStartSelection(maskUnchanged ? m_refinedSelection : maskSelection());
     return cut;
 }
 
@@ -688,4 +689,8 @@ void PXSelectionModel::applyRefinedSelection(const QImage& selection, const QIma
         else
             m_background.insert(int(label));
     }
+    // Every write to the mask changes its cacheKey(), so the key read after
+    // the last one tells whether the mask still shows this selection.
+    m_refinedSelection = selection;
+    m_refinedSelectionMask = m_mask.cacheKey();
 }

@@ -227,4 +227,9 @@ private:
     // The last refined cut and the cacheKey() of the labels it ran on.
     std::shared_ptr<const PXRefinedCut> m_keptCut;
     qint64 m_keptCutLabels = 0;
+    // The last refined selection and the cacheKey() of the mask it made:
+    // while the mask is unchanged, a stroke starts from it instead of
+    // reading the whole mask back.
+    QImage m_refinedSelection;
+    qint64 m_refinedSelectionMask = 0;
 };
