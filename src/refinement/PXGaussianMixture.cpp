@@ -7,9 +7,6 @@
 
 namespace {
 
-// Added to every variance: a flat-coloured patch would otherwise give a
-// density so peaked that one grey level more means "certainly the other side".
-constexpr double myVarianceFloor = 4.0;
 constexpr double myEmptyLogDensity = -50.0;
 constexpr double myNegligibleLog = -40.0;
 constexpr int myReassignRounds = 2;
@@ -46,7 +43,7 @@ struct Sums {
             products[k] -= other.products[k];
     }
 
-    void meanAndCovariance(double mean[3], double covariance[9]) const
+    void meanAndCovariance(double mean[3], double covariance[9], double varianceFloor) const
     {
         const double n = double(count);
         for (int i = 0; i < 3; ++i)
@@ -60,7 +57,7 @@ struct Sums {
             }
         }
         for (int i = 0; i < 3; ++i)
-            covariance[i * 4] += myVarianceFloor;
+            covariance[i * 4] += varianceFloor;
     }
 };
 
@@ -90,7 +87,7 @@ double principalAxis(const double covariance[9], double axis[3])
 
 // Kept in one piece: every split reads and updates the same running sums and
 // cluster indices.
-void PXGaussianMixture::learn(const QList<quint32>& colours, int components)
+void PXGaussianMixture::learn(const QList<quint32>& colours, int components, double varianceFloor)
 {
     const int wanted = std::clamp(components, 1, maximalComponents);
     m_components.clear();
@@ -115,7 +112,7 @@ void PXGaussianMixture::learn(const QList<quint32>& colours, int components)
             if (!splittable[c] || sums[c].count < 2)
                 continue;
             double m[3], covariance[9], a[3];
-            sums[c].meanAndCovariance(m, covariance);
+            sums[c].meanAndCovariance(m, covariance, varianceFloor);
             const double value = principalAxis(covariance, a);
             if (widest < 0 || value > widestValue) {
                 widest = c;
@@ -158,7 +155,7 @@ void PXGaussianMixture::learn(const QList<quint32>& colours, int components)
                 continue;
             Component component;
             double covariance[9];
-            s.meanAndCovariance(component.mean.data(), covariance);
+            s.meanAndCovariance(component.mean.data(), covariance, varianceFloor);
             const double* a = covariance;
             const double c00 = a[4] * a[8] - a[5] * a[7];
             const double c01 = a[5] * a[6] - a[3] * a[8];

@@ -26,8 +26,10 @@ public:
     /**
      * Fits a mixture of @p components Gaussians (clamped to 1 ..
      * maximalComponents) to @p colours; an empty list leaves it empty.
+     * @p varianceFloor is added to every variance (see
+     * PXRefinedCutOptions::varianceFloor).
      */
-    void learn(const QList<quint32>& colours, int components);
+    void learn(const QList<quint32>& colours, int components, double varianceFloor);
     bool isEmpty() const { return m_components.isEmpty(); }
     /** log p(r, g, b); a very small value for an empty mixture. */
     double logDensity(double red, double green, double blue) const;

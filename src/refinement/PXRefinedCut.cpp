@@ -13,7 +13,7 @@ using namespace PXRefinedCutSteps;
 struct PXRefinedCut::Prepared {
     QSize photoSize;
     Area area; // empty when the lasso misses the photo
-    std::vector<int> usedBins;
+    std::vector<int> usedColours;
     Blocks blocks;
     // Background costs learnt from the band outside the lasso alone.
     std::vector<float> outsideBackground;
@@ -53,8 +53,8 @@ double smoothingFor(const Area& area, const DataCosts& costs, const PXRefinedCut
     for (qsizetype i = 0; i < area.size(); ++i) {
         if (!area.inside[i])
             continue;
-        const int bin = area.bin[i];
-        evidence += std::min(std::abs(double(costs.background[bin]) - costs.object[bin]), myEvidenceCap);
+        const int colour = area.colourIndex[i];
+        evidence += std::min(std::abs(double(costs.background[colour]) - costs.object[colour]), myEvidenceCap);
         ++inside;
     }
     if (inside == 0 || options.clearEvidence <= 0.0)
@@ -81,13 +81,13 @@ std::shared_ptr<const PXRefinedCut::Prepared> PXRefinedCut::makePrepared() const
     }
     area.width = area.rect.width();
     area.height = area.rect.height();
-    prepared->usedBins = readArea(area, photo, m_lasso, m_labels);
+    prepared->usedColours = readArea(area, photo, m_lasso, m_labels);
     sobelOfArea(area, photo);
     prepared->blocks = makeBlocks(area, m_options);
     std::vector<uchar> outside(area.size());
     for (qsizetype i = 0; i < area.size(); ++i)
         outside[i] = area.inside[i] ? unusedSide : 0;
-    prepared->outsideBackground = learnCosts(area, outside, prepared->usedBins, m_options).background;
+    prepared->outsideBackground = learnCosts(area, outside, prepared->usedColours, m_options).background;
     return prepared;
 }
 
@@ -190,12 +190,12 @@ QImage PXRefinedCut::run() const
     const auto follow = [&](std::vector<uchar> object, bool restTeaches, bool lassoAlone) {
         applyMarks(area, marks, object);
         Solution solution;
-        solution.costs = learnCosts(area, teacher(object, restTeaches), prepared->usedBins, m_options);
+        solution.costs = learnCosts(area, teacher(object, restTeaches), prepared->usedColours, m_options);
         // A stroke starts from a solved cut: one round lets its marks speak.
         const int rounds = restTeaches ? 1 : (lassoAlone ? m_options.roundsFromLasso : m_options.rounds);
         for (int round = 0; round < std::max(1, rounds); ++round) {
             if (round > 0)
-                solution.costs = learnCosts(area, teacher(object, true), prepared->usedBins, m_options);
+                solution.costs = learnCosts(area, teacher(object, true), prepared->usedColours, m_options);
             // With the lasso alone the colours of the two sides differ little
             // at first: they part by colour alone, then under less smoothness.
             const double smoothing = lassoAlone && round == 0 ? 0.0 : smoothingFor(area, solution.costs, m_options);

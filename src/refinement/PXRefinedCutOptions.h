@@ -32,6 +32,15 @@ struct PXRefinedCutOptions {
     /** At most this many pixels of each side teach its colour model. */
     int sampleSize = 8000;
     /**
+     * Added to every variance of the colour models. Colours are costed
+     * exactly, and a small floor keeps differences of a grey level or two:
+     * an object in the background's own texture, only a shade lighter, is
+     * told apart by them (a floor of 4 lost such an object's outline to the
+     * texture's stones). Zero would let a flat patch make a density of no
+     * width.
+     */
+    double varianceFloor = 0.01;
+    /**
      * A block is recut pixel by pixel when at least this share of its pixels
      * clearly prefers the other side: a region that straddles an edge.
      */

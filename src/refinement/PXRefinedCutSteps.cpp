@@ -7,6 +7,7 @@
 #include "PXRefinedCut.h"
 
 #include <QPainter>
+#include <QtAlgorithms>
 
 #include <algorithm>
 #include <cmath>
@@ -18,23 +19,16 @@ using PXRefinedCutSteps::unusedSide;
 
 namespace {
 
-constexpr int myColourBits = 6;
-constexpr int myColourBins = 1 << (3 * myColourBits);
+// One bit per 24-bit colour, 64 a word.
+constexpr int myColourWords = (1 << 24) / 64;
 constexpr int mySliceRows = 64;
 constexpr int myNodeChunk = 4096;
-constexpr qsizetype myBinChunk = 512;
+constexpr qsizetype myColourChunk = 512;
 // A pixel whose two colour costs differ by more than this (nats) clearly
 // prefers one side.
 constexpr float myClearPreference = 2.0f;
 // Squared colour distances of neighbours whose band weight is tabulated.
 constexpr int myTabulatedDistances = 4096;
-
-int colourBin(quint32 pixel)
-{
-    constexpr int shift = 8 - myColourBits;
-    return int(((pixel >> (16 + shift)) & 0x3F) << (2 * myColourBits) | ((pixel >> (8 + shift)) & 0x3F) << myColourBits
-        | ((pixel >> shift) & 0x3F));
-}
 
 double squaredColourDistance(quint32 first, quint32 second)
 {
@@ -149,7 +143,7 @@ void PXRefinedCutSteps::sobelOfArea(Area& area, const QImage& photo)
 }
 
 DataCosts PXRefinedCutSteps::learnCosts(const Area& area, const std::vector<uchar>& side,
-    const std::vector<int>& usedBins, const PXRefinedCutOptions& options)
+    const std::vector<int>& usedColours, const PXRefinedCutOptions& options)
 {
     const qsizetype samples = std::max(1, options.sampleSize);
     qsizetype objectCount = 0;
@@ -183,25 +177,23 @@ DataCosts PXRefinedCutSteps::learnCosts(const Area& area, const std::vector<ucha
             --backgroundSkip;
         }
     }
-    PXConcurrent::blockingMap(models, [&](Model& model) { model.mixture.learn(model.colours, options.components); });
+    PXConcurrent::blockingMap(models, [&](Model& model) { model.mixture.learn(model.colours, options.components, options.varianceFloor); });
     const PXGaussianMixture& objectModel = models[1].mixture;
     const PXGaussianMixture& backgroundModel = models[0].mixture;
 
     DataCosts costs;
-    costs.object.resize(usedBins.size());
-    costs.background.resize(usedBins.size());
-    QList<PXConcurrent::Range> chunks = PXConcurrent::ranges(0, qsizetype(usedBins.size()), myBinChunk);
-    // Every bin is written by one chunk only.
+    costs.object.resize(usedColours.size());
+    costs.background.resize(usedColours.size());
+    QList<PXConcurrent::Range> chunks = PXConcurrent::ranges(0, qsizetype(usedColours.size()), myColourChunk);
+    // Every colour is written by one chunk only.
     PXConcurrent::blockingMap(chunks, [&](const PXConcurrent::Range& chunk) {
-        constexpr int shift = 8 - myColourBits;
-        constexpr double half = (1 << shift) / 2.0 - 0.5;
         for (qsizetype k = chunk.first; k < chunk.second; ++k) {
-            const int bin = usedBins[k];
-            const double red = (bin >> (2 * myColourBits)) << shift;
-            const double green = ((bin >> myColourBits) & 0x3F) << shift;
-            const double blue = (bin & 0x3F) << shift;
-            costs.object[k] = float(-objectModel.logDensity(red + half, green + half, blue + half));
-            costs.background[k] = float(-backgroundModel.logDensity(red + half, green + half, blue + half));
+            const int colour = usedColours[k];
+            const double red = (colour >> 16) & 0xFF;
+            const double green = (colour >> 8) & 0xFF;
+            const double blue = colour & 0xFF;
+            costs.object[k] = float(-objectModel.logDensity(red, green, blue));
+            costs.background[k] = float(-backgroundModel.logDensity(red, green, blue));
         }
     });
     return costs;
@@ -307,9 +299,9 @@ bool PXRefinedCutSteps::cutBlocks(const Area& area, const Blocks& blocks, const 
         const int node = blocks.node[i];
         if (node < 0)
             continue;
-        const int bin = area.bin[i];
-        objectCost[node] += costs.object[bin];
-        backgroundCost[node] += costs.background[bin];
+        const int colour = area.colourIndex[i];
+        objectCost[node] += costs.object[colour];
+        backgroundCost[node] += costs.background[colour];
         nodeMarks[node] |= marks[i];
         if (!claims.empty())
             (claims[i] > 0.0f ? backgroundCost[node] : objectCost[node]) += std::abs(claims[i]);
@@ -454,8 +446,8 @@ std::vector<uchar> PXRefinedCutSteps::pixelsToRecut(const Area& area, const Bloc
         const int node = blocks.node[i];
         if (node < 0)
             return;
-        const int bin = area.bin[i];
-        const float preference = costs.background[bin] - costs.object[bin]; // > 0: object
+        const int colour = area.colourIndex[i];
+        const float preference = costs.background[colour] - costs.object[colour]; // > 0: object
         ++pixels[node];
         disagreeing[node] += selection[i] ? preference < -myClearPreference : preference > myClearPreference;
     });
@@ -528,9 +520,9 @@ void PXRefinedCutSteps::cutPixels(const Area& area, const DataCosts& costs, cons
             const int x = int(i % w);
             const int y = int(i / w);
             NodeWeights& out = weights[n];
-            const int bin = area.bin[i];
-            out.object = costs.object[bin];
-            out.background = costs.background[bin];
+            const int colour = area.colourIndex[i];
+            out.object = costs.object[colour];
+            out.background = costs.background[colour];
             if (!claims.empty())
                 (claims[i] > 0.0f ? out.background : out.object) += std::abs(claims[i]);
             for (int k = 0; k < 4; ++k) {
@@ -621,7 +613,7 @@ void PXRefinedCutSteps::fillHoles(const Area& area, const std::vector<std::vecto
     for (const std::vector<qsizetype>& hole : holes) {
         double preference = 0.0; // nats, > 0: the object explains the hole better
         for (const qsizetype i : hole)
-            preference += double(backgroundCosts[area.bin[i]]) - objectCosts[area.bin[i]];
+            preference += double(backgroundCosts[area.colourIndex[i]]) - objectCosts[area.colourIndex[i]];
         if (preference > -options.holeEvidence * double(hole.size())) {
             for (const qsizetype i : hole)
                 selection[i] = 1;
@@ -759,10 +751,11 @@ std::vector<int> PXRefinedCutSteps::readArea(
 
     const qsizetype n = area.size();
     area.colour.resize(n);
-    area.bin.resize(n);
+    area.colourIndex.resize(n);
     area.inside.resize(n);
     area.label.assign(n, 0);
-    std::vector<uchar> binUsed(myColourBins, 0);
+    // Which colours occur inside the lasso: one bit per 24-bit colour.
+    std::vector<quint64> colourUsed(myColourWords, 0);
     for (int y = 0; y < area.height; ++y) {
         const int py = y + area.rect.top();
         const auto* rgb = reinterpret_cast<const quint32*>(photo.constScanLine(py)) + area.rect.left();
@@ -771,29 +764,32 @@ std::vector<int> PXRefinedCutSteps::readArea(
                                        : nullptr;
         for (int x = 0; x < area.width; ++x) {
             const qsizetype i = qsizetype(y) * area.width + x;
+            const quint32 colour = rgb[x] & 0xFFFFFFu;
             area.colour[i] = rgb[x];
-            area.bin[i] = colourBin(rgb[x]);
             area.inside[i] = in[x] == 0xFFFFFFFFu;
             // Only pixels inside the lasso are ever costed.
             if (area.inside[i])
-                binUsed[area.bin[i]] = 1;
+                colourUsed[colour >> 6] |= quint64(1) << (colour & 63);
             if (labels)
                 area.label[i] = labels[x];
         }
     }
-    // Costs are kept for the used bins only: a compact table instead of one
-    // filled over every possible bin for each model.
-    std::vector<int> usedBins;
-    std::vector<int> indexOfBin(myColourBins, -1);
-    for (int bin = 0; bin < myColourBins; ++bin) {
-        if (binUsed[bin]) {
-            indexOfBin[bin] = int(usedBins.size());
-            usedBins.push_back(bin);
-        }
+    // A colour's index among the used ones is the number of used colours
+    // below it: the set bits of the words before and of its own word below it.
+    std::vector<int> usedColours;
+    std::vector<int> usedBefore(myColourWords);
+    for (int word = 0; word < myColourWords; ++word) {
+        usedBefore[word] = int(usedColours.size());
+        for (quint64 bits = colourUsed[word]; bits != 0; bits &= bits - 1)
+            usedColours.push_back(word * 64 + qCountTrailingZeroBits(bits));
     }
-    for (qsizetype i = 0; i < n; ++i)
-        area.bin[i] = indexOfBin[area.bin[i]];
-    return usedBins;
+    for (qsizetype i = 0; i < n; ++i) {
+        const quint32 colour = area.colour[i] & 0xFFFFFFu;
+        const quint64 bits = colourUsed[colour >> 6];
+        const quint64 bit = quint64(1) << (colour & 63);
+        area.colourIndex[i] = (bits & bit) ? usedBefore[colour >> 6] + qPopulationCount(bits & (bit - 1)) : -1;
+    }
+    return usedColours;
 }
 
 std::vector<uchar> PXRefinedCutSteps::selectionOfLabels(const Area& area, const QSet<int>& objectLabels)

@@ -25,7 +25,7 @@ struct Area {
     int width = 0;
     int height = 0;
     std::vector<quint32> colour;
-    std::vector<int> bin; // inside the lasso: the index of its colour bin among the used ones
+    std::vector<int> colourIndex; // the index of its colour among those used inside the lasso; -1 if none
     std::vector<uchar> inside; // may be object
     std::vector<int> label;
     std::vector<uchar> sobel;
@@ -33,8 +33,8 @@ struct Area {
     qsizetype size() const { return qsizetype(width) * height; }
 };
 
-// -log p of every colour bin used inside the lasso, for both models, in the
-// order of the used bins.
+// -log p of every colour used inside the lasso, for both models, in the
+// order of the used colours.
 struct DataCosts {
     std::vector<float> object;
     std::vector<float> background;
@@ -54,8 +54,8 @@ struct Blocks {
 };
 
 // Fills @p area's pixel arrays over area.rect: colour, lasso and region
-// label. Colour bins are renumbered among the bins used inside the lasso,
-// which are returned.
+// label. Returns the colours used inside the lasso (0xRRGGBB, ascending),
+// which area.colourIndex numbers.
 std::vector<int> readArea(Area& area, const QImage& photo, const QPainterPath& lasso, const QImage& labelImage);
 
 // The Mark values of @p markImage over the area; NoMark without marks.
@@ -79,7 +79,7 @@ void applyMarks(const Area& area, const std::vector<uchar>& marks, std::vector<u
 
 // @p side holds 0 for a background pixel, 1 for an object pixel and
 // unusedSide for a pixel left out.
-DataCosts learnCosts(const Area& area, const std::vector<uchar>& side, const std::vector<int>& usedBins,
+DataCosts learnCosts(const Area& area, const std::vector<uchar>& side, const std::vector<int>& usedColours,
     const PXRefinedCutOptions& options);
 
 // How much each pixel leans to a side because of the marks, in nats:
@@ -116,7 +116,7 @@ std::vector<std::vector<qsizetype>> closedHoles(const Area& area, const std::vec
 
 // Puts into the object every hole that @p backgroundCosts do not explain
 // better than @p objectCosts by PXRefinedCutOptions::holeEvidence a pixel
-// (costs per used colour bin).
+// (costs per used colour).
 void fillHoles(const Area& area, const std::vector<std::vector<qsizetype>>& holes,
     const std::vector<float>& objectCosts, const std::vector<float>& backgroundCosts,
     const PXRefinedCutOptions& options, std::vector<uchar>& selection);

@@ -63,6 +63,34 @@ QImage ringPhoto()
     return photo;
 }
 
+// Stones of 5 x 5 pixels, one grey each, tinted from dark to light brown;
+// the disc shows the same stones shifted and @p shade times as light, as
+// an object in the background's own texture.
+QImage camouflagePhoto(double shade)
+{
+    const auto stone = [](int x, int y) {
+        const quint32 cell = quint32((y / 5) * 977 + x / 5) * 0x9E3779B9u;
+        return (double((cell >> 11) % 120) + noise(x, y) % 5) / 125.0;
+    };
+    QImage photo(160, 120, QImage::Format_ARGB32);
+    for (int y = 0; y < photo.height(); ++y) {
+        for (int x = 0; x < photo.width(); ++x) {
+            const double a = coverage(x, y);
+            const double t = stone(x, y);
+            const double u = stone(x + 2, y + 3);
+            constexpr double dark[3] = {70.0, 55.0, 40.0};
+            constexpr double light[3] = {230.0, 205.0, 165.0};
+            double rgb[3];
+            for (int c = 0; c < 3; ++c) {
+                const double range = light[c] - dark[c];
+                rgb[c] = a * shade * (dark[c] + u * range) + (1 - a) * (dark[c] + t * range);
+            }
+            photo.setPixel(x, y, qRgb(int(rgb[0]), int(rgb[1]), int(rgb[2])));
+        }
+    }
+    return photo;
+}
+
 QPainterPath lasso(double grow)
 {
     QPainterPath path;
@@ -126,6 +154,7 @@ class TestRefinedCut : public QObject
 private Q_SLOTS:
     void followsTheEdge_data();
     void followsTheEdge();
+    void findsAnObjectInTheBackgroundsTexture();
     void marksHoldTheirSide();
     void holeShowingTheBackgroundStays();
     void strokeResolvesToTheEdge();
@@ -185,6 +214,19 @@ void TestRefinedCut::followsTheEdge()
 
     cut.setCancelFunction([]() { return true; });
     QVERIFY(cut.run().isNull());
+}
+
+void TestRefinedCut::findsAnObjectInTheBackgroundsTexture()
+{
+    // No regions to start from: the colours alone, a few levels apart,
+    // must part the disc from its background.
+    PXRefinedCut cut;
+    cut.setPhoto(camouflagePhoto(1.08));
+    cut.setLasso(lasso(10));
+    const QImage selection = cut.run();
+    const double discArea = M_PI * myRadius * myRadius;
+    const int wrong = wrongPixels(selection, selected);
+    QVERIFY2(wrong < 0.15 * discArea, qPrintable(QString::number(wrong)));
 }
 
 void TestRefinedCut::marksHoldTheirSide()
