@@ -8,7 +8,7 @@
 namespace {
 
 constexpr double myEmptyLogDensity = -50.0;
-constexpr double myNegligibleLog = -40.0;
+constexpr double myNegligibleLog = -16.0;
 constexpr int myReassignRounds = 2;
 
 int channel(quint32 colour, int index)
@@ -211,20 +211,23 @@ double PXGaussianMixture::logDensity(double red, double green, double blue) cons
 {
     if (m_components.isEmpty())
         return myEmptyLogDensity;
-    double logs[maximalComponents];
-    double largest = -std::numeric_limits<double>::infinity();
+    double logs[maximalComponents] = {};
+    int most = 0;
+    const Component* components = m_components.constData();
     const int count = int(m_components.size());
     for (int c = 0; c < count; ++c) {
-        logs[c] = componentLog(m_components.at(c), red, green, blue);
-        largest = std::max(largest, logs[c]);
+        logs[c] = componentLog(components[c], red, green, blue);
+        if (logs[c] > logs[most])
+            most = c;
     }
-    // Terms below e^-40 vanish beside the largest one's 1; skipping them also
+    // log of the sum of e^logs, the largest term factored out. Terms below
+    // e^-16 change the sum by less than a millionth; skipping them also
     // spares exp() its slow underflow path for far components.
-    double sum = 0.0;
+    double rest = 0.0;
     for (int c = 0; c < count; ++c) {
-        const double difference = logs[c] - largest;
-        if (difference > myNegligibleLog)
-            sum += std::exp(difference);
+        const double difference = logs[c] - logs[most];
+        if (c != most && difference > myNegligibleLog)
+            rest += std::exp(difference);
     }
-    return std::max(myEmptyLogDensity, largest + std::log(sum));
+    return std::max(myEmptyLogDensity, logs[most] + (rest > 0.0 ? std::log1p(rest) : 0.0));
 }
