@@ -177,7 +177,9 @@ DataCosts PXRefinedCutSteps::learnCosts(const Area& area, const std::vector<ucha
             --backgroundSkip;
         }
     }
-    PXConcurrent::blockingMap(models, [&](Model& model) { model.mixture.learn(model.colours, options.components, options.varianceFloor); });
+    PXConcurrent::blockingMap(models, [&](Model& model) {
+        model.mixture.learn(model.colours, options.components, options.varianceFloor);
+    });
     const PXGaussianMixture& objectModel = models[1].mixture;
     const PXGaussianMixture& backgroundModel = models[0].mixture;
 
