@@ -83,6 +83,7 @@ std::shared_ptr<const PXRefinedCut::Prepared> PXRefinedCut::makePrepared() const
     area.height = area.rect.height();
     prepared->usedColours = readArea(area, photo, m_lasso, m_labels);
     sobelOfArea(area, photo);
+    measureContrast(area);
     prepared->blocks = makeBlocks(area, m_options);
     std::vector<uchar> outside(area.size());
     for (qsizetype i = 0; i < area.size(); ++i)

@@ -29,6 +29,8 @@ struct Area {
     std::vector<uchar> inside; // may be object
     std::vector<int> label;
     std::vector<uchar> sobel;
+    // Mean squared colour difference of 4-neighbours both inside the lasso.
+    double contrast = 0.0;
 
     qsizetype size() const { return qsizetype(width) * height; }
 };
@@ -67,6 +69,9 @@ std::vector<uchar> readSelection(const Area& area, const QImage& selectionImage)
 // Fills area.sobel: the colour Sobel strength of @p photo over area.rect.
 void sobelOfArea(Area& area, const QImage& photo);
 
+// Fills area.contrast.
+void measureContrast(Area& area);
+
 // The regions inside the lasso split into blocks, and the links between
 // blocks weighted by the edge strength between them.
 Blocks makeBlocks(const Area& area, const PXRefinedCutOptions& options);
@@ -103,7 +108,8 @@ std::vector<uchar> pixelsToRecut(const Area& area, const Blocks& blocks, const D
     const PXRefinedCutOptions& options, const QRect& window);
 
 // A minimum cut over the pixels of @p movable, with colour contrast as the
-// cost of separating neighbours; the other pixels hold their side.
+// cost of separating neighbours, judged against area.contrast; the other
+// pixels hold their side.
 void cutPixels(const Area& area, const DataCosts& costs, const std::vector<float>& claims,
     const std::vector<uchar>& movable, const PXRefinedCutOptions& options, std::vector<uchar>& selection);
 

@@ -91,6 +91,46 @@ QImage camouflagePhoto(double shade)
     return photo;
 }
 
+// Distance in pixels from (x, y) to the nearest of 48 strands that run
+// straight out of the disc, 8 to 15 px long; a large value beyond them.
+double distanceToStrand(double x, double y)
+{
+    constexpr int strands = 48;
+    const double dx = x - myCentre.x();
+    const double dy = y - myCentre.y();
+    const double r = std::hypot(dx, dy);
+    const double turn = std::atan2(dy, dx) / (2 * M_PI) * strands;
+    const int k = int(std::lround(turn));
+    const double length = 8.0 + (quint32(k + strands) * 2654435761u >> 7) % 8;
+    if (r < myRadius - 1.0 || r > myRadius + length)
+        return 1e9;
+    return std::abs(turn - k) * 2 * M_PI * r / strands;
+}
+
+// An orange disc in a fringe of strands 1.6 px wide on a red-brown ground
+// a little darker, which shows between them.
+QImage furryDiscPhoto()
+{
+    QImage photo(160, 120, QImage::Format_ARGB32);
+    for (int y = 0; y < photo.height(); ++y) {
+        for (int x = 0; x < photo.width(); ++x) {
+            int inside = 0;
+            for (int sy = 0; sy < 4; ++sy) {
+                for (int sx = 0; sx < 4; ++sx) {
+                    const double px = x + (sx + 0.5) / 4;
+                    const double py = y + (sy + 0.5) / 4;
+                    inside += std::hypot(px - myCentre.x(), py - myCentre.y()) < myRadius || distanceToStrand(px, py) < 0.8;
+                }
+            }
+            const double a = inside / 16.0;
+            const int n = int(noise(x, y));
+            photo.setPixel(x, y, qRgb(int(a * 190 + (1 - a) * 150) + n, int(a * 115 + (1 - a) * 80) + n,
+                                     int(a * 50 + (1 - a) * 55) + n));
+        }
+    }
+    return photo;
+}
+
 QPainterPath lasso(double grow)
 {
     QPainterPath path;
@@ -155,6 +195,7 @@ private Q_SLOTS:
     void followsTheEdge_data();
     void followsTheEdge();
     void findsAnObjectInTheBackgroundsTexture();
+    void cutsAlongStrands();
     void marksHoldTheirSide();
     void holeShowingTheBackgroundStays();
     void strokeResolvesToTheEdge();
@@ -227,6 +268,44 @@ void TestRefinedCut::findsAnObjectInTheBackgroundsTexture()
     const double discArea = M_PI * myRadius * myRadius;
     const int wrong = wrongPixels(selection, selected);
     QVERIFY2(wrong < 0.15 * discArea, qPrintable(QString::number(wrong)));
+}
+
+void TestRefinedCut::cutsAlongStrands()
+{
+    // Regions that took the fringe in whole. The strands' edges lie all
+    // along the outline: judged against the contrast there instead of the
+    // lasso's, they would look weak, and the cut would smooth the strands
+    // away with the gaps.
+    PXRefinedCut cut;
+    cut.setPhoto(furryDiscPhoto());
+    cut.setLasso(lasso(20));
+    QImage labels(160, 120, QImage::Format_ARGB32);
+    for (int y = 0; y < labels.height(); ++y)
+        for (int x = 0; x < labels.width(); ++x)
+            labels.setPixel(x, y, std::hypot(x + 0.5 - myCentre.x(), y + 0.5 - myCentre.y()) < myRadius + 12 ? 1u : 2u);
+    cut.setRegions(labels, {1});
+    const QImage selection = cut.run();
+    int gaps = 0;
+    int gapsSelected = 0;
+    int strandsSelected = 0;
+    int strands = 0;
+    for (int y = 0; y < 120; ++y) {
+        for (int x = 0; x < 160; ++x) {
+            const double r = std::hypot(x + 0.5 - myCentre.x(), y + 0.5 - myCentre.y());
+            if (r < myRadius + 2 || r > myRadius + 7)
+                continue;
+            const double d = distanceToStrand(x + 0.5, y + 0.5);
+            if (d > 1.6) {
+                ++gaps;
+                gapsSelected += selected(selection, x, y);
+            } else if (d < 0.3) {
+                ++strands;
+                strandsSelected += selected(selection, x, y);
+            }
+        }
+    }
+    QVERIFY2(gapsSelected < gaps / 4, qPrintable(QStringLiteral("%1 of %2").arg(gapsSelected).arg(gaps)));
+    QVERIFY2(strandsSelected > strands / 2, qPrintable(QStringLiteral("%1 of %2").arg(strandsSelected).arg(strands)));
 }
 
 void TestRefinedCut::marksHoldTheirSide()
