@@ -174,6 +174,18 @@ QImage PXRefinedCut::run() const
     const std::vector<uchar> marks = readMarks(area, m_marks);
     const std::vector<float> claims = claimsOfMarks(area, marks, m_options);
 
+    // A stroke starts from the last solve. Near the stroke's own marks the
+    // user says that solve was wrong: there it teaches neither model, or a
+    // wrong part would keep the colours it taught the other side.
+    std::vector<uchar> start;
+    std::vector<uchar> fresh;
+    std::vector<uchar> doubted;
+    if (!m_startSelection.isNull()) {
+        start = readSelection(area, m_startSelection);
+        fresh = freshMarks(area, start, marks);
+        doubted = doubtedSides(area, start, fresh, marks, 2 * m_options.strokeReach);
+    }
+
     // Follows one first guess of the object: its object teaches the object
     // model, the band outside the lasso (and, from a stroke's selection, the
     // rest of the lasso) the background, and what the marks reach their
@@ -181,8 +193,9 @@ QImage PXRefinedCut::run() const
     const auto teacher = [&](const std::vector<uchar>& object, bool restTeaches) {
         std::vector<uchar> sides(area.size());
         for (qsizetype i = 0; i < area.size(); ++i) {
-            const bool teachesNothing = area.inside[i] && !restTeaches && marks[i] == NoMark;
-            sides[i] = object[i] ? 1 : (teachesNothing ? unusedSide : 0);
+            const bool silent = restTeaches ? !doubted.empty() && doubted[i]
+                                            : area.inside[i] && marks[i] == NoMark && !object[i];
+            sides[i] = silent ? unusedSide : object[i];
             if (!claims.empty() && claims[i] != 0.0f && area.inside[i])
                 sides[i] = claims[i] > 0.0f ? 1 : 0;
         }
@@ -207,13 +220,12 @@ QImage PXRefinedCut::run() const
         return solution;
     };
     Solution solution;
-    std::vector<uchar> start;
     std::vector<uchar> moved;
     QRect window(0, 0, area.width, area.height);
-    if (!m_startSelection.isNull()) {
-        start = readSelection(area, m_startSelection);
+    if (!start.empty()) {
         solution = follow(start, true, false);
-        StrokeScope scope = confineToStroke(area, prepared->blocks, start, marks, claims, m_options, solution.object);
+        StrokeScope scope =
+            confineToStroke(area, prepared->blocks, start, fresh, marks, claims, m_options, solution.object);
         moved = std::move(scope.moved);
         window = scope.window;
     } else {

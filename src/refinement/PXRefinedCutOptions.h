@@ -49,9 +49,10 @@ struct PXRefinedCutOptions {
      * How far a user's mark reaches: along paths that cross no strong edge,
      * pixels up to this many steps away lean to the mark's side, and their
      * colours teach that side's model. A dot on a missed part thus brings the
-     * part back up to its edges. A stroke changes the cut only within twice
-     * this reach (and bandRadius) of its own marks; farther, the last solve's
-     * outline stands.
+     * part back up to its edges. Within twice this reach of a stroke's own
+     * marks the last solve teaches neither model (the stroke says it was
+     * wrong there), and only there (and bandRadius farther) does the cut
+     * change; farther, the last solve's outline stands.
      */
     int strokeReach = 48;
     /** How hard a mark pulls the pixels it reaches, in nats, fading with the distance. */

@@ -709,21 +709,50 @@ void PXRefinedCutSteps::keepNear(const Area& area, const std::vector<uchar>& see
     eachPixelOf(area, window, [&](qsizetype i) { movable[i] = movable[i] && distance[i] <= limit; });
 }
 
-PXRefinedCutSteps::StrokeScope PXRefinedCutSteps::confineToStroke(const Area& area, const Blocks& blocks,
-    const std::vector<uchar>& start, const std::vector<uchar>& marks, const std::vector<float>& claims,
-    const PXRefinedCutOptions& options, std::vector<uchar>& selection)
+std::vector<uchar> PXRefinedCutSteps::freshMarks(
+    const Area& area, const std::vector<uchar>& start, const std::vector<uchar>& marks)
 {
-    StrokeScope scope;
-    scope.moved.assign(area.size(), 0);
     // Marks hold their pixels, so the last solve obeyed every older mark:
     // the stroke's own are those on the other side of the start.
     std::vector<uchar> fresh(area.size(), 0);
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        fresh[i] = start[i] ? marks[i] == PXRefinedCut::BackgroundMark
+                            : marks[i] == PXRefinedCut::ObjectMark && area.inside[i];
+    }
+    return fresh;
+}
+
+std::vector<uchar> PXRefinedCutSteps::doubtedSides(const Area& area, const std::vector<uchar>& start,
+    const std::vector<uchar>& fresh, const std::vector<uchar>& marks, int radius)
+{
+    std::vector<uchar> doubted(area.size(), 1);
+    keepNear(area, fresh, radius, QRect(0, 0, area.width, area.height), doubted);
+    qsizetype object = 0;
+    qsizetype doubtedObject = 0;
+    for (qsizetype i = 0; i < area.size(); ++i) {
+        doubted[i] = doubted[i] && area.inside[i] && marks[i] == PXRefinedCut::NoMark;
+        object += start[i];
+        doubtedObject += start[i] && doubted[i];
+    }
+    // A stroke corrects a part of the object, not all of it: the object
+    // model needs the rest to learn from.
+    if (2 * doubtedObject > object) {
+        for (qsizetype i = 0; i < area.size(); ++i)
+            doubted[i] = doubted[i] && !start[i];
+    }
+    return doubted;
+}
+
+PXRefinedCutSteps::StrokeScope PXRefinedCutSteps::confineToStroke(const Area& area, const Blocks& blocks,
+    const std::vector<uchar>& start, const std::vector<uchar>& fresh, const std::vector<uchar>& marks,
+    const std::vector<float>& claims, const PXRefinedCutOptions& options, std::vector<uchar>& selection)
+{
+    StrokeScope scope;
+    scope.moved.assign(area.size(), 0);
     int left = area.width, top = area.height, right = -1, bottom = -1;
     for (int y = 0; y < area.height; ++y) {
         for (int x = 0; x < area.width; ++x) {
             const qsizetype i = qsizetype(y) * area.width + x;
-            fresh[i] = start[i] ? marks[i] == PXRefinedCut::BackgroundMark
-                                : marks[i] == PXRefinedCut::ObjectMark && area.inside[i];
             if (fresh[i]) {
                 left = std::min(left, x), right = std::max(right, x);
                 top = std::min(top, y), bottom = std::max(bottom, y);

@@ -138,13 +138,24 @@ struct StrokeScope {
     std::vector<uchar> moved; // per pixel of the area
 };
 
+// The marks of the stroke that follows @p start: those on the side of the
+// start they contradict.
+std::vector<uchar> freshMarks(const Area& area, const std::vector<uchar>& start, const std::vector<uchar>& marks);
+
+// The unmarked pixels of the lasso whose side in @p start the stroke's own
+// marks @p fresh put in doubt: those within @p radius (city-block, up to
+// 254) of them; the start's object only while at least half of it stays
+// undoubted.
+std::vector<uchar> doubtedSides(const Area& area, const std::vector<uchar>& start, const std::vector<uchar>& fresh,
+    const std::vector<uchar>& marks, int radius);
+
 // After the block cut of a stroke that started from @p start: keeps the
 // start beyond twice the marks' reach (and the band) from the stroke's own
-// marks, settles the blocks, applies the marks. Returns the window that may
-// change and the pixels the stroke moves, marks or claims for the other
-// side: where the pixel cut and the holes are to be looked at again.
+// marks @p fresh, settles the blocks, applies the marks. Returns the window
+// that may change and the pixels the stroke moves, marks or claims for the
+// other side: where the pixel cut and the holes are to be looked at again.
 StrokeScope confineToStroke(const Area& area, const Blocks& blocks, const std::vector<uchar>& start,
-    const std::vector<uchar>& marks, const std::vector<float>& claims, const PXRefinedCutOptions& options,
-    std::vector<uchar>& selection);
+    const std::vector<uchar>& fresh, const std::vector<uchar>& marks, const std::vector<float>& claims,
+    const PXRefinedCutOptions& options, std::vector<uchar>& selection);
 
 } // namespace PXRefinedCutSteps

@@ -119,7 +119,8 @@ QImage furryDiscPhoto()
                 for (int sx = 0; sx < 4; ++sx) {
                     const double px = x + (sx + 0.5) / 4;
                     const double py = y + (sy + 0.5) / 4;
-                    inside += std::hypot(px - myCentre.x(), py - myCentre.y()) < myRadius || distanceToStrand(px, py) < 0.8;
+                    inside += std::hypot(px - myCentre.x(), py - myCentre.y()) < myRadius
+                        || distanceToStrand(px, py) < 0.8;
                 }
             }
             const double a = inside / 16.0;
@@ -199,6 +200,7 @@ private Q_SLOTS:
     void marksHoldTheirSide();
     void holeShowingTheBackgroundStays();
     void strokeResolvesToTheEdge();
+    void strokeUnteachesWhatItCorrects();
     void controllerRefinesUndoesAndKeepsStrokes();
     void strokesStayInsideTheLasso();
 };
@@ -417,6 +419,46 @@ void TestRefinedCut::strokeResolvesToTheEdge()
     for (int y = notch.top(); y <= notch.bottom(); ++y)
         for (int x = notch.left(); x <= notch.right(); ++x)
             QVERIFY(!selected(marked, x, y));
+}
+
+void TestRefinedCut::strokeUnteachesWhatItCorrects()
+{
+    // Purple stripes beside the disc, colours found nowhere else, that the
+    // last solve took in. One dot on them must take them all out, though
+    // its pull does not cross their edges: near it they no longer teach the
+    // object model the colours they taught it.
+    QImage photo = discPhoto();
+    const QRect stripes(119, 46, 24, 28);
+    for (int y = stripes.top(); y <= stripes.bottom(); ++y)
+        for (int x = stripes.left(); x <= stripes.right(); ++x)
+            photo.setPixel(x, y, (x / 2) % 2 ? qRgb(170, 40, 180) : qRgb(70, 15, 80));
+    QPainterPath stripesLasso;
+    stripesLasso.addRect(QRectF(stripes).adjusted(-6, -6, 6, 6));
+    QImage start(photo.size(), QImage::Format_Grayscale8);
+    for (int y = 0; y < photo.height(); ++y) {
+        for (int x = 0; x < photo.width(); ++x) {
+            const bool object = std::hypot(x + 0.5 - myCentre.x(), y + 0.5 - myCentre.y()) < myRadius;
+            start.scanLine(y)[x] = object || stripes.contains(x, y) ? 255 : 0;
+        }
+    }
+    QImage marks(photo.size(), QImage::Format_Grayscale8);
+    marks.fill(PXRefinedCut::NoMark);
+    marks.scanLine(60)[131] = PXRefinedCut::BackgroundMark;
+    PXRefinedCut cut;
+    cut.setPhoto(photo);
+    cut.setLasso(lasso(6).united(stripesLasso));
+    cut.setStartSelection(start);
+    cut.setMarks(marks);
+    PXRefinedCutOptions options;
+    options.strokeReach = 16;
+    cut.setOptions(options);
+    const QImage selection = cut.run();
+    int kept = 0;
+    for (int y = stripes.top(); y <= stripes.bottom(); ++y)
+        for (int x = stripes.left(); x <= stripes.right(); ++x)
+            kept += selected(selection, x, y);
+    QCOMPARE(kept, 0);
+    QCOMPARE(wrongPixels(selection, selected), 0);
 }
 
 void TestRefinedCut::controllerRefinesUndoesAndKeepsStrokes()
