@@ -51,6 +51,23 @@ void eachPixelOf(const Area& area, const QRect& window, Visit visit)
     }
 }
 
+// The bounding rectangle of the pixels of @p window for which @p take(i)
+// holds; empty when there are none.
+template <typename Take>
+QRect boundsOf(const Area& area, const QRect& window, Take take)
+{
+    int left = window.right() + 1, top = window.bottom() + 1, right = -1, bottom = -1;
+    for (int y = window.top(); y <= window.bottom(); ++y) {
+        for (int x = window.left(); x <= window.right(); ++x) {
+            if (take(qsizetype(y) * area.width + x)) {
+                left = std::min(left, x), right = std::max(right, x);
+                top = std::min(top, y), bottom = std::max(bottom, y);
+            }
+        }
+    }
+    return right < 0 ? QRect() : QRect(QPoint(left, top), QPoint(right, bottom));
+}
+
 // City-block distance to the nearest zero of @p distance within @p window,
 // capped at the values it holds (the cap + 1 elsewhere). Two chamfer passes;
 // in each row the term from the neighbouring row comes first, as it does not
@@ -392,24 +409,10 @@ void addPull(const Area& area, const std::vector<uchar>& marks, uchar kind, floa
 {
     const int w = area.width;
     const int h = area.height;
-    int left = w;
-    int top = h;
-    int right = -1;
-    int bottom = -1;
-    for (int y = 0; y < h; ++y) {
-        for (int x = 0; x < w; ++x) {
-            if (marks[qsizetype(y) * w + x] != kind)
-                continue;
-            left = std::min(left, x);
-            right = std::max(right, x);
-            top = std::min(top, y);
-            bottom = std::max(bottom, y);
-        }
-    }
-    if (right < 0)
+    const QRect marked = boundsOf(area, QRect(0, 0, w, h), [&](qsizetype i) { return marks[i] == kind; });
+    if (marked.isEmpty())
         return;
-    const QRect window =
-        QRect(QPoint(left, top), QPoint(right, bottom)).adjusted(-reach, -reach, reach, reach).intersected(QRect(0, 0, w, h));
+    const QRect window = marked.adjusted(-reach, -reach, reach, reach).intersected(QRect(0, 0, w, h));
     const int ww = window.width();
     std::vector<int> distance(qsizetype(ww) * window.height(), reach + 1);
     std::vector<std::vector<int>> buckets(reach + 1);
@@ -690,22 +693,14 @@ void PXRefinedCutSteps::keepNear(const Area& area, const std::vector<uchar>& see
 {
     const int limit = std::clamp(radius, 0, 254);
     std::vector<uchar> distance(area.size(), uchar(limit + 1));
-    int left = area.width, top = area.height, right = -1, bottom = -1;
-    for (int y = window.top(); y <= window.bottom(); ++y) {
-        for (int x = window.left(); x <= window.right(); ++x) {
-            if (seeds[qsizetype(y) * area.width + x]) {
-                distance[qsizetype(y) * area.width + x] = 0;
-                left = std::min(left, x), right = std::max(right, x);
-                top = std::min(top, y), bottom = std::max(bottom, y);
-            }
-        }
-    }
+    const QRect seeded = boundsOf(area, window, [&](qsizetype i) {
+        if (seeds[i])
+            distance[i] = 0;
+        return seeds[i] != 0;
+    });
     // Only the seeds' neighbourhood can come within reach.
-    if (right >= 0) {
-        const QRect reach =
-            QRect(QPoint(left, top), QPoint(right, bottom)).adjusted(-limit, -limit, limit, limit).intersected(window);
-        chamfer(area, reach, distance);
-    }
+    if (!seeded.isEmpty())
+        chamfer(area, seeded.adjusted(-limit, -limit, limit, limit).intersected(window), distance);
     eachPixelOf(area, window, [&](qsizetype i) { movable[i] = movable[i] && distance[i] <= limit; });
 }
 
@@ -725,8 +720,15 @@ std::vector<uchar> PXRefinedCutSteps::freshMarks(
 std::vector<uchar> PXRefinedCutSteps::doubtedSides(const Area& area, const std::vector<uchar>& start,
     const std::vector<uchar>& fresh, const std::vector<uchar>& marks, int radius)
 {
-    std::vector<uchar> doubted(area.size(), 1);
-    keepNear(area, fresh, radius, QRect(0, 0, area.width, area.height), doubted);
+    std::vector<uchar> doubted(area.size(), 0);
+    const QRect all(0, 0, area.width, area.height);
+    const QRect marked = boundsOf(area, all, [&](qsizetype i) { return fresh[i] != 0; });
+    if (marked.isEmpty())
+        return doubted;
+    // Only the marks' neighbourhood can come within the radius.
+    const QRect window = marked.adjusted(-radius, -radius, radius, radius).intersected(all);
+    eachPixelOf(area, window, [&](qsizetype i) { doubted[i] = 1; });
+    keepNear(area, fresh, radius, window, doubted);
     qsizetype object = 0;
     qsizetype doubtedObject = 0;
     for (qsizetype i = 0; i < area.size(); ++i) {
@@ -749,27 +751,15 @@ PXRefinedCutSteps::StrokeScope PXRefinedCutSteps::confineToStroke(const Area& ar
 {
     StrokeScope scope;
     scope.moved.assign(area.size(), 0);
-    int left = area.width, top = area.height, right = -1, bottom = -1;
-    for (int y = 0; y < area.height; ++y) {
-        for (int x = 0; x < area.width; ++x) {
-            const qsizetype i = qsizetype(y) * area.width + x;
-            if (fresh[i]) {
-                left = std::min(left, x), right = std::max(right, x);
-                top = std::min(top, y), bottom = std::max(bottom, y);
-            }
-        }
-    }
     const int reach = std::clamp(2 * options.strokeReach + options.bandRadius, 0, 254);
     const QRect all(0, 0, area.width, area.height);
+    const QRect marked = boundsOf(area, all, [&](qsizetype i) { return fresh[i] != 0; });
     // The window of what may change, with a margin of a block and the band:
     // blocks its edge cuts, and outline distances it cannot see, lie beyond
     // the focus and beyond the band round it.
     const int margin = std::max(1, options.blockSize) + std::max(0, options.bandRadius) + 1;
-    if (right >= 0) {
-        scope.window = QRect(QPoint(left, top), QPoint(right, bottom))
-                           .adjusted(-reach - margin, -reach - margin, reach + margin, reach + margin)
-                           .intersected(all);
-    }
+    if (!marked.isEmpty())
+        scope.window = marked.adjusted(-reach - margin, -reach - margin, reach + margin, reach + margin).intersected(all);
     // Beyond the window the start stands as it was.
     for (int y = 0; y < area.height; ++y) {
         const qsizetype row = qsizetype(y) * area.width;

@@ -159,6 +159,33 @@ QSet<int> cellsInsideDisc()
     return cells;
 }
 
+// The disc as a selection, less @p notch and with @p extra.
+QImage discSelection(const QRect& notch, const QRect& extra)
+{
+    QImage selection(160, 120, QImage::Format_Grayscale8);
+    for (int y = 0; y < selection.height(); ++y) {
+        for (int x = 0; x < selection.width(); ++x) {
+            const bool disc = std::hypot(x + 0.5 - myCentre.x(), y + 0.5 - myCentre.y()) < myRadius;
+            selection.scanLine(y)[x] = (disc && !notch.contains(x, y)) || extra.contains(x, y) ? 255 : 0;
+        }
+    }
+    return selection;
+}
+
+// A cut that goes on from @p start, its marks reaching 16 px as suits these
+// small photos.
+PXRefinedCut cutFrom(const QImage& photo, const QPainterPath& path, const QImage& start)
+{
+    PXRefinedCut cut;
+    cut.setPhoto(photo);
+    cut.setLasso(path);
+    cut.setStartSelection(start);
+    PXRefinedCutOptions options;
+    options.strokeReach = 16;
+    cut.setOptions(options);
+    return cut;
+}
+
 // Pixels more than 1.5 px from the true edges (of the disc, and of its hole
 // when @p hole is given) that are on the wrong side.
 int wrongPixels(const QImage& photoSizedObject, bool (*isObject)(const QImage&, int, int), double hole = 0.0)
@@ -383,20 +410,7 @@ void TestRefinedCut::strokeResolvesToTheEdge()
     // A notch at the disc's top, beyond the stroke's reach, stays as it was:
     // a stroke changes the cut near its marks only.
     const QRect notch(70, 28, 20, 14);
-    QImage discOnly(photo.size(), QImage::Format_Grayscale8);
-    for (int y = 0; y < photo.height(); ++y)
-        for (int x = 0; x < photo.width(); ++x)
-            discOnly.scanLine(y)[x] = std::hypot(x + 0.5 - myCentre.x(), y + 0.5 - myCentre.y()) < myRadius
-                    && !notch.contains(x, y)
-                ? 255
-                : 0;
-    PXRefinedCut cut;
-    cut.setPhoto(photo);
-    cut.setLasso(lassoWithLeg);
-    cut.setStartSelection(discOnly);
-    PXRefinedCutOptions options;
-    options.strokeReach = 16;
-    cut.setOptions(options);
+    PXRefinedCut cut = cutFrom(photo, lassoWithLeg, discSelection(notch, QRect()));
     const QImage unmarked = cut.run();
     QVERIFY(!selected(unmarked, 80, 105));
 
@@ -434,24 +448,11 @@ void TestRefinedCut::strokeUnteachesWhatItCorrects()
             photo.setPixel(x, y, (x / 2) % 2 ? qRgb(170, 40, 180) : qRgb(70, 15, 80));
     QPainterPath stripesLasso;
     stripesLasso.addRect(QRectF(stripes).adjusted(-6, -6, 6, 6));
-    QImage start(photo.size(), QImage::Format_Grayscale8);
-    for (int y = 0; y < photo.height(); ++y) {
-        for (int x = 0; x < photo.width(); ++x) {
-            const bool object = std::hypot(x + 0.5 - myCentre.x(), y + 0.5 - myCentre.y()) < myRadius;
-            start.scanLine(y)[x] = object || stripes.contains(x, y) ? 255 : 0;
-        }
-    }
+    PXRefinedCut cut = cutFrom(photo, lasso(6).united(stripesLasso), discSelection(QRect(), stripes));
     QImage marks(photo.size(), QImage::Format_Grayscale8);
     marks.fill(PXRefinedCut::NoMark);
     marks.scanLine(60)[131] = PXRefinedCut::BackgroundMark;
-    PXRefinedCut cut;
-    cut.setPhoto(photo);
-    cut.setLasso(lasso(6).united(stripesLasso));
-    cut.setStartSelection(start);
     cut.setMarks(marks);
-    PXRefinedCutOptions options;
-    options.strokeReach = 16;
-    cut.setOptions(options);
     const QImage selection = cut.run();
     int kept = 0;
     for (int y = stripes.top(); y <= stripes.bottom(); ++y)
