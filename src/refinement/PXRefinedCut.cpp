@@ -178,7 +178,7 @@ QImage PXRefinedCut::run() const
     // user says that solve was wrong: there it teaches neither model, or a
     // wrong part would keep the colours it taught the other side.
     std::vector<uchar> start;
-    std::vector<uchar> fresh;
+    FreshMarks fresh;
     std::vector<uchar> doubted;
     if (!m_startSelection.isNull()) {
         start = readSelection(area, m_startSelection);

@@ -704,31 +704,32 @@ void PXRefinedCutSteps::keepNear(const Area& area, const std::vector<uchar>& see
     eachPixelOf(area, window, [&](qsizetype i) { movable[i] = movable[i] && distance[i] <= limit; });
 }
 
-std::vector<uchar> PXRefinedCutSteps::freshMarks(
+PXRefinedCutSteps::FreshMarks PXRefinedCutSteps::freshMarks(
     const Area& area, const std::vector<uchar>& start, const std::vector<uchar>& marks)
 {
     // Marks hold their pixels, so the last solve obeyed every older mark:
     // the stroke's own are those on the other side of the start.
-    std::vector<uchar> fresh(area.size(), 0);
-    for (qsizetype i = 0; i < area.size(); ++i) {
-        fresh[i] = start[i] ? marks[i] == PXRefinedCut::BackgroundMark
-                            : marks[i] == PXRefinedCut::ObjectMark && area.inside[i];
-    }
+    FreshMarks fresh;
+    fresh.pixels.assign(area.size(), 0);
+    fresh.bounds = boundsOf(area, QRect(0, 0, area.width, area.height), [&](qsizetype i) {
+        fresh.pixels[i] = start[i] ? marks[i] == PXRefinedCut::BackgroundMark
+                                   : marks[i] == PXRefinedCut::ObjectMark && area.inside[i];
+        return fresh.pixels[i] != 0;
+    });
     return fresh;
 }
 
 std::vector<uchar> PXRefinedCutSteps::doubtedSides(const Area& area, const std::vector<uchar>& start,
-    const std::vector<uchar>& fresh, const std::vector<uchar>& marks, int radius)
+    const FreshMarks& fresh, const std::vector<uchar>& marks, int radius)
 {
     std::vector<uchar> doubted(area.size(), 0);
-    const QRect all(0, 0, area.width, area.height);
-    const QRect marked = boundsOf(area, all, [&](qsizetype i) { return fresh[i] != 0; });
-    if (marked.isEmpty())
+    if (fresh.bounds.isEmpty())
         return doubted;
     // Only the marks' neighbourhood can come within the radius.
-    const QRect window = marked.adjusted(-radius, -radius, radius, radius).intersected(all);
+    const QRect window =
+        fresh.bounds.adjusted(-radius, -radius, radius, radius).intersected(QRect(0, 0, area.width, area.height));
     eachPixelOf(area, window, [&](qsizetype i) { doubted[i] = 1; });
-    keepNear(area, fresh, radius, window, doubted);
+    keepNear(area, fresh.pixels, radius, window, doubted);
     qsizetype object = 0;
     qsizetype doubtedObject = 0;
     for (qsizetype i = 0; i < area.size(); ++i) {
@@ -746,20 +747,20 @@ std::vector<uchar> PXRefinedCutSteps::doubtedSides(const Area& area, const std::
 }
 
 PXRefinedCutSteps::StrokeScope PXRefinedCutSteps::confineToStroke(const Area& area, const Blocks& blocks,
-    const std::vector<uchar>& start, const std::vector<uchar>& fresh, const std::vector<uchar>& marks,
+    const std::vector<uchar>& start, const FreshMarks& fresh, const std::vector<uchar>& marks,
     const std::vector<float>& claims, const PXRefinedCutOptions& options, std::vector<uchar>& selection)
 {
     StrokeScope scope;
     scope.moved.assign(area.size(), 0);
     const int reach = std::clamp(2 * options.strokeReach + options.bandRadius, 0, 254);
     const QRect all(0, 0, area.width, area.height);
-    const QRect marked = boundsOf(area, all, [&](qsizetype i) { return fresh[i] != 0; });
     // The window of what may change, with a margin of a block and the band:
     // blocks its edge cuts, and outline distances it cannot see, lie beyond
     // the focus and beyond the band round it.
     const int margin = std::max(1, options.blockSize) + std::max(0, options.bandRadius) + 1;
-    if (!marked.isEmpty())
-        scope.window = marked.adjusted(-reach - margin, -reach - margin, reach + margin, reach + margin).intersected(all);
+    if (!fresh.bounds.isEmpty())
+        scope.window =
+            fresh.bounds.adjusted(-reach - margin, -reach - margin, reach + margin, reach + margin).intersected(all);
     // Beyond the window the start stands as it was.
     for (int y = 0; y < area.height; ++y) {
         const qsizetype row = qsizetype(y) * area.width;
@@ -773,7 +774,7 @@ PXRefinedCutSteps::StrokeScope PXRefinedCutSteps::confineToStroke(const Area& ar
         return scope;
     settleBlocks(area, blocks, scope.window, start, selection);
     std::vector<uchar> focus(area.size(), 1);
-    keepNear(area, fresh, reach, scope.window, focus);
+    keepNear(area, fresh.pixels, reach, scope.window, focus);
     eachPixelOf(area, scope.window, [&](qsizetype i) {
         if (!focus[i])
             selection[i] = start[i];
@@ -782,7 +783,7 @@ PXRefinedCutSteps::StrokeScope PXRefinedCutSteps::confineToStroke(const Area& ar
         else if (marks[i] == PXRefinedCut::BackgroundMark)
             selection[i] = 0;
         const bool claimsOther = !claims.empty() && (start[i] ? claims[i] < 0.0f : claims[i] > 0.0f);
-        scope.moved[i] = focus[i] && (selection[i] != start[i] || claimsOther || fresh[i]);
+        scope.moved[i] = focus[i] && (selection[i] != start[i] || claimsOther || fresh.pixels[i]);
     });
     return scope;
 }

@@ -138,15 +138,21 @@ struct StrokeScope {
     std::vector<uchar> moved; // per pixel of the area
 };
 
+// The marks of the stroke that follows a solve: those that contradict it.
+struct FreshMarks {
+    std::vector<uchar> pixels; // per pixel of the area
+    QRect bounds; // empty when the stroke has no marks of its own
+};
+
 // The marks of the stroke that follows @p start: those on the side of the
 // start they contradict.
-std::vector<uchar> freshMarks(const Area& area, const std::vector<uchar>& start, const std::vector<uchar>& marks);
+FreshMarks freshMarks(const Area& area, const std::vector<uchar>& start, const std::vector<uchar>& marks);
 
 // The unmarked pixels of the lasso whose side in @p start the stroke's own
 // marks @p fresh put in doubt: those within @p radius (city-block, up to
 // 254) of them; the start's object only while at least half of it stays
 // undoubted.
-std::vector<uchar> doubtedSides(const Area& area, const std::vector<uchar>& start, const std::vector<uchar>& fresh,
+std::vector<uchar> doubtedSides(const Area& area, const std::vector<uchar>& start, const FreshMarks& fresh,
     const std::vector<uchar>& marks, int radius);
 
 // After the block cut of a stroke that started from @p start: keeps the
@@ -155,7 +161,7 @@ std::vector<uchar> doubtedSides(const Area& area, const std::vector<uchar>& star
 // that may change and the pixels the stroke moves, marks or claims for the
 // other side: where the pixel cut and the holes are to be looked at again.
 StrokeScope confineToStroke(const Area& area, const Blocks& blocks, const std::vector<uchar>& start,
-    const std::vector<uchar>& fresh, const std::vector<uchar>& marks, const std::vector<float>& claims,
+    const FreshMarks& fresh, const std::vector<uchar>& marks, const std::vector<float>& claims,
     const PXRefinedCutOptions& options, std::vector<uchar>& selection);
 
 } // namespace PXRefinedCutSteps
